@@ -1,0 +1,67 @@
+# Every library that is not ours. `./dev` installs the packages.
+find_package(Threads REQUIRED)
+
+# The block code: Debian's library, or its source (fetched by `./dev` into an archive) where the
+# target has no package. The headers say nothing sensible without the instruction set's define.
+add_library(vd_block_code INTERFACE)
+target_compile_options(vd_block_code INTERFACE -mssse3)
+target_compile_definitions(vd_block_code INTERFACE USE_SSSE3)
+if(WIN32)
+  include(FetchContent)
+  FetchContent_Declare(cm256cc
+    URL ${VD_CM256_ARCHIVE}
+    URL_HASH SHA256=2f4a1998b1b56c7feabcc66f24495c31fe900412b9140c60e81501ad8201e9bc
+    SOURCE_SUBDIR none DOWNLOAD_EXTRACT_TIMESTAMP TRUE)
+  FetchContent_MakeAvailable(cm256cc)
+  add_library(cm256cc_static STATIC ${cm256cc_SOURCE_DIR}/cm256.cpp ${cm256cc_SOURCE_DIR}/gf256.cpp)
+  target_compile_options(cm256cc_static PUBLIC -mssse3)
+  target_compile_definitions(cm256cc_static PUBLIC USE_SSSE3 cm256cc_STATIC)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/deps/include)
+  file(COPY ${cm256cc_SOURCE_DIR}/cm256.h ${cm256cc_SOURCE_DIR}/gf256.h ${cm256cc_SOURCE_DIR}/export.h
+       DESTINATION ${CMAKE_BINARY_DIR}/deps/include/cm256cc)
+  target_link_libraries(vd_block_code INTERFACE cm256cc_static)
+  target_include_directories(vd_block_code SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/deps/include)
+else()
+  find_path(CM256CC_INCLUDE cm256cc/cm256.h REQUIRED)
+  find_library(CM256CC_LIBRARY cm256cc REQUIRED)
+  target_include_directories(vd_block_code SYSTEM INTERFACE ${CM256CC_INCLUDE})
+  target_link_libraries(vd_block_code INTERFACE ${CM256CC_LIBRARY})
+endif()
+
+# H.264, HEVC, containers and sound on Linux.
+set(VD_ENCODER_LIBS)
+if(NOT WIN32)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(AV REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale
+                    libswresample)
+  set(VD_ENCODER_LIBS PkgConfig::AV)
+endif()
+
+# GoogleTest: the distribution's build natively, its source where it has to be compiled for the
+# target or the sanitizer.
+if(WIN32 OR VD_SANITIZE)
+  set(INSTALL_GTEST OFF)
+  set(gtest_force_shared_crt ON)
+  add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/deps/googletest EXCLUDE_FROM_ALL)
+  add_library(vd_gtest INTERFACE)
+  target_link_libraries(vd_gtest INTERFACE GTest::gmock GTest::gtest)
+else()
+  find_package(GTest REQUIRED)
+  add_library(vd_gtest INTERFACE)
+  target_link_libraries(vd_gtest INTERFACE GTest::gmock GTest::gtest)
+endif()
+
+# Header-only libraries of the tools and tests, copied aside so that a cross-compiler doesn't see
+# the rest of the system's headers.
+add_library(vd_tool_headers INTERFACE)
+foreach(package CLI nlohmann)
+  if(NOT EXISTS /usr/include/${package})
+    message(FATAL_ERROR "The headers of ${package} are missing: run ./dev, which installs them")
+  endif()
+  file(COPY /usr/include/${package} DESTINATION ${CMAKE_BINARY_DIR}/deps/tool-include)
+endforeach()
+target_include_directories(vd_tool_headers SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/deps/tool-include)
+
+if(VD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

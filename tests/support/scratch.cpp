@@ -1,0 +1,37 @@
+#include "tests/support/scratch.h"
+
+#include <system_error>
+
+#include "platform/file.h"
+#include "platform/system.h"
+#include "support/identifiers.h"
+#include "support/paths.h"
+
+namespace Veldrift {
+
+ScratchFolder::ScratchFolder()
+    : path_(std::filesystem::temp_directory_path() / ("veldrift-test-" + MakeToken(8))) {
+  std::filesystem::create_directories(path_);
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+ScratchHome::ScratchHome() { UseFoldersUnder(folder_.Path()); }
+
+std::string ReadPluginLog() {
+  return ReadWholeFile(GetLocalDir() /
+                       PerHostFileName(DetectHostApplication(), "plugin", ".log"))
+      .value_or("");
+}
+
+size_t CountInPluginLog(const std::string& text) {
+  const std::string log = ReadPluginLog();
+  size_t count = 0;
+  for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+  return count;
+}
+
+}  // namespace Veldrift

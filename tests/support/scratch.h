@@ -1,0 +1,37 @@
+// Folders that a test may fill: under the system's temporary folder, removed at the end.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace Veldrift {
+
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  const std::filesystem::path& Path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Puts the plug-in's settings and logs of this process under a scratch folder.
+class ScratchHome {
+ public:
+  ScratchHome();
+  const std::filesystem::path& Path() const { return folder_.Path(); }
+
+ private:
+  ScratchFolder folder_;
+};
+
+// Everything that the process's plug-in log holds now (the file of the unknown host, which a test
+// binary is); and how often `text` stands in it.
+std::string ReadPluginLog();
+size_t CountInPluginLog(const std::string& text);
+
+}  // namespace Veldrift
