@@ -9,12 +9,12 @@
 
 namespace Veldrift {
 
-inline constexpr size_t kFragmentBytes = 1440;         // payload, and block of the block code
-inline constexpr size_t kMaxFragments = 65'535;        // data and parity of one frame
-inline constexpr size_t kMaxFrameBytes = 94'370'400;   // kMaxFragments * kFragmentBytes
-inline constexpr size_t kMaxParityFragments = 63;      // six bits of the flags
-inline constexpr size_t kMaxCodeBlocks = 255;          // data and parity of a frame with parity
-inline constexpr uint16_t kVideoPort = 47101;          // on the phone
+inline constexpr size_t kFragmentBytes = 1440;        // payload, and block of the block code
+inline constexpr size_t kMaxFragments = 65'535;       // data and parity of one frame
+inline constexpr size_t kMaxFrameBytes = 94'370'400;  // kMaxFragments * kFragmentBytes
+inline constexpr size_t kMaxParityFragments = 63;     // six bits of the flags
+inline constexpr size_t kMaxCodeBlocks = 255;         // data and parity of a frame with parity
+inline constexpr uint16_t kVideoPort = 47101;         // on the phone
 inline constexpr uint16_t kAudioPort = 47102;
 
 inline constexpr size_t kDatagramHeaderBytes = 22;
@@ -36,10 +36,10 @@ struct DatagramHeader {
   uint8_t flags = 0;
   uint16_t frameNumber = 0;
   uint32_t sequence = 0;
-  uint32_t timestamp = 0;       // microseconds
-  uint16_t fragmentIndex = 0;   // data 0 to K-1, parity K to K+M-1
-  uint16_t fragmentCount = 0;   // K+M
-  uint16_t payloadLength = 0;   // bytes behind the header, without the trailer
+  uint32_t timestamp = 0;      // microseconds
+  uint16_t fragmentIndex = 0;  // data 0 to K-1, parity K to K+M-1
+  uint16_t fragmentCount = 0;  // K+M
+  uint16_t payloadLength = 0;  // bytes behind the header, without the trailer
 
   bool KeyFrame() const { return (flags & kFlagKeyFrame) != 0; }
   size_t ParityCount() const { return flags >> kFlagParityShift; }
@@ -49,9 +49,9 @@ struct DatagramHeader {
 struct MediaDatagram {
   DatagramHeader header;
   bool parity = false;
-  std::span<const std::byte> payload;          // a piece of the frame, or one recovery block
-  uint16_t lastFragmentLength = 0;             // parity only
-  std::optional<uint32_t> sendTimeMicros;      // video data only
+  std::span<const std::byte> payload;      // a piece of the frame, or one recovery block
+  uint16_t lastFragmentLength = 0;         // parity only
+  std::optional<uint32_t> sendTimeMicros;  // video data only
 };
 
 // Writes the header's 22 bytes to `out`.

@@ -1,9 +1,9 @@
 // The host's side: its suites, and the records that pass through the module's entry.
 //
 // These are this project's own records. They carry what the module needs and nothing else, and they
-// are the one place to adapt to a host's published interface: the module reads and writes the host's
-// memory only through the types of this header, and `veldrift-host` implements the same types from
-// the other side. All of it is plain C data with natural alignment, passed by pointer.
+// are the one place to adapt to a host's published interface: the module reads and writes the
+// host's memory only through the types of this header, and `veldrift-host` implements the same
+// types from the other side. All of it is plain C data with natural alignment, passed by pointer.
 //
 // Times are the host's ticks: a count of `TicksPerSecond` (Time suite) to the second.
 #pragma once
@@ -77,23 +77,23 @@ struct Utilities {
 struct PluginRecord {
   wchar_t displayName[256];
   int32_t version;
-  int32_t hasSetup;          // slot 2 opens a window
-  int32_t hasAudio;          // slots 12 to 14
-  int32_t hasVideo;          // slot 11
-  int32_t hasClock;          // slots 9 and 10
-  int32_t hasStreamLabel;    // the one capability that stays 0
-  int32_t pushesAudio;       // audio may be pushed
-  int32_t isBroadcast;       // frames leave the machine
+  int32_t hasSetup;        // slot 2 opens a window
+  int32_t hasAudio;        // slots 12 to 14
+  int32_t hasVideo;        // slot 11
+  int32_t hasClock;        // slots 9 and 10
+  int32_t hasStreamLabel;  // the one capability that stays 0
+  int32_t pushesAudio;     // audio may be pushed
+  int32_t isBroadcast;     // frames leave the machine
 };
 
 // One transmit instance. The host owns it; `slot` belongs to the module between slots 4 and 5.
 struct InstanceRecord {
   void* slot;
   const Utilities* utilities;
-  int32_t playID;        // 0 is none; names the play for the audio suite
-  float sampleRate;      // of the timeline, in Hz; not above 0: unknown
-  uint32_t channels;     // of the timeline; 0: unknown
-  int64_t ticksPerFrame; // not above 0: unknown
+  int32_t playID;         // 0 is none; names the play for the audio suite
+  float sampleRate;       // of the timeline, in Hz; not above 0: unknown
+  uint32_t channels;      // of the timeline; 0: unknown
+  int64_t ticksPerFrame;  // not above 0: unknown
 };
 
 // One audio mode (slot 6).
@@ -155,25 +155,25 @@ inline constexpr int kSlotCount = 19;
 // What xTransmitEntry fills, in slot order. Every function answers 0 or kErrorUnsupported, throws
 // nothing, and does nothing for an instance whose slot is empty.
 struct TransmitTable {
-  Error (*Startup)(PluginRecord* plugin);                                          // 0
-  Error (*Shutdown)();                                                             // 1
-  Error (*SetupDialog)(void* parentWindow);                                        // 2
-  Error (*NeedsReset)(int32_t* answer);                                            // 3
-  Error (*CreateInstance)(InstanceRecord* instance);                               // 4
-  Error (*DisposeInstance)(InstanceRecord* instance);                              // 5
+  Error (*Startup)(PluginRecord* plugin);                                                   // 0
+  Error (*Shutdown)();                                                                      // 1
+  Error (*SetupDialog)(void* parentWindow);                                                 // 2
+  Error (*NeedsReset)(int32_t* answer);                                                     // 3
+  Error (*CreateInstance)(InstanceRecord* instance);                                        // 4
+  Error (*DisposeInstance)(InstanceRecord* instance);                                       // 5
   Error (*QueryAudioMode)(const InstanceRecord* instance, int32_t index, AudioMode* mode);  // 6
   Error (*QueryVideoMode)(const InstanceRecord* instance, int32_t index, VideoMode* mode);  // 7
   Error (*ActivateDeactivate)(InstanceRecord* instance, int32_t audio, int32_t video);      // 8
-  Error (*StartClock)(InstanceRecord* instance, const ClockRecord* clock);         // 9
-  Error (*StopClock)(InstanceRecord* instance);                                    // 10
-  Error (*PushVideo)(InstanceRecord* instance, const FrameList* frames);           // 11
-  Error (*StartPushAudio)(InstanceRecord* instance, AudioStart* start);            // 12
-  Error (*PushAudio)(InstanceRecord* instance, const AudioBlock* block);           // 13
-  Error (*StopPushAudio)(InstanceRecord* instance);                                // 14
-  Error (*Unused15)();                                                             // 15
-  Error (*Unused16)();                                                             // 16
-  Error (*SupportsPlayback)(int32_t* answer);                                      // 17
-  Error (*SupportsScrubbing)(int32_t* answer);                                     // 18
+  Error (*StartClock)(InstanceRecord* instance, const ClockRecord* clock);                  // 9
+  Error (*StopClock)(InstanceRecord* instance);                                             // 10
+  Error (*PushVideo)(InstanceRecord* instance, const FrameList* frames);                    // 11
+  Error (*StartPushAudio)(InstanceRecord* instance, AudioStart* start);                     // 12
+  Error (*PushAudio)(InstanceRecord* instance, const AudioBlock* block);                    // 13
+  Error (*StopPushAudio)(InstanceRecord* instance);                                         // 14
+  Error (*Unused15)();                                                                      // 15
+  Error (*Unused16)();                                                                      // 16
+  Error (*SupportsPlayback)(int32_t* answer);                                               // 17
+  Error (*SupportsScrubbing)(int32_t* answer);                                              // 18
 };
 
 // The module's two exports.

@@ -23,7 +23,8 @@ void PaintPattern(uint8_t* bgra, int width, int height, int strideBytes, const P
 void PaintStamp(uint8_t* bgra, int width, int height, int strideBytes, const PatternStamp& stamp);
 
 // Reads the stamp from the luma plane of a decoded picture of any size with the same aspect; the
-// range of the levels (full or limited) doesn't matter. Nothing if there is none or its check fails.
+// range of the levels (full or limited) doesn't matter. Nothing if there is none or its check
+// fails.
 std::optional<PatternStamp> ReadStamp(const uint8_t* luma, int width, int height, int strideBytes);
 
 }  // namespace Veldrift
