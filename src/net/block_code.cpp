@@ -24,8 +24,7 @@ bool BlockCodeAvailable() {
   return available;
 }
 
-bool EncodeParity(std::span<const std::byte* const> blocks, size_t parityCount,
-                  std::byte* parity) {
+bool EncodeParity(std::span<const std::byte* const> blocks, size_t parityCount, std::byte* parity) {
   std::array<CM256::cm256_block, kMaxCodeBlocks> table;
   if (blocks.size() > table.size()) return false;
   for (size_t i = 0; i < blocks.size(); ++i) {

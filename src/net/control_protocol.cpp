@@ -35,8 +35,16 @@ constexpr std::array kCommands = {
     PayloadShape{kAppSettingsSnapshot, 6, true, "control: truncated AppSettingsSnapshot head",
                  "control: truncated AppSettingsSnapshot tail"},
     Fixed(kSetFullQualityWhenPaused, 1, "control: truncated SetFullQualityWhenPaused"),
-    Bare(0x20), Bare(0x21), Bare(0x22), Bare(0x23), Bare(0x24),
-    Bare(0x25), Bare(0x26), Bare(0x27), Bare(0x28), Bare(0x29),
+    Bare(0x20),
+    Bare(0x21),
+    Bare(0x22),
+    Bare(0x23),
+    Bare(0x24),
+    Bare(0x25),
+    Bare(0x26),
+    Bare(0x27),
+    Bare(0x28),
+    Bare(0x29),
     PayloadShape{kTestMarker, 1, true, "control: truncated TestMarker len",
                  "control: truncated TestMarker body"},
 };
@@ -46,12 +54,12 @@ constexpr PayloadShape Status(uint8_t opcode, uint8_t headBytes, bool countedTai
 }
 
 constexpr std::array kStatuses = {
-    Status(kStreamInfo, 10),         Status(kHeartbeat, 0),
-    Status(kCommandAck, 1),          Status(kSourceChanged, 8),
-    Status(kPlaybackState, 1),       Status(kPairChallenge, 0),
-    Status(kPairAccepted, 1, true),  Status(kPairRejected, 0),
-    Status(kTransmitState, 1),       Status(kHostPlatform, 2),
-    Status(kEncoderInfo, 1, true),   Status(kEncoderEngineList, 1, true),
+    Status(kStreamInfo, 10),        Status(kHeartbeat, 0),
+    Status(kCommandAck, 1),         Status(kSourceChanged, 8),
+    Status(kPlaybackState, 1),      Status(kPairChallenge, 0),
+    Status(kPairAccepted, 1, true), Status(kPairRejected, 0),
+    Status(kTransmitState, 1),      Status(kHostPlatform, 2),
+    Status(kEncoderInfo, 1, true),  Status(kEncoderEngineList, 1, true),
     Status(kAudioState, 1),
 };
 
