@@ -23,10 +23,10 @@
 
 // What the transport asks of the layers above; set before StartListening. Each may be empty.
 struct TransportCallables {
-  Veldrift::CommandHandler onCommand;         // on the read thread: each command of the phone
-  std::function<void()> onNewClient;          // on the read thread: a phone has paired
-  std::function<void()> onIdrRequest;         // on the sender's thread: datagrams keep failing
-  std::function<bool()> anyInstanceRunning;   // on the read and poll threads
+  Veldrift::CommandHandler onCommand;        // on the read thread: each command of the phone
+  std::function<void()> onNewClient;         // on the read thread: a phone has paired
+  std::function<void()> onIdrRequest;        // on the sender's thread: datagrams keep failing
+  std::function<bool()> anyInstanceRunning;  // on the read and poll threads
   Veldrift::PairingDialogFactory createPairingDialog;
 };
 

@@ -57,9 +57,8 @@ std::optional<ClientHello> ReadHello(ControlConnection& connection) {
     PluginLog(kLog, kLogInfo, "pair: empty iPhone UUID");
     return std::nullopt;
   }
-  PluginLog(kLog, kLogInfo,
-            "pair: Hello from id=%{public}s name=%{public}s token=%{public}s", hello.id.c_str(),
-            hello.name.c_str(), hello.token.empty() ? "<none>" : "<present>");
+  PluginLog(kLog, kLogInfo, "pair: Hello from id=%{public}s name=%{public}s token=%{public}s",
+            hello.id.c_str(), hello.name.c_str(), hello.token.empty() ? "<none>" : "<present>");
   return hello;
 }
 

@@ -75,7 +75,7 @@ class AudioRoad {
   std::thread clockThread_;
   Mutex clockMutex_;  // for the wait only
   CondVar clockCv_;
-  std::vector<float> left_, right_;  // the clock thread's
+  std::vector<float> left_, right_;        // the clock thread's
   uint64_t pullFailures_ = 0, pulls_ = 0;  // the clock thread's
 };
 

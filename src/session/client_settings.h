@@ -8,14 +8,14 @@
 // The phone's choices, for instances that come later and for the setup window. -1 and 0 as noted:
 // not chosen yet.
 struct ClientSettings {
-  int32_t quality = -1;       // per cent
-  int32_t shortSideCap = 0;   // pixels; 0 is no limit
-  int32_t codec = -1;         // 0 HEVC, 1 H.264
-  int32_t gopSize = 0;        // frames
-  int32_t encoderMode = -1;   // 0 Bitrate, 1 Quality, 2 VBR
+  int32_t quality = -1;      // per cent
+  int32_t shortSideCap = 0;  // pixels; 0 is no limit
+  int32_t codec = -1;        // 0 HEVC, 1 H.264
+  int32_t gopSize = 0;       // frames
+  int32_t encoderMode = -1;  // 0 Bitrate, 1 Quality, 2 VBR
   bool hasClientSettings = false;
-  int32_t hardFrameCap = 0;   // its command is retired: stays 0
-  int32_t gopMode = -1;       // 0 all-intra, 1 short, 2 automatic (retired), 3 long
+  int32_t hardFrameCap = 0;  // its command is retired: stays 0
+  int32_t gopMode = -1;      // 0 all-intra, 1 short, 2 automatic (retired), 3 long
 };
 
 // Once filled from the phone's reports, which are retired: all zero but for one constant. The

@@ -28,8 +28,8 @@ std::vector<std::byte> EncodeEngineList(const std::vector<EngineEntry>& engines)
     AppendText(list, engines[i].note);
   }
   if (list.size() > kLongest) {
-    PluginLog(kLog, kLogError,
-              "SendEncoderEngineList: inner payload %zu > 255 B — truncating", list.size());
+    PluginLog(kLog, kLogError, "SendEncoderEngineList: inner payload %zu > 255 B — truncating",
+              list.size());
     list.resize(kLongest);
   }
   list.insert(list.begin(), std::byte(list.size()));

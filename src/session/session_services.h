@@ -15,6 +15,5 @@ struct SessionServices {
       Veldrift::CreateDefaultEncoder;
   std::function<std::unique_ptr<Veldrift::IHardwareEncoder>(const std::string&)> createForEngine =
       Veldrift::CreateForEngine;
-  std::function<std::vector<Veldrift::EngineEntry>()> enumerateEngines =
-      Veldrift::EnumerateEngines;
+  std::function<std::vector<Veldrift::EngineEntry>()> enumerateEngines = Veldrift::EnumerateEngines;
 };

@@ -25,8 +25,7 @@ SharedTransport& SharedTransport::Get() {
   return transport;
 }
 
-SharedTransport::SharedTransport(Clock& clock)
-    : clock_(clock), transport_(clock), pacer_(clock) {}
+SharedTransport::SharedTransport(Clock& clock) : clock_(clock), transport_(clock), pacer_(clock) {}
 
 SharedTransport::~SharedTransport() { Shutdown(); }
 
@@ -112,8 +111,7 @@ void SharedTransport::ReplaySettings(TransmitInstance& instance) {
     replay(kSetGopMode, {settings.gopMode});
   }
   if (settings.encoderMode == 0 || settings.encoderMode == 1) {
-    replay(kSetEncoderMode,
-           {settings.encoderMode, std::clamp(settings.quality, 0, kMaxQuality)});
+    replay(kSetEncoderMode, {settings.encoderMode, std::clamp(settings.quality, 0, kMaxQuality)});
   }
 }
 

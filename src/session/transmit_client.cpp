@@ -106,8 +106,8 @@ void TransmitInstance::SwitchEncoderEngine(const std::string& id) {
   } else {
     PluginLog(kLog, kLogInfo, "engine switch: '%s' → '%s' — full refresh", engineId_.c_str(),
               id.c_str());
-    const std::string text = std::string(1, char(std::string(kSwitchingText).size())) +
-                             kSwitchingText;
+    const std::string text =
+        std::string(1, char(std::string(kSwitchingText).size())) + kSwitchingText;
     (void)services_.transport.SendControl(kEncoderInfo, std::as_bytes(std::span(text)));
   }
   std::unique_ptr<IHardwareEncoder> encoder = CreateEncoderFor(id);
@@ -133,8 +133,7 @@ std::unique_ptr<IHardwareEncoder> TransmitInstance::CreateEncoderFor(const std::
             "engine switch: CreateForEngine('%s') failed — falling back to default", id.c_str());
   encoder = services_.createDefaultEncoder();
   if (!encoder) {
-    PluginLog(kLog, kLogError,
-              "engine switch: no encoder available — keeping current pipeline");
+    PluginLog(kLog, kLogError, "engine switch: no encoder available — keeping current pipeline");
   }
   return encoder;
 }

@@ -24,10 +24,14 @@ struct GopMode {
 
 GopMode GopModeOf(uint8_t mode) {
   switch (mode) {
-    case 0: return {"All-Intra", 1};
-    case 1: return {"Short-GOP", 5};
-    case 3: return {"Long-GOP", 600};
-    default: return {"?-fallback-AllIntra", 1};
+    case 0:
+      return {"All-Intra", 1};
+    case 1:
+      return {"Short-GOP", 5};
+    case 3:
+      return {"Long-GOP", 600};
+    default:
+      return {"?-fallback-AllIntra", 1};
   }
 }
 
@@ -38,9 +42,12 @@ struct EncoderMode {
 
 EncoderMode EncoderModeOf(uint8_t mode) {
   switch (mode) {
-    case 1: return {"Quality", kRateControlQuality};
-    case 2: return {"VBR", kRateControlVbr};
-    default: return {"Bitrate", kRateControlBitrate};
+    case 1:
+      return {"Quality", kRateControlQuality};
+    case 2:
+      return {"VBR", kRateControlVbr};
+    default:
+      return {"Bitrate", kRateControlBitrate};
   }
 }
 
@@ -48,10 +55,13 @@ size_t LeastPayload(uint8_t opcode) {
   switch (opcode) {
     case kSetGopMode:
     case kSetCodec:
-    case kSetEncoderEngine: return 1;
+    case kSetEncoderEngine:
+      return 1;
     case kSetMaxResolution:
-    case kSetEncoderMode: return 2;
-    default: return 0;
+    case kSetEncoderMode:
+      return 2;
+    default:
+      return 0;
   }
 }
 
@@ -63,8 +73,10 @@ bool IsAcknowledged(uint8_t opcode) {
     case kSetMaxResolution:
     case kSetEncoderMode:
     case kSetHardFrameCap:
-    case kSetEncoderEngine: return true;
-    default: return false;
+    case kSetEncoderEngine:
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -91,13 +103,26 @@ void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> pay
       RequestIdr();
       break;
     case kReceiverReport:
-    case kReceiverReportV2: break;
-    case kSetGopMode: SetGopMode(ByteAt(payload, 0)); break;
-    case kSetCodec: SetCodec(ByteAt(payload, 0)); break;
-    case kSetMaxResolution: SetMaxResolution(GetU16(payload.data())); break;
-    case kSetEncoderMode: SetEncoderMode(ByteAt(payload, 0), ByteAt(payload, 1)); break;
-    case kSetEncoderEngine: SetEncoderEngine(payload); break;
-    case kAppSettingsSnapshot: ApplySettingsSnapshot(payload); break;
+    case kReceiverReportV2:
+      break;
+    case kSetGopMode:
+      SetGopMode(ByteAt(payload, 0));
+      break;
+    case kSetCodec:
+      SetCodec(ByteAt(payload, 0));
+      break;
+    case kSetMaxResolution:
+      SetMaxResolution(GetU16(payload.data()));
+      break;
+    case kSetEncoderMode:
+      SetEncoderMode(ByteAt(payload, 0), ByteAt(payload, 1));
+      break;
+    case kSetEncoderEngine:
+      SetEncoderEngine(payload);
+      break;
+    case kAppSettingsSnapshot:
+      ApplySettingsSnapshot(payload);
+      break;
     case kSetBitrate:
       PluginLog(kLog, kLogInfo, "control: retired opcode 0x02 (SetBitrate) — ignored");
       break;
@@ -108,8 +133,7 @@ void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> pay
       PluginLog(kLog, kLogInfo, "control: retired opcode 0x0B (SetHardFrameCap) — ignored");
       break;
     case kSetCongestionController:
-      PluginLog(kLog, kLogInfo,
-                "control: retired opcode 0x0C (SetCongestionController) — ignored");
+      PluginLog(kLog, kLogInfo, "control: retired opcode 0x0C (SetCongestionController) — ignored");
       break;
     case kSetPlaybackPrefer:
       PluginLog(kLog, kLogInfo, "control: retired opcode 0x10 (SetPlaybackPrefer) — ignored");
@@ -121,7 +145,9 @@ void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> pay
     case kSetFullQualityWhenPaused:
       PluginLog(kLog, kLogInfo, "control: retired opcode 0x%02X — ignored", opcode);
       break;
-    default: PluginLog(kLog, kLogInfo, "control: unhandled opcode 0x%02x", opcode); break;
+    default:
+      PluginLog(kLog, kLogInfo, "control: unhandled opcode 0x%02x", opcode);
+      break;
   }
 }
 
@@ -143,8 +169,7 @@ void TransmitInstance::SetGopMode(uint8_t mode) {
 
 void TransmitInstance::SetCodec(uint8_t codec) {
   const int32_t chosen = codec == kCodecH264 ? kCodecH264 : kCodecHevc;
-  PluginLog(kLog, kLogInfo, "control: SetCodec %{public}s",
-            chosen == kCodecH264 ? "H264" : "HEVC");
+  PluginLog(kLog, kLogInfo, "control: SetCodec %{public}s", chosen == kCodecH264 ? "H264" : "HEVC");
   if (const PipelineReference pipeline = Pipeline()) pipeline->SetCodec(chosen);
   services_.transport.RememberCodec(chosen);
   PublishEncoderStatus();
@@ -171,8 +196,8 @@ void TransmitInstance::SetEncoderMode(uint8_t mode, uint8_t quality) {
   if (chosen.rateControl == kRateControlBitrate) {
     rate = (pipeline ? pipeline->GetBitrate() : 0) * 2;
   } else {
-    rate = uint32_t(std::max(timeBase_.Fps(), 1)) *
-           (pipeline ? pipeline->GetFrameByteCap() : 0) * 32;
+    rate =
+        uint32_t(std::max(timeBase_.Fps(), 1)) * (pipeline ? pipeline->GetFrameByteCap() : 0) * 32;
   }
   services_.transport.GetPacer().SetBitrate(std::max(rate, kLowestPacerBitrate));
 }
@@ -180,15 +205,13 @@ void TransmitInstance::SetEncoderMode(uint8_t mode, uint8_t quality) {
 void TransmitInstance::SetEncoderEngine(std::span<const std::byte> payload) {
   const uint8_t length = ByteAt(payload, 0);
   if (payload.size() == 1) {
-    PluginLog(kLog, kLogInfo,
-              "control: SetEncoderEngine (legacy 1B) — treating as 'auto' no-op");
+    PluginLog(kLog, kLogInfo, "control: SetEncoderEngine (legacy 1B) — treating as 'auto' no-op");
     legacyEngineByte_ = length;
     return;
   }
   if (length == 0 || size_t{length} + 1 > payload.size()) {
-    PluginLog(kLog, kLogError,
-              "control: SetEncoderEngine malformed (idLen=%u payloadLen=%zu)", length,
-              payload.size());
+    PluginLog(kLog, kLogError, "control: SetEncoderEngine malformed (idLen=%u payloadLen=%zu)",
+              length, payload.size());
     return;
   }
   const std::string id = TextOf(payload.subspan(1, length));

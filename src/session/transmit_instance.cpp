@@ -85,7 +85,6 @@ void TransmitInstance::Stop() {
 }
 
 void TransmitInstance::StartClock(const Host::ClockRecord& clock, int32_t playID) {
-  playID_ = playID;
   audio_.StartClock(clock, playID, audioSuite_);
 }
 

@@ -104,8 +104,8 @@ void TransmitInstance::FitEncoder(EncoderPipeline& pipeline, FrameSize target,
     settings.quality = kConfigureQuality;
     settings.frameByteCap = pipeline.GetFrameByteCap();
     pipeline.ReconfigureInPlace(settings);
-  } else if (!pipeline.Configure(uint32_t(target.width), uint32_t(target.height),
-                                 kConfigureBitrate, uint32_t(source.fps))) {
+  } else if (!pipeline.Configure(uint32_t(target.width), uint32_t(target.height), kConfigureBitrate,
+                                 uint32_t(source.fps))) {
     PluginLog(kLog, kLogError,
               "encoder Configure failed (%dx%d @ %d fps) — Ready() stays false, retry on next "
               "frame",
