@@ -28,13 +28,16 @@ else()
   target_link_libraries(vd_block_code INTERFACE ${CM256CC_LIBRARY})
 endif()
 
-# H.264, HEVC, containers and sound on Linux.
+# H.264 and HEVC on Linux for the module; containers, scaling and sound besides for the tools.
 set(VD_ENCODER_LIBS)
+set(VD_MEDIA_LIBS)
 if(NOT WIN32)
   find_package(PkgConfig REQUIRED)
-  pkg_check_modules(AV REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale
+  pkg_check_modules(AVCODEC REQUIRED IMPORTED_TARGET libavcodec libavutil)
+  pkg_check_modules(AVMEDIA REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale
                     libswresample)
-  set(VD_ENCODER_LIBS PkgConfig::AV)
+  set(VD_ENCODER_LIBS PkgConfig::AVCODEC)
+  set(VD_MEDIA_LIBS PkgConfig::AVMEDIA)
 endif()
 
 # GoogleTest: the distribution's build natively, its source where it has to be compiled for the

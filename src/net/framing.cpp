@@ -91,9 +91,9 @@ FrameGroup MakeFrameGroup(const FrameToSend& frame) {
   const size_t datagrams = CountDatagrams(frame.data.size(), frame.parityCount);
   if (datagrams == 0) return {};
   const size_t dataCount = DataFragmentCount(frame.data.size());
-  const size_t bytes =
-      frame.data.size() + dataCount * (kDatagramHeaderBytes + SendTimeBytes(frame)) +
-      (datagrams - dataCount) * (kDatagramHeaderBytes + kParityPayloadBytes);
+  const size_t bytes = frame.data.size() +
+                       dataCount * (kDatagramHeaderBytes + SendTimeBytes(frame)) +
+                       (datagrams - dataCount) * (kDatagramHeaderBytes + kParityPayloadBytes);
   return {frame.streamType == StreamType::Video, datagrams, bytes};
 }
 
@@ -105,8 +105,7 @@ bool FragmentFrame(const FrameToSend& frame, uint32_t& sequence, int64_t nowNano
 
   DatagramHeader header;
   header.streamType = frame.streamType;
-  header.flags =
-      uint8_t((frame.keyFrame ? kFlagKeyFrame : 0) | parityCount << kFlagParityShift);
+  header.flags = uint8_t((frame.keyFrame ? kFlagKeyFrame : 0) | parityCount << kFlagParityShift);
   header.frameNumber = frame.frameNumber;
   header.timestamp = frame.timestamp;
   header.fragmentCount = uint16_t(dataCount + parityCount);

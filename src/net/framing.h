@@ -28,11 +28,11 @@ size_t CountDatagrams(size_t size, size_t parityCount);
 struct FrameToSend {
   StreamType streamType = StreamType::Video;
   bool keyFrame = false;
-  size_t parityCount = 0;      // ignored above 255 data fragments
+  size_t parityCount = 0;  // ignored above 255 data fragments
   uint16_t frameNumber = 0;
-  uint32_t timestamp = 0;      // microseconds
+  uint32_t timestamp = 0;  // microseconds
   std::span<const std::byte> data;
-  bool withSendTime = false;   // each data fragment ends in the time of its making
+  bool withSendTime = false;  // each data fragment ends in the time of its making
 };
 
 // A group with room for exactly the datagrams of `frame`.

@@ -1,0 +1,346 @@
+#include "net/network_transport.h"
+
+#include <utility>
+
+#include "identity/install_identity.h"
+#include "net/control_protocol.h"
+#include "net/media_datagram.h"
+#include "net/pairing_handshake.h"
+#include "support/plugin_log.h"
+
+using namespace Veldrift;
+
+namespace {
+
+constexpr LogCategory kLog{kLogSubsystem, "network"};
+constexpr uint16_t kDefaultControlPort = 47100;
+constexpr int64_t kAcceptSliceNanos = 100 * kNanosPerMilli;
+constexpr int64_t kTickNanos = kNanosPerSecond;
+constexpr int32_t kInactiveTicksToTell = 3;
+constexpr uint32_t kFailuresToAsk = 5;
+
+void LogPeerNotKnown(uint8_t opcode) {
+  PluginLog(kLog, kLogDebug, "SendControl opcode=0x%02x: SKIP — peer not known", opcode);
+}
+
+void JoinIfRunning(std::thread& thread) {
+  if (thread.joinable()) thread.join();
+}
+
+}  // namespace
+
+NetworkTransport::NetworkTransport(Clock& clock)
+    : clock_(clock), controlPort_(kDefaultControlPort) {}
+
+NetworkTransport::~NetworkTransport() { Stop(); }
+
+// ---- Start and stop ----------------------------------------------------------------------------
+
+void NetworkTransport::StartListening(uint16_t controlPort) {
+  if (running_.exchange(true)) return;
+  PluginLog(kLog, kLogInfo, "StartListening control=:%u video=:%u audio=:%u", controlPort,
+            kVideoPort, kAudioPort);
+  udpSocket_ = OpenDatagramSender();
+  if (udpSocket_) {
+    PluginLog(kLog, kLogInfo, "UDP sender socket fd=%lld",
+              static_cast<long long>(udpSocket_->Number()));
+  } else {
+    PluginLog(kLog, kLogError, "UDP socket() failed: %s", ErrorText().c_str());
+  }
+  acceptThread_ = std::thread([this, controlPort] { AcceptLoop(controlPort); });
+  controlPort_ = controlPort;
+  StartAdvertiser();
+  pollThread_ = std::thread([this] { TransmitStatePollLoop(); });
+}
+
+void NetworkTransport::StartAdvertiser() {
+  discoverable_ = IsDiscoverable();
+  if (!discoverable_) {
+    PluginLog(kLog, kLogInfo, "discoverable=false — skipping mDNS advertisement");
+    return;
+  }
+  const ServiceInfo identity = MakeServiceInfo();
+  advertiser_ = CreateServiceAdvertiser();
+  if (!advertiser_) {
+    PluginLog(kLog, kLogInfo, "ServiceAdvertiser factory returned null — mDNS skipped");
+    return;
+  }
+  transmitActive_ = AnyInstanceRunning();
+  ServiceInfo info = identity;
+  info.transmit = transmitActive_ ? 1 : 0;
+  if (!advertiser_->Start(controlPort_, info)) {
+    PluginLog(kLog, kLogError, "ServiceAdvertiser::Start failed — Bonjour discovery disabled");
+    advertiser_.reset();
+  }
+}
+
+// Hosts on one machine share the identity, and are told apart by a suffix.
+ServiceInfo NetworkTransport::MakeServiceInfo() const {
+  const InstallIdentity identity = LoadOrCreateInstallIdentity();
+  const HostTraits& host = TraitsOf(DetectHostApplication());
+  ServiceInfo info;
+  info.id = *host.suffix == '\0' ? identity.id : identity.id + "-" + host.suffix;
+  info.name = identity.name + " — " + host.displayText;
+  info.transmit = transmitActive_ ? 1 : 0;
+  return info;
+}
+
+void NetworkTransport::Stop() {
+  if (!running_.exchange(false)) return;
+  PluginLog(kLog, kLogInfo, "Stop");
+  Connection client;
+  {
+    MutexLock lock(clientMutex_);
+    peerKnown_ = false;
+    client = std::exchange(client_, nullptr);
+  }
+  if (client) client->Disconnect();
+  WakeWaiters();
+  JoinIfRunning(acceptThread_);
+  JoinIfRunning(readThread_);
+  JoinIfRunning(heartbeatThread_);
+  JoinIfRunning(pollThread_);
+  udpSocket_.reset();
+  if (advertiser_) {
+    advertiser_->Stop();
+    advertiser_.reset();
+  }
+}
+
+// The empty lock closes the gap in which a waiter has tested its condition but doesn't wait yet.
+void NetworkTransport::WakeWaiters() {
+  { MutexLock lock(shutdownMutex_); }
+  shutdownCv_.NotifyAll();
+}
+
+bool NetworkTransport::AnyInstanceRunning() const {
+  return callables_.anyInstanceRunning && callables_.anyInstanceRunning();
+}
+
+// ---- Accepting ---------------------------------------------------------------------------------
+
+void NetworkTransport::AcceptLoop(uint16_t port) {
+  const std::unique_ptr<StreamListener> listener = ListenTcp(port);
+  if (!listener) {
+    PluginLog(kLog, kLogError, "CreateTcpListener(:%u) failed: %s", port, ErrorText().c_str());
+    return;
+  }
+  listeningPort_ = listener->Port();
+  PluginLog(kLog, kLogInfo, "Listening on :%u", listener->Port());
+  while (running_) {
+    std::unique_ptr<StreamSocket> socket = listener->Accept(kAcceptSliceNanos);
+    if (socket && running_) Welcome(std::move(socket));
+  }
+  listeningPort_ = 0;
+}
+
+// Takes the newcomer in the old client's place, whoever it is.
+void NetworkTransport::Welcome(std::unique_ptr<StreamSocket> socket) {
+  const Connection newcomer = std::make_shared<ControlConnection>(std::move(socket), clock_);
+  PluginLog(kLog, kLogInfo, "Client connected fd=%lld ip=%{public}s — awaiting ClientHello",
+            newcomer->Number(), AddressText(newcomer->Peer().address).c_str());
+  Connection old;
+  {
+    MutexLock lock(clientMutex_);
+    if (!running_) return;
+    peerKnown_ = false;
+    peer_ = newcomer->Peer();
+    old = std::exchange(client_, newcomer);
+  }
+  if (old) {
+    PluginLog(kLog, kLogInfo, "Replaced old client fd=%lld", old->Number());
+    old->Disconnect();
+  }
+  WakeWaiters();
+  JoinIfRunning(readThread_);
+  readThread_ = std::thread([this, newcomer] { ReadThread(newcomer); });
+  JoinIfRunning(heartbeatThread_);
+  heartbeatThread_ = std::thread([this, newcomer] { HeartbeatLoop(newcomer); });
+}
+
+// ---- One client --------------------------------------------------------------------------------
+
+void NetworkTransport::ReadThread(const Connection& connection) {
+  if (DoPairingHandshake(connection, callables_.createPairingDialog).empty()) {
+    PluginLog(kLog, kLogInfo, "control: pair handshake failed fd=%lld — dropping",
+              connection->Number());
+  } else if (Admit(connection)) {
+    if (callables_.onNewClient) callables_.onNewClient();
+    transmitActive_ = AnyInstanceRunning();
+    inactiveTicks_ = 0;
+    SendTransmitState();
+    RunControlReadLoop(
+        [&connection](std::span<std::byte> buffer) { return connection->Receive(buffer); },
+        callables_.onCommand, running_);
+  }
+  Farewell(connection);
+}
+
+// Opens media and status to the connection that has just proved itself; false if another has taken
+// its place meanwhile.
+bool NetworkTransport::Admit(const Connection& connection) {
+  MutexLock lock(clientMutex_);
+  if (client_ != connection) return false;
+  peerKnown_ = true;
+  return true;
+}
+
+void NetworkTransport::Farewell(const Connection& connection) {
+  Connection current;
+  {
+    MutexLock lock(clientMutex_);
+    current = client_;
+    if (current == connection) {
+      client_ = nullptr;
+      peerKnown_ = false;
+    }
+  }
+  connection->Disconnect();
+  WakeWaiters();
+  if (current == connection) {
+    PluginLog(kLog, kLogInfo, "control read loop exit fd=%lld — closed + peer cleared",
+              connection->Number());
+  } else {
+    PluginLog(kLog, kLogInfo,
+              "control read loop exit fd=%lld — stale (current=%lld), already handed off",
+              connection->Number(), current ? current->Number() : -1);
+  }
+}
+
+void NetworkTransport::HeartbeatLoop(const Connection& connection) {
+  PluginLog(kLog, kLogInfo, "HeartbeatLoop: START fd=%lld", connection->Number());
+  int ticks = 0;
+  // A fixed grid: a late tick doesn't move the later ones.
+  for (int64_t next = clock_.NowNanos() + kTickNanos; running_; next += kTickNanos) {
+    const bool current = WaitForTick(next, connection);
+    if (!running_) break;
+    ++ticks;
+    if (!current) {
+      const Connection successor = CurrentClient();
+      PluginLog(kLog, kLogInfo, "HeartbeatLoop: EXIT fd=%lld — replaced by fd=%lld (tick=%d)",
+                connection->Number(), successor ? successor->Number() : -1, ticks);
+      break;
+    }
+    const bool sent = connection->SendMessage(kHeartbeat, {});
+    PluginLog(kLog, kLogDebug, "HeartbeatLoop: tick=%d fd=%lld send=%{public}s", ticks,
+              connection->Number(), sent ? "ok" : "FAIL");
+    if (!sent) break;
+  }
+  PluginLog(kLog, kLogInfo, "HeartbeatLoop: END fd=%lld after %d ticks", connection->Number(),
+            ticks);
+}
+
+// Waits for the tick, or until the connection isn't the client any more; true if it still is.
+bool NetworkTransport::WaitForTick(int64_t tickNanos, const Connection& connection) {
+  MutexLock lock(shutdownMutex_);
+  while (running_ && IsCurrent(connection) && clock_.NowNanos() < tickNanos) {
+    clock_.WaitUntil(shutdownCv_, lock, tickNanos);
+  }
+  return IsCurrent(connection);
+}
+
+// ---- The host's transmit state -----------------------------------------------------------------
+
+void NetworkTransport::TransmitStatePollLoop() {
+  PluginLog(kLog, kLogInfo, "TransmitStatePollLoop: START");
+  int64_t next = clock_.NowNanos() + kTickNanos;
+  while (running_) {
+    {
+      MutexLock lock(shutdownMutex_);
+      while (running_ && clock_.NowNanos() < next) clock_.WaitUntil(shutdownCv_, lock, next);
+    }
+    if (!running_) break;
+    PollTransmitState();
+    next = clock_.NowNanos() + kTickNanos;
+  }
+  PluginLog(kLog, kLogInfo, "TransmitStatePollLoop: END");
+}
+
+// Going active is told at once, going inactive after three polls in a row: a short gap in the
+// host's preview doesn't make the phone flicker.
+void NetworkTransport::PollTransmitState() {
+  if (AnyInstanceRunning()) {
+    inactiveTicks_ = 0;
+    if (transmitActive_) return;
+    PluginLog(kLog, kLogInfo, "transmit: edge inactive → active");
+    transmitActive_ = true;
+    SendTransmitState();
+    return;
+  }
+  if (!transmitActive_) return;
+  const int32_t ticks = ++inactiveTicks_;
+  if (ticks < kInactiveTicksToTell) return;
+  PluginLog(kLog, kLogInfo, "transmit: edge active → inactive after %d ticks", ticks);
+  transmitActive_ = false;
+  inactiveTicks_ = 0;
+  SendTransmitState();
+}
+
+void NetworkTransport::SendTransmitState() {
+  const std::byte active{transmitActive_ ? uint8_t{1} : uint8_t{0}};
+  (void)SendControl(kTransmitState, {&active, 1});
+}
+
+// ---- Sending -----------------------------------------------------------------------------------
+
+bool NetworkTransport::SendControl(uint8_t opcode, std::span<const std::byte> payload) {
+  Connection client;
+  bool known = false;
+  {
+    MutexLock lock(clientMutex_);
+    client = client_;
+    known = peerKnown_;
+  }
+  if (!known && !AllowedBeforePairing(opcode)) {
+    LogPeerNotKnown(opcode);
+    return false;
+  }
+  if (!client) {
+    PluginLog(kLog, kLogDebug, "SendControl opcode=0x%02x: SKIP — fd invalid", opcode);
+    return false;
+  }
+  return client->SendMessage(opcode, payload);
+}
+
+bool NetworkTransport::SendDatagram(std::span<const std::byte> bytes, uint16_t port) {
+  const std::optional<uint32_t> address = PairedAddress();
+  if (!address || !udpSocket_) return false;
+  switch (udpSocket_->Send(bytes, {*address, port})) {
+    case DatagramSocket::SendResult::Sent:
+      udpFailures_ = 0;
+      return true;
+    case DatagramSocket::SendResult::BufferFull:
+      PluginLog(kLog, kLogDebug, "UDP drop — kernel buffer full");
+      break;
+    case DatagramSocket::SendResult::Failed:
+      PluginLog(kLog, kLogError, "sendto port=%u failed: %s", port, ErrorText().c_str());
+      break;
+  }
+  CountSendFailure();
+  return false;
+}
+
+// Asks for a key frame once a run of failures.
+void NetworkTransport::CountSendFailure() {
+  const uint32_t failures = ++udpFailures_;
+  if (failures != kFailuresToAsk || !callables_.onIdrRequest) return;
+  PluginLog(kLog, kLogInfo, "UDP: %d consecutive send failures — requesting IDR", int(failures));
+  callables_.onIdrRequest();
+}
+
+NetworkTransport::Connection NetworkTransport::CurrentClient() const {
+  MutexLock lock(clientMutex_);
+  return client_;
+}
+
+std::optional<uint32_t> NetworkTransport::PairedAddress() const {
+  if (!peerKnown_) return std::nullopt;
+  MutexLock lock(clientMutex_);
+  if (!peerKnown_) return std::nullopt;
+  return peer_.address;
+}
+
+std::string NetworkTransport::PeerAddressText() const {
+  const std::optional<uint32_t> address = PairedAddress();
+  return address ? AddressText(*address) : std::string();
+}
