@@ -110,8 +110,8 @@ Host::Error CreateInstance(Host::InstanceRecord* record) {
     record->slot = nullptr;
     const Host::SuiteAccess* services =
         record->utilities != nullptr ? record->utilities->GetSuiteAccess() : nullptr;
-    auto instance = std::make_unique<TransmitInstance>(
-        services, SessionServices{SharedTransport::Get()});
+    auto instance =
+        std::make_unique<TransmitInstance>(services, SessionServices{SharedTransport::Get()});
     if (!instance->HasPipeline()) return Host::kErrorUnsupported;
     instance->Audio().SetAudioFormat(record->sampleRate, record->channels);
     instance->SetVideoFrameRate(record->ticksPerFrame);
@@ -216,10 +216,13 @@ Host::Error StopPushAudio(Host::InstanceRecord* record) {
 
 extern "C" Host::Error xTransmitEntry(void*, int32_t load, void*, Host::TransmitTable* table) {
   if (load == 0 || table == nullptr) return Host::kNoError;
-  *table = {Startup,        Shutdown,       SetupDialog,        NeedsReset, CreateInstance,
-            DisposeInstance, QueryAudioMode, QueryVideoMode,     ActivateDeactivate,
-            StartClock,     StopClock,      PushVideo,          StartPushAudio, PushAudio,
-            StopPushAudio,  Unused,         Unused,             Supports,   Supports};
+  *table = {Startup,        Shutdown,       SetupDialog,
+            NeedsReset,     CreateInstance, DisposeInstance,
+            QueryAudioMode, QueryVideoMode, ActivateDeactivate,
+            StartClock,     StopClock,      PushVideo,
+            StartPushAudio, PushAudio,      StopPushAudio,
+            Unused,         Unused,         Supports,
+            Supports};
   return Host::kNoError;
 }
 

@@ -208,10 +208,11 @@ void NetworkTransport::Farewell(const Connection& connection) {
 }
 
 void NetworkTransport::HeartbeatLoop(const Connection& connection) {
+  // A fixed grid: a late tick doesn't move the later ones.
+  int64_t next = clock_.NowNanos() + kTickNanos;
   PluginLog(kLog, kLogInfo, "HeartbeatLoop: START fd=%lld", connection->Number());
   int ticks = 0;
-  // A fixed grid: a late tick doesn't move the later ones.
-  for (int64_t next = clock_.NowNanos() + kTickNanos; running_; next += kTickNanos) {
+  for (; running_; next += kTickNanos) {
     const bool current = WaitForTick(next, connection);
     if (!running_) break;
     ++ticks;
