@@ -23,7 +23,6 @@ class PosixStreamSocket final : public StreamSocket {
   std::ptrdiff_t Receive(std::span<std::byte> buffer) override {
     ssize_t count = 0;
     do {
-      if (stopped_) return 0;
       count = recv(socket_.Get(), buffer.data(), buffer.size(), 0);
     } while (count < 0 && errno == EINTR);
     return stopped_ ? 0 : count;
@@ -42,8 +41,7 @@ class PosixStreamSocket final : public StreamSocket {
     return SendResult::Sent;
   }
 
-  // The flag stands before the system call: a Receive that starts between the two is woken by the
-  // second, and one that starts later doesn't take what the kernel still holds.
+  // The flag stands before the system call: a Receive that the second wakes sees the first.
   void StopReceiving() override {
     stopped_ = true;
     shutdown(socket_.Get(), SHUT_RD);

@@ -1,24 +1,12 @@
 #include "platform/process.h"
 
+#include "platform/command_line.h"
+#include "platform/file.h"
 #include "platform/system.h"
 #include "platform/win32/handle.h"
 
 namespace Veldrift {
 namespace {
-
-// The runtime library's rules of splitting a command line, backwards: backslashes are plain but in
-// front of a quotation mark, where they count double.
-std::wstring Quoted(const std::wstring& argument) {
-  std::wstring quoted = L"\"";
-  size_t backslashes = 0;
-  for (const wchar_t character : argument) {
-    if (character == L'"') quoted.append(backslashes + 1, L'\\');
-    backslashes = character == L'\\' ? backslashes + 1 : 0;
-    quoted += character;
-  }
-  quoted.append(backslashes, L'\\');
-  return quoted + L"\"";
-}
 
 class WinChildProcess final : public ChildProcess {
  public:
@@ -47,8 +35,9 @@ class WinChildProcess final : public ChildProcess {
 
 std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
                                            const std::vector<std::string>& arguments) {
-  std::wstring commandLine = Quoted(program.native());
-  for (const auto& argument : arguments) commandLine += L" " + Quoted(WideText(argument));
+  std::string line = QuotedArgument(PathText(program));
+  for (const auto& argument : arguments) line += " " + QuotedArgument(argument);
+  std::wstring commandLine = WideText(line);
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION information{};

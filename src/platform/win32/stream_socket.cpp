@@ -44,13 +44,15 @@ class WinStreamSocket final : public StreamSocket {
   std::ptrdiff_t Receive(std::span<std::byte> buffer) override {
     const HANDLE events[] = {stopped_.Get(), arrived_.Get()};
     for (;;) {
-      if (WaitForSingleObject(stopped_.Get(), 0) == WAIT_OBJECT_0) return 0;
       // Reset before the read: whatever arrives from here on is read now or sets the event again.
       ResetEvent(arrived_.Get());
       const int count = recv(socket_.Get(), reinterpret_cast<char*>(buffer.data()),
                              CappedLength(buffer.size()), 0);
+      const int error = WSAGetLastError();
+      // A disconnection shows as an error of the read, which it isn't to the caller.
+      if (WaitForSingleObject(stopped_.Get(), 0) == WAIT_OBJECT_0) return 0;
       if (count >= 0) return count;
-      if (WSAGetLastError() != WSAEWOULDBLOCK) return -1;
+      if (error != WSAEWOULDBLOCK) return -1;
       WaitForMultipleObjects(2, events, FALSE, INFINITE);
     }
   }
