@@ -44,8 +44,8 @@ Datagrams Fragment(const FrameToSend& frame, uint32_t& sequence, int64_t nowNano
 }
 
 TEST(ChooseParityCount, IsATenthRoundedUpWithinTheCode) {
-  const std::pair<size_t, size_t> rows[] = {{1, 1},    {10, 1},   {11, 2},  {100, 10}, {231, 24},
-                                            {232, 23}, {254, 1},  {255, 0}, {256, 0},  {65'535, 0}};
+  const std::pair<size_t, size_t> rows[] = {{1, 1},    {10, 1},  {11, 2},  {100, 10}, {231, 24},
+                                            {232, 23}, {254, 1}, {255, 0}, {256, 0},  {65'535, 0}};
   for (const auto& [dataCount, parity] : rows) {
     EXPECT_EQ(ChooseParityCount(dataCount), parity) << dataCount;
   }
@@ -55,9 +55,9 @@ TEST(CountDatagrams, KnowsTheLimits) {
   struct Row {
     size_t size, parity, count;
   };
-  const Row rows[] = {{0, 1, 0},           {1, 1, 2},           {1440, 1, 2},
-                      {1441, 1, 3},        {365'760, 1, 255},   {365'761, 0, 255},
-                      {367'200, 0, 255},   {367'201, 7, 256},   {94'370'400, 0, 65'535},
+  const Row rows[] = {{0, 1, 0},         {1, 1, 2},         {1440, 1, 2},
+                      {1441, 1, 3},      {365'760, 1, 255}, {365'761, 0, 255},
+                      {367'200, 0, 255}, {367'201, 7, 256}, {94'370'400, 0, 65'535},
                       {94'370'401, 0, 0}};
   for (const Row& row : rows) {
     EXPECT_EQ(CountDatagrams(row.size, row.parity), row.count) << row.size;
@@ -97,7 +97,8 @@ TEST(FragmentFrame, OneByteMakesOneDataAndOneParityFragment) {
 TEST(FragmentFrame, FragmentsAreInOrderAndTheLastHasTheRest) {
   const std::vector<std::byte> frame = SomeFrame(254 * 1440);  // (K-1) x 1440 exceeds 16 bits
   uint32_t sequence = 10;
-  const Datagrams datagrams = Fragment(VideoFrame(std::span(frame).first(253 * 1440 + 5)), sequence);
+  const Datagrams datagrams =
+      Fragment(VideoFrame(std::span(frame).first(253 * 1440 + 5)), sequence);
   ASSERT_EQ(datagrams.size(), 255U);
   EXPECT_EQ(sequence, 265U);
   size_t at = 0;

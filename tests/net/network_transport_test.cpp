@@ -86,9 +86,9 @@ TEST_F(NetworkTransportTest, NothingButPairingPassesUntilAPhoneHasPaired) {
   EXPECT_FALSE(SendMedia());
   EXPECT_EQ(transport.PeerAddressText(), "");
 
-  TestPhone paired = ConnectAndPair("127.0.0.9");
+  TestPhone paired = ConnectAndPair("127.0.1.9");
   EXPECT_TRUE(transport.PeerKnown());
-  EXPECT_EQ(transport.PeerAddressText(), "127.0.0.9");
+  EXPECT_EQ(transport.PeerAddressText(), "127.0.1.9");
   EXPECT_EQ(newClients, 1);
   EXPECT_TRUE(SendByte(kAudioState));
   EXPECT_TRUE(paired.NextOf(kAudioState));
@@ -98,21 +98,22 @@ TEST_F(NetworkTransportTest, NothingButPairingPassesUntilAPhoneHasPaired) {
 }
 
 TEST_F(NetworkTransportTest, DatagramsGoToThePairedPhoneAlone) {
-  const auto pairedMedia =
-      OpenDatagramReceiver({*ParseAddress("127.0.0.9"), kVideoPort}, 1 << 16);
-  const auto strangerMedia =
-      OpenDatagramReceiver({*ParseAddress("127.0.0.10"), kVideoPort}, 1 << 16);
-  ASSERT_TRUE(pairedMedia && strangerMedia);
-  TestPhone phone = ConnectAndPair("127.0.0.9");
   std::byte received[16];
-  ASSERT_TRUE(SendMedia());
-  EXPECT_EQ(pairedMedia->Receive(received, 10 * kNanosPerSecond), 1);
-
-  TestPhone stranger = Connect("127.0.0.10");
+  TestPhone phone = ConnectAndPair("127.0.1.9");
+  {
+    const auto media = OpenDatagramReceiver({*ParseAddress("127.0.1.9"), kVideoPort}, 1 << 16);
+    ASSERT_TRUE(media) << ErrorText();
+    ASSERT_TRUE(SendMedia());
+    EXPECT_EQ(media->Receive(received, 10 * kNanosPerSecond), 1);
+  }
+  // Not beside the first: Wine gives a port to one socket only, whatever its address.
+  const auto media = OpenDatagramReceiver({*ParseAddress("127.0.1.10"), kVideoPort}, 1 << 16);
+  ASSERT_TRUE(media) << ErrorText();
+  TestPhone stranger = Connect("127.0.1.10");
   ASSERT_TRUE(Eventually([&] { return !transport.PeerKnown(); }));
   EXPECT_FALSE(SendMedia());
   EXPECT_FALSE(SendByte(kStreamInfo));
-  EXPECT_LT(strangerMedia->Receive(received, 0), 0);
+  EXPECT_LT(media->Receive(received, 0), 0);
   EXPECT_TRUE(phone.SeesTheEnd());
 }
 

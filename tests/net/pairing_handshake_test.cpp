@@ -28,8 +28,8 @@ class PairingHandshake : public testing::Test {
     Finish();
     phone = TestPhone::Connect(listener->Port());
     ASSERT_TRUE(phone.Connected());
-    connection = std::make_shared<ControlConnection>(listener->Accept(5 * kNanosPerSecond),
-                                                     SystemClock());
+    connection =
+        std::make_shared<ControlConnection>(listener->Accept(5 * kNanosPerSecond), SystemClock());
     handshake = std::thread([this] {
       result = DoPairingHandshake(connection, ShowTo(shown));
       connection->Disconnect();
