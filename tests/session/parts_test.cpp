@@ -20,10 +20,10 @@ TEST(CappedSize, PutsTheShorterSideOnTheCap) {
     FrameSize target;
   };
   const Row rows[] = {
-      {{3840, 2160}, 720, {1280, 720}}, {{1080, 1920}, 721, {720, 1282}},
-      {{1920, 1080}, 0, {1920, 1080}},  {{1921, 1081}, 1081, {1921, 1081}},
+      {{3840, 2160}, 720, {1280, 720}},   {{1080, 1920}, 721, {720, 1282}},
+      {{1920, 1080}, 0, {1920, 1080}},    {{1921, 1081}, 1081, {1921, 1081}},
       {{1921, 1081}, 2000, {1921, 1081}}, {{1921, 1081}, 1080, {1918, 1080}},
-      {{4000, 20}, 17, {3400, 16}},     {{16, 16}, 4, {16, 16}},
+      {{4000, 20}, 17, {3400, 16}},       {{16, 16}, 4, {16, 16}},
   };
   for (const Row& row : rows) {
     const FrameSize target = CappedSize(row.source, row.cap);
@@ -79,7 +79,17 @@ TEST(FrameCache, CopiesFourTimesASecondAndNotBeyond32MiB) {
 TEST(EngineList, IsCutAt255BytesWithItsCountKept) {
   const std::vector<EngineEntry> short_list{{"a", "bc", ""}, {"sw", "", "n"}};
   const std::vector<std::byte> payload = EncodeEngineList(short_list);
-  const char wanted[] = "\x0d\x02\x01" "a" "\x02" "bc" "\x00" "\x02" "sw" "\x00" "\x01" "n";
+  const char wanted[] =
+      "\x0d\x02\x01"
+      "a"
+      "\x02"
+      "bc"
+      "\x00"
+      "\x02"
+      "sw"
+      "\x00"
+      "\x01"
+      "n";
   ASSERT_EQ(payload.size(), 14U);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(payload.data()), 14),
             std::string(wanted, 14));

@@ -70,7 +70,7 @@ class RecordingEncoder final : public IHardwareEncoder {
   int32_t GetFps() override { return Settings().fps; }
   std::string GetDescription() override {
     MutexLock lock(record_->mutex);
-    return record_->description;
+    return record_->settings.width != 0 ? record_->description : std::string();
   }
   void EncodeFrame(const uint8_t*, uint32_t width, uint32_t height, int32_t stride,
                    int64_t timestamp) override {

@@ -37,17 +37,15 @@ class FakeHost {
   static inline int acquired = 0, released = 0;
 
  private:
-  static HostFrame& Open(Host::FrameHandle handle) {
-    return *reinterpret_cast<HostFrame*>(handle);
-  }
+  static HostFrame& Open(Host::FrameHandle handle) { return *reinterpret_cast<HostFrame*>(handle); }
   static Host::Error Dispose(Host::FrameHandle) {
     ++HostFrame::disposed;
     return Host::kNoError;
   }
   static Host::Error GetPixels(Host::FrameHandle handle, int32_t, char** pixels) {
     const HostFrame& frame = Open(handle);
-    HostFrame::pixels.resize(std::max(HostFrame::pixels.size(),
-                                      size_t(frame.width) * size_t(frame.height) * 4));
+    HostFrame::pixels.resize(
+        std::max(HostFrame::pixels.size(), size_t(frame.width) * size_t(frame.height) * 4));
     if (frame.hasPixels) *pixels = HostFrame::pixels.data();
     return Host::kNoError;
   }
@@ -69,9 +67,12 @@ class FakeHost {
   }
   static Host::Error Acquire(const char* name, int32_t version, const void** suite) {
     const std::string wanted = name;
-    if (wanted == Host::kPpixSuiteName && version == Host::kPpixSuiteVersion) *suite = &kPpix;
-    else if (wanted == Host::kTimeSuiteName) *suite = &kTime;
-    else return -1;
+    if (wanted == Host::kPpixSuiteName && version == Host::kPpixSuiteVersion)
+      *suite = &kPpix;
+    else if (wanted == Host::kTimeSuiteName)
+      *suite = &kTime;
+    else
+      return -1;
     ++acquired;
     return Host::kNoError;
   }
@@ -127,7 +128,7 @@ class SessionFixture : public testing::Test {
   }
   void Push(int32_t width, int32_t height) { Push(HostFrame{width, height}); }
 
-  void Command(uint8_t opcode, std::initializer_list<int> bytes) {
+  void Command(uint8_t opcode, const std::vector<int>& bytes) {
     std::vector<std::byte> payload;
     for (const int byte : bytes) payload.push_back(std::byte(byte));
     instance->HandleControlCommand(opcode, payload);
