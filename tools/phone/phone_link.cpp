@@ -1,7 +1,10 @@
 #include "phone_link.h"
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <future>
+#include <iostream>
 
 #include "net/control_protocol.h"
 #include "platform/file.h"
@@ -60,10 +63,18 @@ PhoneExit PhoneLink::Connect(std::string& sentence) {
   return kExitGood;
 }
 
-std::optional<std::string> PhoneLink::FindCode() const {
-  if (!codeLog_) {
-    return options_.code.empty() ? std::nullopt : std::optional<std::string>(options_.code);
-  }
+std::optional<std::string> PhoneLink::AskForCode() {
+  asking_ = true;
+  std::fprintf(stderr, "veldrift-phone: the six digits that the plug-in shows: ");
+  std::string line;
+  const bool answered = bool(std::getline(std::cin, line));
+  asking_ = false;
+  return answered ? std::optional<std::string>(line) : std::nullopt;
+}
+
+std::optional<std::string> PhoneLink::FindCode() {
+  if (!options_.code.empty()) return options_.code;
+  if (!codeLog_) return AskForCode();
   const int64_t deadline = Deadline(options_.waitSeconds);
   while (!interrupted_ && SteadyNanos() < deadline) {
     if (auto code = codeLog_->Find()) return code;
@@ -82,7 +93,9 @@ ControlClient::PairResult PhoneLink::PairWatched(std::string& token) {
   });
   const int64_t deadline = Deadline(options_.waitSeconds * 2);
   while (pairing.wait_for(std::chrono::nanoseconds(kStepNs)) != std::future_status::ready) {
-    if (interrupted_ || SteadyNanos() >= deadline) client_->Disconnect();
+    // A terminal can't be told to give up, and nothing has been recorded yet.
+    if (interrupted_ && asking_) std::_Exit(kExitRefused);
+    if (interrupted_ || (!asking_ && SteadyNanos() >= deadline)) client_->Disconnect();
   }
   return pairing.get();
 }
@@ -102,7 +115,7 @@ PhoneExit PhoneLink::Pair(std::string& sentence) {
       return kExitRefused;
     case ControlClient::PairResult::NoCode:
       sentence = codeLog_ ? "no pairing code appeared in " + PathText(options_.codeFromLog)
-                          : "the plug-in wants a pairing code: give it with --code";
+                          : "the plug-in wants a pairing code of six digits, and there was none";
       return kExitRefused;
     case ControlClient::PairResult::Closed:
       sentence = "the plug-in closed the connection during the pairing";

@@ -38,7 +38,8 @@ class PhoneLink {
  private:
   PhoneExit Connect(std::string& sentence);
   PhoneExit Pair(std::string& sentence);
-  std::optional<std::string> FindCode() const;
+  std::optional<std::string> FindCode();
+  std::optional<std::string> AskForCode();
   ControlClient::PairResult PairWatched(std::string& token);
   void SendSettings();
 
@@ -46,6 +47,7 @@ class PhoneLink {
   const std::atomic<bool>& interrupted_;
   std::unique_ptr<PairingCodeLog> codeLog_;
   std::unique_ptr<ControlClient> client_;
+  std::atomic<bool> asking_{false};  // somebody is typing the code
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
 };

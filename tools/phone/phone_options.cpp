@@ -28,7 +28,7 @@ Exit codes:
   8  an option that isn't built yet
 
 Examples:
-  veldrift-phone --host 192.0.2.10 --code 123456
+  veldrift-phone --host 192.0.2.10 --token-file phone.token
   veldrift-phone --host 127.0.0.1 --bind 127.0.0.2 --token-file phone.token \
       --code-from-log plugin.log --seconds 10 --record take.mkv --snapshots pictures
   veldrift-phone --host 127.0.0.1:47110 --codec h264 --gop long --drop 5 --reorder 2 --seed 7
@@ -69,7 +69,8 @@ void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option("--id", options.id, "stable identifier of this phone")->capture_default_str();
   app.add_option("--name", options.name, "display name of this phone")->capture_default_str();
   app.add_option("--token-file", typed.tokenFile, "keeps the trust token between runs");
-  app.add_option("--code", options.code, "the six digits that the plug-in shows");
+  app.add_option("--code", options.code,
+                 "the six digits that the plug-in shows (default: asks for them)");
   app.add_option("--code-from-log", typed.codeFromLog,
                  "waits for the code of this pairing in the plug-in's log");
   app.add_option("--wait", options.waitSeconds, "seconds to wait for the plug-in and the code")

@@ -16,8 +16,8 @@
 #include <optional>
 #include <string>
 
-#include "media_timeline.h"
 #include "recording_file.h"
+#include "tools/receiver/media_timeline.h"
 #include "tools/receiver/whole_frame.h"
 
 namespace Veldrift {

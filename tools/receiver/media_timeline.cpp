@@ -1,4 +1,4 @@
-#include "media_timeline.h"
+#include "tools/receiver/media_timeline.h"
 
 namespace Veldrift {
 
