@@ -184,7 +184,7 @@ TEST(ControlClient, StatusMessagesAreReadByTheirShape) {
   EXPECT_EQ(change->width, 1280);
   EXPECT_EQ(change->height, 720);
   EXPECT_EQ(change->fps, 30.0F);
-  const std::vector<EngineEntry> engines = ParseEngineList(messages[4]);
+  const std::vector<ReportedEngine> engines = ParseEngineList(messages[4]);
   ASSERT_EQ(engines.size(), 1U);
   EXPECT_EQ(engines[0].id, "a");
   EXPECT_EQ(engines[0].label, "bb");

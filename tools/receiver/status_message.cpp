@@ -47,12 +47,12 @@ std::optional<SourceChange> ParseSourceChange(const StatusMessage& message) {
   return SourceChange{GetU16(in), GetU16(in + 2), std::bit_cast<float>(GetU32(in + 4))};
 }
 
-std::vector<EngineEntry> ParseEngineList(const StatusMessage& message) {
-  std::vector<EngineEntry> engines;
+std::vector<ReportedEngine> ParseEngineList(const StatusMessage& message) {
+  std::vector<ReportedEngine> engines;
   if (message.opcode != kEncoderEngineList || message.payload.size() < 2) return engines;
   const auto count = std::to_integer<size_t>(message.payload[1]);
   std::span<const std::byte> rest = std::span(message.payload).subspan(2);
-  EngineEntry entry;
+  ReportedEngine entry;
   while (engines.size() < count && TakeText(rest, entry.id) && TakeText(rest, entry.label) &&
          TakeText(rest, entry.note)) {
     engines.push_back(entry);

@@ -38,10 +38,10 @@ struct SourceChange {
 std::optional<SourceChange> ParseSourceChange(const StatusMessage& message);
 
 // kEncoderEngineList: the entries that are whole. The sender cuts a long list off anywhere.
-struct EngineEntry {
+struct ReportedEngine {
   std::string id, label, note;
 };
-std::vector<EngineEntry> ParseEngineList(const StatusMessage& message);
+std::vector<ReportedEngine> ParseEngineList(const StatusMessage& message);
 
 // The message's name as docs/protocol.md has it.
 const char* StatusName(uint8_t opcode);

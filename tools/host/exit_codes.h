@@ -1,0 +1,17 @@
+// What the host stand-in's exit code says. --help lists them.
+#pragma once
+
+namespace Veldrift {
+
+enum HostExit : int {
+  kExitGood = 0,
+  kExitFailed = 1,  // something of this machine: a folder or a copy that can't be made
+  kExitUsage = 2,
+  kExitNoModule = 3,    // it can't be loaded, or has no entry
+  kExitRefused = 4,     // the module made no instance
+  kExitNoInput = 5,     // no such file, or no video that can be read
+  kExitUndisposed = 6,  // the module kept frames, or disposed of one twice
+  kExitNotBuiltYet = 7,
+};
+
+}  // namespace Veldrift

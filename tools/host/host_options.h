@@ -1,0 +1,38 @@
+// The command line of veldrift-host.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/paths.h"
+
+namespace Veldrift {
+
+enum class SoundChoice { Default, Tone, File, None };
+enum class AudioRoad { Push, Pull };
+
+struct HostOptions {
+  std::filesystem::path module;  // empty: Veldrift.prm beside the executable
+  std::filesystem::path input;   // empty: the generated picture
+  int width = 1280;
+  int height = 720;
+  double fps = 30;
+  bool stamp = false;  // stamps the pictures of a file
+  SoundChoice sound = SoundChoice::Default;
+  AudioRoad audioRoad = AudioRoad::Push;
+  double seconds = 0;   // 0: until Ctrl-C
+  uint64_t frames = 0;  // 0: no limit
+  std::filesystem::path home;
+  HostApplication host = HostApplication::Premiere;
+  bool json = false;
+  std::filesystem::path removeAtExit;  // the folder of the executable's other name
+};
+
+// The exit code to end with, if the program isn't to run: --help, or a bad option, which has been
+// answered by then.
+std::optional<int> ParseHostOptions(int argc, char** argv, HostOptions& options);
+
+}  // namespace Veldrift

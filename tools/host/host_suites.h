@@ -1,0 +1,45 @@
+// The suites that the host stand-in gives the module: frames, sound to pull, time. The suites'
+// calls carry no object, so there is one set of them a process.
+//
+// Threads: the module may call from any; SetSound belongs to the driver, before and after the clock
+// runs.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "frame_pool.h"
+#include "platform/mutex.h"
+#include "session/host_interface.h"
+#include "sound_source.h"
+
+namespace Veldrift {
+
+class HostSuites {
+ public:
+  static HostSuites& Instance();
+
+  const Host::Utilities& Utilities() const;
+  FramePool& Frames() { return frames_; }
+
+  // What the audio suite hands out; null: nothing.
+  void SetSound(SoundSource* sound);
+
+  // Acquired and not released.
+  int SuitesHeld() const;
+
+ private:
+  HostSuites() = default;
+
+  static Host::Error Acquire(const char* name, int32_t version, const void** suite);
+  static Host::Error Release(const char* name, int32_t version);
+  static Host::Error PullSound(int32_t playID, int64_t startTicks, float** buffers,
+                               uint32_t frameCount);
+
+  FramePool frames_;
+  mutable Mutex mutex_;
+  SoundSource* sound_ VD_GUARDED_BY(mutex_) = nullptr;
+  int held_ VD_GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace Veldrift

@@ -1,0 +1,122 @@
+// The host stand-in: loads the module and plays pictures and sound into it, as the editing host
+// does.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "exit_codes.h"
+#include "frame_source.h"
+#include "host_options.h"
+#include "other_name.h"
+#include "platform/file.h"
+#include "platform/interrupt.h"
+#include "platform/system.h"
+#include "plugin_driver.h"
+#include "summary.h"
+
+namespace Veldrift {
+namespace {
+
+int Complain(HostExit exit, const std::string& sentence) {
+  std::fprintf(stderr, "veldrift-host: %s\n", sentence.c_str());
+  return exit;
+}
+
+struct Sources {
+  std::unique_ptr<FrameSource> pictures;
+  std::unique_ptr<SoundSource> sound;
+};
+
+HostExit OpenSources(const HostOptions& options, Sources& sources, std::string& sentence) {
+  SoundChoice choice = options.sound;
+  if (options.input.empty()) {
+    sources.pictures = MakePatternSource(options.width, options.height, options.fps);
+    if (choice == SoundChoice::Default) choice = SoundChoice::Tone;
+  } else {
+    FileSources file = OpenFileSources(options.input, options.stamp);
+    sentence = file.error;
+    if (!file.pictures) return file.notBuiltYet ? kExitNotBuiltYet : kExitNoInput;
+    sources.pictures = std::move(file.pictures);
+    if (choice == SoundChoice::File && !file.sound) {
+      sentence = "there is no sound in " + PathText(options.input);
+      return kExitNoInput;
+    }
+    if (choice != SoundChoice::None) sources.sound = std::move(file.sound);
+  }
+  if (choice == SoundChoice::Tone) sources.sound = MakeToneSource();
+  return kExitGood;
+}
+
+// The module looks for its folders in the environment, and on Windows asks the system for one.
+ModuleOptions MoveHome(const std::filesystem::path& home) {
+  ModuleOptions options;
+  if (home.empty()) return options;
+  const std::filesystem::path settings = std::filesystem::absolute(home) / "settings";
+  const std::filesystem::path local = std::filesystem::absolute(home) / "local";
+  std::error_code ignored;
+  std::filesystem::create_directories(settings, ignored);
+  std::filesystem::create_directories(local, ignored);
+  for (const char* name : {"XDG_CONFIG_HOME", "APPDATA"}) SetEnvironment(name, PathText(settings));
+  for (const char* name : {"XDG_STATE_HOME", "LOCALAPPDATA"}) SetEnvironment(name, PathText(local));
+  options.roamingFolder = settings;
+  return options;
+}
+
+void Announce(const HostOptions& options, const PictureFormat& format) {
+  if (options.json) return;
+  const HostTraits& traits = TraitsOf(options.host);
+  std::printf("veldrift-host: as %s on control port %u, %dx%d at %.3f frames/s\n",
+              traits.displayText, unsigned{traits.controlPort}, format.width, format.height,
+              double(kTicksPerSecond) / double(format.ticksPerFrame));
+  std::printf("veldrift-host: log and pairing code in %s\n",
+              PathText(GetLocalDir() / PerHostFileName(options.host, "plugin", ".log")).c_str());
+  std::fflush(stdout);
+}
+
+int Report(const HostOptions& options, const DriverCounters& counters) {
+  const bool clean = counters.undisposed == 0 && counters.wronglyDisposed == 0;
+  const HostExit exit = clean ? kExitGood : kExitUndisposed;
+  const std::string text =
+      options.json ? HostSummaryJson(counters, exit) : HostSummaryText(counters);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+  if (clean) return exit;
+  return Complain(exit, "the module kept " + std::to_string(counters.undisposed) +
+                            " frames and disposed of " + std::to_string(counters.wronglyDisposed) +
+                            " that weren't its");
+}
+
+int Run(const HostOptions& options) {
+  const std::atomic<bool>& interrupted = InstallInterruptFlag();
+  Sources sources;
+  std::string sentence;
+  HostExit exit = OpenSources(options, sources, sentence);
+  if (exit != kExitGood) return Complain(exit, sentence);
+  const ModuleOptions moduleOptions = MoveHome(options.home);
+  const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
+  PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad);
+  exit = driver.Open(module, moduleOptions, sentence);
+  if (exit == kExitGood) {
+    Announce(options, sources.pictures->Format());
+    driver.Play(options.frames, options.seconds, interrupted);
+  }
+  driver.Close();
+  return exit == kExitGood ? Report(options, driver.Counters()) : Complain(exit, sentence);
+}
+
+}  // namespace
+}  // namespace Veldrift
+
+int main(int argc, char** argv) {
+  Veldrift::HostOptions options;
+  if (const std::optional<int> exit = Veldrift::ParseHostOptions(argc, argv, options)) return *exit;
+  if (const std::optional<int> exit = Veldrift::RunUnderOtherName(options, argc, argv)) {
+    return *exit;
+  }
+  const int exit = Veldrift::Run(options);
+  if (!options.removeAtExit.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(options.removeAtExit, ignored);
+  }
+  return exit;
+}

@@ -1,0 +1,175 @@
+#include "plugin_driver.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "host_suites.h"
+#include "platform/file.h"
+#include "support/clock.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr int32_t kPlayId = 1;
+constexpr int64_t kLongestSleepNs = 50 * kNanosPerMilli;
+
+int64_t TicksToNanos(int64_t ticks) {
+  return int64_t(double(ticks) * 1e9 / double(kTicksPerSecond));
+}
+
+}  // namespace
+
+HostExit PluginDriver::Open(const std::filesystem::path& module, const ModuleOptions& options,
+                            std::string& sentence) {
+  const HostExit loaded = Load(module, options, sentence);
+  return loaded == kExitGood ? MakeInstance(sentence) : loaded;
+}
+
+HostExit PluginDriver::Load(const std::filesystem::path& module, const ModuleOptions& options,
+                            std::string& sentence) {
+  std::string reason;
+  module_ = LoadModule(module, reason, options);
+  if (!module_) {
+    sentence = "can't load the module " + PathText(module) + ": " + reason;
+    return kExitNoModule;
+  }
+  entry_ = reinterpret_cast<Host::EntryFunction>(module_->FindSymbol(Host::kEntryExport));
+  if (entry_ == nullptr || entry_(nullptr, 1, nullptr, &table_) != Host::kNoError ||
+      table_.Startup == nullptr) {
+    sentence = "the module " + PathText(module) + " has no working " + Host::kEntryExport;
+    return kExitNoModule;
+  }
+  if (table_.Startup(&plugin_) != Host::kNoError) {
+    sentence = "the module's startup failed";
+    return kExitNoModule;
+  }
+  started_ = true;
+  return kExitGood;
+}
+
+HostExit PluginDriver::MakeInstance(std::string& sentence) {
+  instance_.utilities = &HostSuites::Instance().Utilities();
+  instance_.ticksPerFrame = pictures_.Format().ticksPerFrame;
+  instance_.playID = sound_ != nullptr && road_ == AudioRoad::Pull ? kPlayId : 0;
+  if (sound_ != nullptr) {
+    instance_.sampleRate = float(sound_->Format().sampleRate);
+    instance_.channels = uint32_t(sound_->Format().channels);
+  }
+  const Host::Error error = table_.CreateInstance(&instance_);
+  if (error != Host::kNoError) {
+    sentence = "the module made no instance: error " + std::to_string(error);
+    return kExitRefused;
+  }
+  instanceMade_ = true;
+  Host::VideoMode video{};
+  Host::AudioMode audio{};
+  if (table_.QueryVideoMode(&instance_, 0, &video) != Host::kNoError ||
+      table_.QueryAudioMode(&instance_, 0, &audio) != Host::kNoError ||
+      video.pixelFormat != Host::kPixelFormatBgra) {
+    sentence = "the module offers no video in BGRA, or no sound";
+    return kExitRefused;
+  }
+  return kExitGood;
+}
+
+void PluginDriver::StartPlayback() {
+  if (road_ == AudioRoad::Pull) HostSuites::Instance().SetSound(sound_);
+  table_.ActivateDeactivate(&instance_, sound_ != nullptr ? 1 : 0, 1);
+  Host::ClockRecord clock{};
+  clock.callback = [](void* data, int64_t ticks) {
+    static_cast<PluginDriver*>(data)->clockTicks_ += ticks;
+  };
+  clock.callbackData = this;
+  clock.mode = Host::kPlayModePlaying;
+  table_.StartClock(&instance_, &clock);
+  if (sound_ == nullptr || road_ != AudioRoad::Push) return;
+  Host::AudioStart start{};
+  if (table_.StartPushAudio(&instance_, &start) == Host::kNoError) {
+    samplesPerBlock_ = uint32_t(std::max(0, start.samplesPerFrame));
+  }
+}
+
+void PluginDriver::StopPlayback() {
+  if (sound_ != nullptr && road_ == AudioRoad::Push) table_.StopPushAudio(&instance_);
+  table_.StopClock(&instance_);
+  table_.ActivateDeactivate(&instance_, 0, 0);
+  HostSuites::Instance().SetSound(nullptr);
+  counters_.clockTicks = clockTicks_;
+}
+
+void PluginDriver::PushSoundUpTo(int64_t playedNs) {
+  if (samplesPerBlock_ == 0) return;
+  const HostSoundFormat format = sound_->Format();
+  const auto due = uint64_t(double(playedNs) * format.sampleRate / 1e9);
+  std::vector<std::vector<float>> planes(size_t(format.channels),
+                                         std::vector<float>(samplesPerBlock_));
+  std::vector<float*> buffers;
+  for (auto& plane : planes) buffers.push_back(plane.data());
+  while (samplesPushed_ + samplesPerBlock_ <= due) {
+    sound_->Next(buffers.data(), samplesPerBlock_);
+    const Host::AudioBlock block{buffers.data(), samplesPerBlock_, uint32_t(format.channels)};
+    table_.PushAudio(&instance_, &block);
+    samplesPushed_ += samplesPerBlock_;
+    ++counters_.soundBlocks;
+  }
+}
+
+void PluginDriver::PushFrame(uint32_t index) {
+  const PictureFormat format = pictures_.Format();
+  const Host::FrameHandle frame = HostSuites::Instance().Frames().Take(format.width, format.height);
+  if (!pictures_.Paint(index, frame->pixels.data(), frame->rowBytes)) {
+    HostSuites::Instance().Frames().Dispose(frame);
+    sourceEnded_ = true;
+    return;
+  }
+  const Host::FrameEntry entry{frame};
+  const Host::FrameList list{1, &entry};
+  const int64_t before = SteadyNanos();
+  table_.PushVideo(&instance_, &list);
+  const int64_t took = SteadyNanos() - before;
+  ++counters_.framesPushed;
+  counters_.pushNs += took;
+  counters_.longestPushNs = std::max(counters_.longestPushNs, took);
+}
+
+void PluginDriver::Play(uint64_t frames, double seconds, const std::atomic<bool>& interrupted) {
+  StartPlayback();
+  const int64_t ticksPerFrame = pictures_.Format().ticksPerFrame;
+  const int64_t periodNs = TicksToNanos(ticksPerFrame);
+  const int64_t startNs = SteadyNanos();
+  const auto limitNs = seconds > 0 ? int64_t(seconds * 1e9) : INT64_MAX;
+  uint64_t index = 0;
+  while (!interrupted && !sourceEnded_ && (frames == 0 || index < frames)) {
+    const int64_t playedNs = SteadyNanos() - startNs;
+    if (playedNs >= limitNs) break;
+    const int64_t dueNs = int64_t(double(index) * double(ticksPerFrame) * 1e9 / kTicksPerSecond);
+    if (playedNs < dueNs) {
+      SystemClock().SleepFor(std::min(dueNs - playedNs, kLongestSleepNs));
+      continue;
+    }
+    if (playedNs >= dueNs + periodNs) {  // its time has passed
+      ++index;
+      ++counters_.framesSkipped;
+      continue;
+    }
+    PushSoundUpTo(playedNs);
+    PushFrame(uint32_t(index++));
+  }
+  counters_.playedNs = SteadyNanos() - startNs;
+  StopPlayback();
+}
+
+void PluginDriver::Close() {
+  if (instanceMade_) table_.DisposeInstance(&instance_);
+  if (started_) table_.Shutdown();
+  if (entry_ != nullptr) entry_(nullptr, 0, nullptr, &table_);
+  instanceMade_ = started_ = false;
+  entry_ = nullptr;
+  module_.reset();
+  counters_.undisposed = HostSuites::Instance().Frames().Undisposed();
+  counters_.wronglyDisposed = HostSuites::Instance().Frames().WronglyDisposed();
+  counters_.suitesHeld = HostSuites::Instance().SuitesHeld();
+}
+
+}  // namespace Veldrift

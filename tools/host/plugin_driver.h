@@ -1,0 +1,78 @@
+// Drives the module's table as a host does: startup, one instance, playback, and everything back in
+// reverse order, whatever happens in between.
+//
+// Threads: Run belongs to the main thread, which also pushes; the module's clock thread calls back.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "exit_codes.h"
+#include "frame_source.h"
+#include "host_options.h"
+#include "platform/module.h"
+#include "session/host_interface.h"
+#include "sound_source.h"
+
+namespace Veldrift {
+
+struct DriverCounters {
+  uint64_t framesPushed = 0;
+  uint64_t framesSkipped = 0;  // their time had passed
+  uint64_t soundBlocks = 0;
+  int64_t pushNs = 0;  // all pushes together
+  int64_t longestPushNs = 0;
+  int64_t clockTicks = 0;  // how far the module moved the host's clock
+  int64_t playedNs = 0;
+  size_t undisposed = 0;
+  size_t wronglyDisposed = 0;
+  int suitesHeld = 0;
+};
+
+class PluginDriver {
+ public:
+  PluginDriver(FrameSource& pictures, SoundSource* sound, AudioRoad road)
+      : pictures_(pictures), sound_(sound), road_(road) {}
+
+  // Loads the module and makes an instance. Otherwise `sentence` says why not.
+  HostExit Open(const std::filesystem::path& module, const ModuleOptions& options,
+                std::string& sentence);
+
+  // Pushes until `frames` places in the timeline are done or `seconds` have passed (0: no limit),
+  // or `interrupted`.
+  void Play(uint64_t frames, double seconds, const std::atomic<bool>& interrupted);
+
+  // Takes everything down and unloads. Also after an Open that failed.
+  void Close();
+
+  const DriverCounters& Counters() const { return counters_; }
+
+ private:
+  HostExit Load(const std::filesystem::path& module, const ModuleOptions& options,
+                std::string& sentence);
+  HostExit MakeInstance(std::string& sentence);
+  void StartPlayback();
+  void StopPlayback();
+  void PushFrame(uint32_t index);
+  void PushSoundUpTo(int64_t playedNs);
+
+  FrameSource& pictures_;
+  SoundSource* const sound_;
+  const AudioRoad road_;
+  std::unique_ptr<LoadedModule> module_;
+  Host::EntryFunction entry_ = nullptr;
+  Host::TransmitTable table_{};
+  Host::PluginRecord plugin_{};
+  Host::InstanceRecord instance_{};
+  bool started_ = false;
+  bool instanceMade_ = false;
+  bool sourceEnded_ = false;
+  uint32_t samplesPerBlock_ = 0;
+  uint64_t samplesPushed_ = 0;
+  std::atomic<int64_t> clockTicks_{0};
+  DriverCounters counters_;
+};
+
+}  // namespace Veldrift

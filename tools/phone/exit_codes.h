@@ -1,0 +1,18 @@
+// What the phone stand-in's exit code says. --help lists them.
+#pragma once
+
+namespace Veldrift {
+
+enum PhoneExit : int {
+  kExitGood = 0,
+  kExitFailed = 1,  // something of this machine: a file that can't be written
+  kExitUsage = 2,
+  kExitCantConnect = 3,
+  kExitPortInUse = 4,
+  kExitRefused = 5,  // the pairing
+  kExitBroken = 6,   // broken stream, or a violation of the protocol
+  kExitNoPicture = 7,
+  kExitNotBuiltYet = 8,
+};
+
+}  // namespace Veldrift

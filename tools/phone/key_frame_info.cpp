@@ -1,0 +1,76 @@
+#include "key_frame_info.h"
+
+#include "tools/av/av_handles.h"
+
+namespace Veldrift {
+
+namespace {
+
+// Where the next start code (00 00 01) begins, at or behind `from`; the end if there is none.
+size_t NextStartCode(std::span<const std::byte> bytes, size_t from) {
+  for (size_t i = from; i + 3 <= bytes.size(); ++i) {
+    if (bytes[i] == std::byte{0} && bytes[i + 1] == std::byte{0} && bytes[i + 2] == std::byte{1}) {
+      return i;
+    }
+  }
+  return bytes.size();
+}
+
+// H.264's sequence parameter set is type 7 and its picture parameter set type 8; HEVC's three sets
+// are types 32 to 34 in layer 0. No first byte means both.
+AVCodecID ParameterSetOf(std::span<const std::byte> unit) {
+  const auto head = std::to_integer<unsigned>(unit[0]);
+  if ((head & 0x80) != 0) return AV_CODEC_ID_NONE;
+  if ((head & 0x1F) == 7 || (head & 0x1F) == 8) return AV_CODEC_ID_H264;
+  const unsigned type = head >> 1;
+  return type >= 32 && type <= 34 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_NONE;
+}
+
+void CollectParameterSets(std::span<const std::byte> bytes, KeyFrameInfo& info) {
+  constexpr std::byte kStartCode[] = {std::byte{0}, std::byte{0}, std::byte{0}, std::byte{1}};
+  for (size_t at = NextStartCode(bytes, 0); at + 3 < bytes.size();) {
+    const size_t from = at + 3;
+    at = NextStartCode(bytes, from);
+    size_t end = at;
+    while (end > from && bytes[end - 1] == std::byte{0}) --end;  // of a four-byte start code
+    if (end == from) continue;
+    const std::span<const std::byte> unit = bytes.subspan(from, end - from);
+    const AVCodecID codec = ParameterSetOf(unit);
+    if (codec == AV_CODEC_ID_NONE || (info.codec != AV_CODEC_ID_NONE && codec != info.codec)) {
+      if (info.codec != AV_CODEC_ID_NONE) return;  // the picture itself begins
+      continue;
+    }
+    info.codec = codec;
+    info.parameterSets.insert(info.parameterSets.end(), std::begin(kStartCode),
+                              std::end(kStartCode));
+    info.parameterSets.insert(info.parameterSets.end(), unit.begin(), unit.end());
+  }
+}
+
+bool FindSize(std::span<const std::byte> bytes, KeyFrameInfo& info) {
+  const CodecParser parser(av_parser_init(info.codec));
+  const CodecContext context(avcodec_alloc_context3(avcodec_find_decoder(info.codec)));
+  if (!parser || !context) return false;
+  parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+  std::vector<std::byte> padded(bytes.begin(), bytes.end());
+  padded.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+  uint8_t* out = nullptr;
+  int outSize = 0;
+  av_parser_parse2(parser.get(), context.get(), &out, &outSize,
+                   reinterpret_cast<const uint8_t*>(padded.data()), int(bytes.size()),
+                   AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+  info.width = parser->width;
+  info.height = parser->height;
+  return info.width > 0 && info.height > 0;
+}
+
+}  // namespace
+
+std::optional<KeyFrameInfo> InspectKeyFrame(std::span<const std::byte> accessUnit) {
+  KeyFrameInfo info;
+  CollectParameterSets(accessUnit, info);
+  if (info.codec == AV_CODEC_ID_NONE || !FindSize(accessUnit, info)) return std::nullopt;
+  return info;
+}
+
+}  // namespace Veldrift

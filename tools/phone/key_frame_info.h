@@ -1,0 +1,28 @@
+// What a key frame in Annex B form says about itself, before any decoder is asked.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
+namespace Veldrift {
+
+struct KeyFrameInfo {
+  AVCodecID codec = AV_CODEC_ID_NONE;
+  int width = 0;
+  int height = 0;
+  std::vector<std::byte> parameterSets;  // with their start codes
+
+  bool operator==(const KeyFrameInfo&) const = default;
+};
+
+// Nothing if there are no parameter sets in front of the picture, or nonsense in them.
+std::optional<KeyFrameInfo> InspectKeyFrame(std::span<const std::byte> accessUnit);
+
+}  // namespace Veldrift

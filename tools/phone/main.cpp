@@ -1,0 +1,106 @@
+// The phone stand-in: what the phone app does with the plug-in, without a screen, and with a
+// judgement at the end.
+#include <cstdio>
+#include <string>
+
+#include "exit_codes.h"
+#include "media_pipeline.h"
+#include "phone_link.h"
+#include "phone_options.h"
+#include "platform/interrupt.h"
+#include "status_line.h"
+#include "summary.h"
+#include "support/clock.h"
+#include "tools/receiver/media_receiver.h"
+
+namespace Veldrift {
+namespace {
+
+constexpr int64_t kTickNs = 20 * kNanosPerMilli;
+constexpr int64_t kKeyFramePeriodNs = 300 * kNanosPerMilli;
+
+int Complain(PhoneExit exit, const std::string& sentence) {
+  std::fprintf(stderr, "veldrift-phone: %s\n", sentence.c_str());
+  return exit;
+}
+
+std::string StatusText(const MediaReceiver& receiver, const MediaPipeline& media, int64_t runNs) {
+  const LiveCounters live = media.Live();
+  const AssemblerCounters video = receiver.Counters(StreamType::Video).assembler;
+  char text[256];
+  std::snprintf(
+      text, sizeof text,
+      "%5.1f s  %s %dx%d  %llu whole  %llu repaired  %llu lost  %llu decoded  %.1f Mbit/s",
+      double(runNs) / 1e9, live.codec, live.width, live.height,
+      (unsigned long long)video.framesWhole, (unsigned long long)video.framesRepaired,
+      (unsigned long long)video.framesLost, (unsigned long long)live.decoded,
+      media.BitRate() / 1e6);
+  return text;
+}
+
+// Until the time is up, the user or the plug-in has had enough.
+void Watch(const PhoneOptions& options, const std::atomic<bool>& interrupted,
+           const MediaReceiver& receiver, const MediaPipeline& media, PhoneLink& link) {
+  StatusLine status(options.json);
+  const int64_t startNs = SteadyNanos();
+  int64_t askedNs = startNs;
+  while (!interrupted && !link.Ended()) {
+    const int64_t nowNs = SteadyNanos();
+    if (options.seconds > 0 && nowNs - startNs >= int64_t(options.seconds * 1e9)) break;
+    if (media.WantsKeyFrame() && nowNs - askedNs >= kKeyFramePeriodNs) {
+      link.AskForKeyFrame();
+      askedNs = nowNs;
+    }
+    status.Show(StatusText(receiver, media, nowNs - startNs), nowNs);
+    SystemClock().SleepFor(kTickNs);
+  }
+}
+
+int Report(const PhoneOptions& options, const RunResult& result) {
+  const Verdict verdict = Judge(result);
+  const std::string text = options.json ? SummaryJson(result, verdict) : SummaryText(result);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+  return verdict.sentence.empty() ? verdict.exit : Complain(verdict.exit, verdict.sentence);
+}
+
+int Run(const PhoneOptions& options) {
+  const std::atomic<bool>& interrupted = InstallInterruptFlag();
+  av_log_set_level(AV_LOG_FATAL);
+  MediaReceiver receiver({.bindAddress = options.bindAddress, .loss = options.loss, .limits = {}});
+  std::string sentence;
+  const MediaReceiver::OpenResult opened = receiver.Open(sentence);
+  if (opened != MediaReceiver::OpenResult::Opened) {
+    return Complain(opened == MediaReceiver::OpenResult::PortInUse ? kExitPortInUse : kExitFailed,
+                    sentence);
+  }
+  MediaPipeline media(options);
+  if (!media.Start(sentence)) return Complain(kExitFailed, sentence);
+  receiver.Start([&media](WholeFrame&& frame) { media.Take(std::move(frame)); });
+  PhoneLink link(options, interrupted);
+  const PhoneExit exit = link.Open(sentence);
+  if (exit != kExitGood || !sentence.empty()) {
+    receiver.Stop();
+    media.Finish();
+    return Complain(exit, sentence);
+  }
+  const int64_t startNs = SteadyNanos();
+  Watch(options, interrupted, receiver, media, link);
+  const int64_t endNs = SteadyNanos();
+  receiver.Stop();
+  media.Finish();
+  link.Close();
+  return Report(options,
+                {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio), media,
+                 link.EncoderText(), link.Violation(), link.Messages(), startNs, endNs});
+}
+
+}  // namespace
+}  // namespace Veldrift
+
+int main(int argc, char** argv) {
+  Veldrift::PhoneOptions options;
+  if (const std::optional<int> exit = Veldrift::ParsePhoneOptions(argc, argv, options))
+    return *exit;
+  return Veldrift::Run(options);
+}

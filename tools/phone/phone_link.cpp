@@ -1,0 +1,175 @@
+#include "phone_link.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+
+#include "net/control_protocol.h"
+#include "platform/file.h"
+#include "support/clock.h"
+#include "support/little_endian.h"
+#include "tools/receiver/token_file.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr int64_t kStepNs = 50 * kNanosPerMilli;
+constexpr int64_t kConnectNs = 2 * kNanosPerSecond;
+
+std::string EndpointText(const Ipv4Endpoint& endpoint) {
+  return AddressText(endpoint.address) + ":" + std::to_string(endpoint.port);
+}
+
+int64_t Deadline(double seconds) { return SteadyNanos() + int64_t(seconds * 1e9); }
+
+}  // namespace
+
+PhoneLink::PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted)
+    : options_(options), interrupted_(interrupted), client_(std::make_unique<ControlClient>()) {
+  if (!options.codeFromLog.empty()) {
+    codeLog_ = std::make_unique<PairingCodeLog>(options.codeFromLog, options.name);
+  }
+}
+
+PhoneExit PhoneLink::Open(std::string& sentence) {
+  PhoneExit exit = Connect(sentence);
+  if (exit == kExitGood && sentence.empty()) exit = Pair(sentence);
+  if (exit != kExitGood || !sentence.empty()) return exit;
+  client_->StartReading([this](const StatusMessage& message) {
+    const MutexLock lock(mutex_);
+    messages_.push_back(message);
+  });
+  SendSettings();
+  return kExitGood;
+}
+
+PhoneExit PhoneLink::Connect(std::string& sentence) {
+  const int64_t deadline = Deadline(options_.waitSeconds);
+  std::string reason;
+  while (!client_->Connect(options_.host, options_.bindAddress, kConnectNs, reason)) {
+    if (interrupted_) {
+      sentence = "interrupted";
+      return kExitGood;
+    }
+    if (SteadyNanos() >= deadline) {
+      sentence = "no plug-in answers at " + EndpointText(options_.host) + ": " + reason;
+      return kExitCantConnect;
+    }
+    SystemClock().SleepFor(kStepNs);
+  }
+  return kExitGood;
+}
+
+std::optional<std::string> PhoneLink::AskForCode() {
+  asking_ = true;
+  std::fprintf(stderr, "veldrift-phone: the six digits that the plug-in shows: ");
+  std::string line;
+  const bool answered = bool(std::getline(std::cin, line));
+  asking_ = false;
+  return answered ? std::optional<std::string>(line) : std::nullopt;
+}
+
+std::optional<std::string> PhoneLink::FindCode() {
+  if (!options_.code.empty()) return options_.code;
+  if (!codeLog_) return AskForCode();
+  const int64_t deadline = Deadline(options_.waitSeconds);
+  while (!interrupted_ && SteadyNanos() < deadline) {
+    if (auto code = codeLog_->Find()) return code;
+    SystemClock().SleepFor(kStepNs);
+  }
+  return std::nullopt;
+}
+
+// A plug-in that doesn't answer, and a user who doesn't want to wait, end the pairing.
+ControlClient::PairResult PhoneLink::PairWatched(std::string& token) {
+  const PhoneIdentity identity{options_.id, options_.name,
+                               options_.tokenFile.empty() ? "" : ReadToken(options_.tokenFile)};
+  auto pairing = std::async(std::launch::async, [&] {
+    return client_->Pair(
+        identity, [this] { return FindCode(); }, token);
+  });
+  const int64_t deadline = Deadline(options_.waitSeconds * 2);
+  while (pairing.wait_for(std::chrono::nanoseconds(kStepNs)) != std::future_status::ready) {
+    // A terminal can't be told to give up, and nothing has been recorded yet.
+    if (interrupted_ && asking_) std::_Exit(kExitRefused);
+    if (interrupted_ || (!asking_ && SteadyNanos() >= deadline)) client_->Disconnect();
+  }
+  return pairing.get();
+}
+
+PhoneExit PhoneLink::Pair(std::string& sentence) {
+  std::string token;
+  const ControlClient::PairResult result = PairWatched(token);
+  if (interrupted_) {
+    sentence = "interrupted";
+    return kExitGood;
+  }
+  switch (result) {
+    case ControlClient::PairResult::Paired:
+      break;
+    case ControlClient::PairResult::Rejected:
+      sentence = "the plug-in refused the pairing: the code was wrong";
+      return kExitRefused;
+    case ControlClient::PairResult::NoCode:
+      sentence = codeLog_ ? "no pairing code appeared in " + PathText(options_.codeFromLog)
+                          : "the plug-in wants a pairing code of six digits, and there was none";
+      return kExitRefused;
+    case ControlClient::PairResult::Closed:
+      sentence = "the plug-in closed the connection during the pairing";
+      return kExitRefused;
+    case ControlClient::PairResult::Violation:
+      sentence = client_->Violation();
+      return kExitBroken;
+  }
+  std::string reason;
+  if (!options_.tokenFile.empty() && !WriteToken(options_.tokenFile, token, reason)) {
+    sentence = "can't keep the token: " + reason;
+    return kExitFailed;
+  }
+  return kExitGood;
+}
+
+// The engine first: a new engine starts from its own defaults.
+void PhoneLink::SendSettings() {
+  if (!options_.engine.empty()) {
+    std::vector<std::byte> payload{std::byte(options_.engine.size())};
+    for (const char c : options_.engine) payload.push_back(std::byte(c));
+    client_->Send(kSetEncoderEngine, payload);
+  }
+  const auto sendByte = [this](uint8_t opcode, std::optional<uint8_t> value) {
+    if (value) client_->Send(opcode, std::array{std::byte(*value)});
+  };
+  sendByte(kSetCodec, options_.codec);
+  sendByte(kSetGopMode, options_.gopMode);
+  if (options_.encoderMode) {
+    client_->Send(kSetEncoderMode,
+                  std::array{std::byte(*options_.encoderMode), std::byte(options_.quality)});
+  }
+  if (options_.maxShortSide) {
+    std::array<std::byte, 2> payload;
+    PutU16(payload.data(), *options_.maxShortSide);
+    client_->Send(kSetMaxResolution, payload);
+  }
+  for (const uint8_t key : options_.keys) client_->Send(key);
+}
+
+void PhoneLink::AskForKeyFrame() { client_->Send(kRequestIdr); }
+
+std::vector<StatusMessage> PhoneLink::Messages() const {
+  const MutexLock lock(mutex_);
+  return messages_;
+}
+
+std::string PhoneLink::EncoderText() const {
+  const MutexLock lock(mutex_);
+  std::string text;
+  for (const StatusMessage& message : messages_) {
+    if (message.opcode == kEncoderInfo) text = message.Text();
+  }
+  return text;
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,55 @@
+// The control side of the phone: finds the plug-in, pairs, keeps the token, sends the settings, and
+// keeps what the plug-in says.
+//
+// Threads: the main thread calls everything; messages arrive on the client's reading thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "exit_codes.h"
+#include "phone_options.h"
+#include "platform/mutex.h"
+#include "tools/receiver/control_client.h"
+#include "tools/receiver/pairing_code_log.h"
+
+namespace Veldrift {
+
+class PhoneLink {
+ public:
+  explicit PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted);
+
+  // Connects, pairs, and sends the settings. Otherwise `sentence` says why not. An interrupt gives
+  // kExitGood with a sentence.
+  PhoneExit Open(std::string& sentence);
+
+  void AskForKeyFrame();
+  bool Ended() const { return client_->Ended(); }
+  void Close() { client_->Disconnect(); }
+
+  std::string Violation() const { return client_->Violation(); }
+  std::vector<StatusMessage> Messages() const;
+  // The encoder's last description of itself; empty if there was none.
+  std::string EncoderText() const;
+
+ private:
+  PhoneExit Connect(std::string& sentence);
+  PhoneExit Pair(std::string& sentence);
+  std::optional<std::string> FindCode();
+  std::optional<std::string> AskForCode();
+  ControlClient::PairResult PairWatched(std::string& token);
+  void SendSettings();
+
+  const PhoneOptions& options_;
+  const std::atomic<bool>& interrupted_;
+  std::unique_ptr<PairingCodeLog> codeLog_;
+  std::unique_ptr<ControlClient> client_;
+  std::atomic<bool> asking_{false};  // somebody is typing the code
+  mutable Mutex mutex_;
+  std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
+};
+
+}  // namespace Veldrift

@@ -1,0 +1,131 @@
+#include "snapshot_writer.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "platform/file.h"
+#include "support/clock.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr int kMostSnapshots = 6;
+constexpr int64_t kFirstStepNs = kNanosPerSecond;
+constexpr int kSmallestHdHeight = 720;
+
+int MatrixOf(const AVFrame& picture) {
+  if (picture.colorspace != AVCOL_SPC_UNSPECIFIED) return picture.colorspace;
+  return picture.height >= kSmallestHdHeight ? SWS_CS_ITU709 : SWS_CS_ITU601;
+}
+
+Packet EncodePng(const AVFrame& rgb) {
+  const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_PNG);
+  const CodecContext context(avcodec_alloc_context3(codec));
+  if (!context) return nullptr;
+  context->width = rgb.width;
+  context->height = rgb.height;
+  context->pix_fmt = AV_PIX_FMT_RGB24;
+  context->time_base = {1, 1};
+  Packet packet(av_packet_alloc());
+  const bool done = avcodec_open2(context.get(), codec, nullptr) >= 0 &&
+                    avcodec_send_frame(context.get(), &rgb) >= 0 &&
+                    avcodec_receive_packet(context.get(), packet.get()) >= 0;
+  return done ? std::move(packet) : nullptr;
+}
+
+}  // namespace
+
+Picture ToRgb(const AVFrame& picture) {
+  const Scaler scaler(sws_getContext(picture.width, picture.height, AVPixelFormat(picture.format),
+                                     picture.width, picture.height, AV_PIX_FMT_RGB24,
+                                     SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
+                                     nullptr, nullptr));
+  Picture rgb(av_frame_alloc());
+  rgb->width = picture.width;
+  rgb->height = picture.height;
+  rgb->format = AV_PIX_FMT_RGB24;
+  if (!scaler || av_frame_get_buffer(rgb.get(), 0) < 0) return nullptr;
+  const int fullRange = picture.color_range == AVCOL_RANGE_JPEG ? 1 : 0;
+  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(MatrixOf(picture)), fullRange,
+                           sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
+  sws_scale(scaler.get(), picture.data, picture.linesize, 0, picture.height, rgb->data,
+            rgb->linesize);
+  return rgb;
+}
+
+SnapshotWriter::SnapshotWriter(std::filesystem::path folder) : folder_(std::move(folder)) {}
+
+bool SnapshotWriter::Start() {
+  std::error_code failed;
+  std::filesystem::create_directories(folder_, failed);
+  if (!std::filesystem::is_directory(folder_, failed)) {
+    const MutexLock lock(mutex_);
+    error_ = "can't make the folder " + PathText(folder_);
+    return false;
+  }
+  thread_ = std::thread([this] { Run(); });
+  return true;
+}
+
+void SnapshotWriter::Offer(const AVFrame& picture, int64_t nowNs) {
+  if (offered_ == 0 && nextNs_ == 0) nextNs_ = nowNs + kFirstStepNs / 2;
+  if (offered_ >= kMostSnapshots || nowNs < nextNs_) return;
+  Picture copy(av_frame_clone(&picture));
+  ++offered_;
+  stepNs_ = stepNs_ == 0 ? kFirstStepNs : stepNs_ * 3 / 2;
+  nextNs_ = nowNs + stepNs_;
+  const MutexLock lock(mutex_);
+  waiting_ = std::move(copy);
+  changed_.NotifyOne();
+}
+
+void SnapshotWriter::Run() {
+  while (true) {
+    Picture picture;
+    int number = 0;
+    {
+      MutexLock lock(mutex_);
+      while (!waiting_ && !finishing_) changed_.Wait(lock);
+      if (!waiting_) return;
+      picture = std::move(waiting_);
+      number = written_ + 1;
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "picture-%02d.png", number);
+    const bool done = Write(*picture, folder_ / name);
+    const MutexLock lock(mutex_);
+    if (done) ++written_;
+    if (!done && error_.empty()) error_ = "can't write " + PathText(folder_ / name);
+  }
+}
+
+bool SnapshotWriter::Write(const AVFrame& picture, const std::filesystem::path& file) {
+  const Picture rgb = ToRgb(picture);
+  if (!rgb) return false;
+  const Packet png = EncodePng(*rgb);
+  if (!png) return false;
+  return WriteWholeFile(file, {reinterpret_cast<const char*>(png->data), size_t(png->size)}) ==
+         WriteResult::Written;
+}
+
+void SnapshotWriter::Finish() {
+  {
+    const MutexLock lock(mutex_);
+    finishing_ = true;
+    changed_.NotifyOne();
+  }
+  if (thread_.joinable()) thread_.join();
+}
+
+int SnapshotWriter::Written() const {
+  const MutexLock lock(mutex_);
+  return written_;
+}
+
+std::string SnapshotWriter::Error() const {
+  const MutexLock lock(mutex_);
+  return error_;
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,35 @@
+// What a run of the phone stand-in found, for people and for programs; and what it comes to.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "exit_codes.h"
+#include "media_pipeline.h"
+#include "tools/receiver/media_receiver.h"
+#include "tools/receiver/status_message.h"
+
+namespace Veldrift {
+
+struct RunResult {
+  MediaCounters video;
+  MediaCounters audio;
+  const MediaPipeline& media;
+  std::string encoder;  // as the plug-in describes it
+  std::string controlViolation;
+  std::vector<StatusMessage> messages;
+  int64_t startNs = 0;
+  int64_t endNs = 0;
+};
+
+struct Verdict {
+  PhoneExit exit = kExitGood;
+  std::string sentence;  // what is wrong; empty: nothing
+};
+
+Verdict Judge(const RunResult& result);
+
+std::string SummaryText(const RunResult& result);
+std::string SummaryJson(const RunResult& result, const Verdict& verdict);
+
+}  // namespace Veldrift
