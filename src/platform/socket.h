@@ -83,6 +83,17 @@ class StreamListener {
   virtual uint16_t Port() const = 0;
 };
 
+// What the system says of a connection's settings, for diagnosis. -1 stands for what it doesn't
+// tell.
+struct StreamSettings {
+  int noDelay = -1;    // 1: Nagle's delay is off
+  int keepAlive = -1;  // 1: on
+  int keepAliveIdleSeconds = -1;
+  int keepAliveIntervalSeconds = -1;
+  int keepAliveCount = -1;
+};
+StreamSettings ReadStreamSettings(const StreamSocket& socket);
+
 // Listens on `address` (0: all interfaces) with address reuse and a backlog of 1. Null on failure,
 // with the reason in ErrorText.
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address = 0);

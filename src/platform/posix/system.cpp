@@ -1,0 +1,94 @@
+#include "platform/system.h"
+
+#include <sys/random.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+#include "platform/folders.h"
+
+namespace Veldrift {
+
+std::optional<std::string> GetEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return value;
+}
+
+void SetEnvironment(const char* name, const std::optional<std::string>& value) {
+  if (value) {
+    setenv(name, value->c_str(), 1);
+  } else {
+    unsetenv(name);
+  }
+}
+
+std::filesystem::path GetExecutablePath() {
+  std::error_code ignored;
+  return std::filesystem::read_symlink("/proc/self/exe", ignored);
+}
+
+std::filesystem::path FindRoamingFolder() { return PosixRoamingFolder(GetEnvironment); }
+
+std::filesystem::path FindLocalFolder() { return PosixLocalFolder(GetEnvironment); }
+
+std::string GetComputerName() {
+  char buffer[256] = "";
+  if (gethostname(buffer, sizeof buffer - 1) != 0) return {};
+  const std::string name = buffer;
+  return name.substr(0, name.find('.'));
+}
+
+bool FillRandom(std::span<std::byte> buffer) {
+  while (!buffer.empty()) {
+    const ssize_t count = getrandom(buffer.data(), buffer.size(), 0);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    buffer = buffer.subspan(static_cast<size_t>(count));
+  }
+  return true;
+}
+
+std::optional<std::array<uint8_t, 16>> CreateUuid() {
+  std::array<uint8_t, 16> bytes;
+  if (!FillRandom(std::as_writable_bytes(std::span(bytes)))) return std::nullopt;
+  bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4: random
+  bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);  // the standard's variant
+  return bytes;
+}
+
+uint32_t ThreadNumber() { return static_cast<uint32_t>(gettid()); }
+
+uint32_t ProcessNumber() { return static_cast<uint32_t>(getpid()); }
+
+CalendarTime GetLocalCalendarTime() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  tm parts{};
+  localtime_r(&now.tv_sec, &parts);
+  return {parts.tm_year + 1900,
+          parts.tm_mon + 1,
+          parts.tm_mday,
+          parts.tm_hour,
+          parts.tm_min,
+          parts.tm_sec,
+          static_cast<int>(now.tv_usec / 1000)};
+}
+
+void WriteToDebugger(const char*) {}
+
+double ProcessCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,39 @@
+// Other processes of our own making: the host stand-in under another name, and what tests start
+// and kill.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Veldrift {
+
+// Runs this executable again under the file name `copyOfSelf` (a link or a copy of it, made here)
+// with `arguments` (UTF-8, without the program's name). Where the system can replace a running
+// program, it does, so that the process keeps its number and this returns only on failure;
+// elsewhere it waits for the other process, which shares the console and so its Ctrl-C, and
+// answers its exit code. Nothing: it couldn't be started.
+std::optional<int> RunAs(const std::filesystem::path& copyOfSelf,
+                         const std::vector<std::string>& arguments);
+
+// A process that this one started. Killed, if it still runs, and reaped by the destructor.
+// Threads: one thread uses it.
+class ChildProcess {
+ public:
+  virtual ~ChildProcess() = default;
+
+  // Ends it at once, wherever it stands; it gets no chance to tidy up.
+  virtual void Kill() = 0;
+
+  // Waits for its end. The exit code, or -1 if it was killed.
+  virtual int Wait() = 0;
+};
+
+// Starts `program` with `arguments` (UTF-8), this process's environment and console. Null: it
+// couldn't be started.
+std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
+                                           const std::vector<std::string>& arguments);
+
+}  // namespace Veldrift

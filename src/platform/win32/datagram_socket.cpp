@@ -1,0 +1,67 @@
+#include "platform/win32/socket_support.h"
+
+namespace Veldrift {
+namespace {
+
+constexpr int kSendBufferBytes = 4'194'304;
+// SIO_UDP_CONNRESET: whether an unreachable port shows as an error of a later receive.
+constexpr DWORD kReportUnreachable = _WSAIOW(IOC_VENDOR, 12);
+
+class WinDatagramSocket final : public DatagramSocket {
+ public:
+  explicit WinDatagramSocket(OwnedSocket socket) : socket_(std::move(socket)) {}
+
+  SendResult Send(std::span<const std::byte> bytes, const Ipv4Endpoint& to) override {
+    const sockaddr_in address = ToSystem(to);
+    const int count = sendto(socket_.Get(), reinterpret_cast<const char*>(bytes.data()),
+                             static_cast<int>(bytes.size()), 0,
+                             reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (count >= 0) return SendResult::Sent;
+    return WSAGetLastError() == WSAEWOULDBLOCK ? SendResult::BufferFull : SendResult::Failed;
+  }
+
+  std::ptrdiff_t Receive(std::span<std::byte> buffer, int64_t timeoutNanos) override {
+    if (!WaitFor(socket_, WaitKind::Reading, timeoutNanos)) return -1;
+    const int count = recv(socket_.Get(), reinterpret_cast<char*>(buffer.data()),
+                           static_cast<int>(buffer.size()), 0);
+    // A datagram that doesn't fit is an error here, but its beginning is in the buffer.
+    if (count < 0 && WSAGetLastError() == WSAEMSGSIZE) return std::ssize(buffer);
+    return count;
+  }
+
+  int64_t Number() const override { return static_cast<int64_t>(socket_.Get()); }
+  uint16_t Port() const override { return LocalPort(socket_); }
+
+ private:
+  const OwnedSocket socket_;
+};
+
+OwnedSocket OpenNonBlocking() {
+  OwnedSocket socket = OpenSocket(SOCK_DGRAM);
+  if (!socket || !SetNonBlocking(socket)) return {};
+  BOOL off = FALSE;
+  DWORD ignored = 0;
+  WSAIoctl(socket.Get(), kReportUnreachable, &off, sizeof off, nullptr, 0, &ignored, nullptr,
+           nullptr);
+  return socket;
+}
+
+}  // namespace
+
+std::unique_ptr<DatagramSocket> OpenDatagramSender() {
+  OwnedSocket socket = OpenNonBlocking();
+  if (!socket) return nullptr;
+  SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes);
+  return std::make_unique<WinDatagramSocket>(std::move(socket));
+}
+
+std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
+                                                     int receiveBufferBytes) {
+  OwnedSocket socket = OpenNonBlocking();
+  if (!socket) return nullptr;
+  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
+  if (!Bind(socket, local)) return nullptr;
+  return std::make_unique<WinDatagramSocket>(std::move(socket));
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,63 @@
+#include "platform/process.h"
+
+#include "platform/command_line.h"
+#include "platform/file.h"
+#include "platform/system.h"
+#include "platform/win32/handle.h"
+
+namespace Veldrift {
+namespace {
+
+class WinChildProcess final : public ChildProcess {
+ public:
+  explicit WinChildProcess(HANDLE process) : process_(process) {}
+  ~WinChildProcess() override {
+    Kill();
+    Wait();
+  }
+
+  void Kill() override { TerminateProcess(process_.Get(), kKilled); }
+
+  int Wait() override {
+    WaitForSingleObject(process_.Get(), INFINITE);
+    DWORD code = kKilled;
+    GetExitCodeProcess(process_.Get(), &code);
+    return code == kKilled ? -1 : static_cast<int>(code);
+  }
+
+ private:
+  static constexpr DWORD kKilled = 0xFFFFFFFF;
+
+  const Handle process_;
+};
+
+}  // namespace
+
+std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
+                                           const std::vector<std::string>& arguments) {
+  std::string line = QuotedArgument(PathText(program));
+  for (const auto& argument : arguments) line += " " + QuotedArgument(argument);
+  std::wstring commandLine = WideText(line);
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION information{};
+  if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                      nullptr, &startup, &information)) {
+    return nullptr;
+  }
+  const Handle thread(information.hThread);
+  return std::make_unique<WinChildProcess>(information.hProcess);
+}
+
+std::optional<int> RunAs(const std::filesystem::path& copyOfSelf,
+                         const std::vector<std::string>& arguments) {
+  if (!CopyFileW(GetExecutablePath().c_str(), copyOfSelf.c_str(), FALSE)) return std::nullopt;
+  // Ctrl-C reaches every process of the console: this one leaves it to the other, before that one
+  // starts.
+  SetConsoleCtrlHandler([](DWORD) -> BOOL { return TRUE; }, TRUE);
+  const auto process = StartProcess(copyOfSelf, arguments);
+  if (!process) return std::nullopt;
+  return process->Wait();
+}
+
+}  // namespace Veldrift

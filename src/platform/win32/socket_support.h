@@ -1,0 +1,52 @@
+// What the stream and datagram sockets share.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "platform/socket.h"
+#include "platform/win32/windows_headers.h"
+
+namespace Veldrift {
+
+// A socket that closes itself, and leaves the last error alone when it does.
+class OwnedSocket {
+ public:
+  OwnedSocket() = default;
+  explicit OwnedSocket(SOCKET socket) : socket_(socket) {}
+  OwnedSocket(OwnedSocket&& other) noexcept
+      : socket_(std::exchange(other.socket_, INVALID_SOCKET)) {}
+  OwnedSocket& operator=(OwnedSocket&& other) noexcept {
+    std::swap(socket_, other.socket_);
+    return *this;
+  }
+  ~OwnedSocket() {
+    const int error = WSAGetLastError();
+    if (socket_ != INVALID_SOCKET) closesocket(socket_);
+    WSASetLastError(error);
+  }
+
+  explicit operator bool() const { return socket_ != INVALID_SOCKET; }
+  SOCKET Get() const { return socket_; }
+
+ private:
+  SOCKET socket_ = INVALID_SOCKET;
+};
+
+sockaddr_in ToSystem(const Ipv4Endpoint& endpoint);
+Ipv4Endpoint FromSystem(const sockaddr_in& address);
+
+OwnedSocket OpenSocket(int type);
+bool Bind(const OwnedSocket& socket, const Ipv4Endpoint& local);
+bool SetNonBlocking(const OwnedSocket& socket);
+void SetOption(const OwnedSocket& socket, int level, int name, int value);
+
+// Waits until the socket is readable, or, for writing, until it is writable or has failed. False:
+// the time is over, with WSAETIMEDOUT as the last error, or the wait failed.
+enum class WaitKind { Reading, Writing };
+bool WaitFor(const OwnedSocket& socket, WaitKind kind, int64_t timeoutNanos);
+
+// The local port; 0 while the system has given none.
+uint16_t LocalPort(const OwnedSocket& socket);
+
+}  // namespace Veldrift

@@ -1,0 +1,166 @@
+#include "support/debug_topic_files.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <system_error>
+#include <vector>
+
+#include "platform/file.h"
+#include "platform/system.h"
+
+namespace Veldrift {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kEarlierRuns = 5;
+
+struct TopicNames {
+  const char* key;
+  const char* word;
+};
+constexpr std::array<TopicNames, kDebugTopicCount> kTopics = {{
+    {"transitions", "TRANSITIONS"},
+    {"controller", "CONTROLLER"},
+    {"encoder", "ENCODER"},
+    {"telemetry", "TELEMETRY"},
+    {"fps", "FPS"},
+    {"owd", "OWD"},
+    {"ui_sync", "UI_SYNC"},
+}};
+
+std::string_view Trimmed(std::string_view text) {
+  const auto isSpace = [](char character) {
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
+  };
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string Lowered(std::string text) {
+  for (char& character : text) {
+    character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+  }
+  return text;
+}
+
+struct EarlierRun {
+  fs::path path;
+  fs::file_time_type written;
+};
+
+// The topic's earlier runs, newest first; of two with the same time, the later name.
+std::vector<EarlierRun> ListEarlierRuns(const fs::path& folder, const std::string& prefix) {
+  std::vector<EarlierRun> runs;
+  std::error_code error;
+  fs::directory_iterator entry(folder, error);
+  while (!error && entry != fs::directory_iterator()) {
+    std::error_code unreadable;
+    const std::string name = PathText(entry->path().filename());
+    if (name.starts_with(prefix) && name.ends_with(".log") && entry->is_regular_file(unreadable)) {
+      const auto written = entry->last_write_time(unreadable);
+      if (!unreadable) runs.push_back({entry->path(), written});
+    }
+    entry.increment(error);
+    if (error) throw fs::filesystem_error("directory_iterator::operator++", folder, error);
+  }
+  std::sort(runs.begin(), runs.end(), [](const EarlierRun& a, const EarlierRun& b) {
+    return a.written != b.written ? a.written > b.written : a.path > b.path;
+  });
+  return runs;
+}
+
+// Puts the last run's file aside and deletes all but the newest earlier runs.
+void RotateTopic(const fs::path& folder, const std::string& key) {
+  const std::string prefix = "debug_" + key + "_";
+  const fs::path current = folder / ("debug_" + key + ".log");
+  std::error_code ignored;
+  if (fs::exists(current, ignored)) {
+    std::string stamp = UtcStamp(std::chrono::system_clock::now());
+    std::replace(stamp.begin(), stamp.end(), ':', '-');
+    fs::rename(current, folder / (prefix + stamp + ".log"), ignored);
+  }
+  const auto runs = ListEarlierRuns(folder, prefix);
+  for (size_t i = kEarlierRuns; i < runs.size(); ++i) fs::remove(runs[i].path, ignored);
+}
+
+}  // namespace
+
+std::array<bool, kDebugTopicCount> SelectDebugTopics(const std::optional<std::string>& value) {
+  std::array<bool, kDebugTopicCount> selected{};
+  if (!value || value->empty()) {
+    selected.fill(true);
+    return selected;
+  }
+  const std::string lowered = Lowered(*value);
+  std::string_view rest = lowered;
+  for (;;) {
+    const size_t comma = rest.find(',');
+    const std::string_view piece = Trimmed(rest.substr(0, comma));
+    for (size_t i = 0; i < kTopics.size(); ++i) {
+      if (piece == kTopics[i].key) selected[i] = true;
+    }
+    if (comma == std::string_view::npos) return selected;
+    rest.remove_prefix(comma + 1);
+  }
+}
+
+std::string UtcStamp(std::chrono::system_clock::time_point time) {
+  using namespace std::chrono;
+  const auto millis = floor<milliseconds>(time);
+  const auto day = floor<days>(millis);
+  const year_month_day date(day);
+  const hh_mm_ss clock(millis - day);
+  char text[64];
+  std::snprintf(
+      text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03lldZ", static_cast<int>(date.year()),
+      static_cast<int>(static_cast<unsigned>(date.month())),
+      static_cast<int>(static_cast<unsigned>(date.day())), static_cast<int>(clock.hours().count()),
+      static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
+      static_cast<long long>(clock.subseconds().count()));
+  return text;
+}
+
+uint64_t ThreadHash(uint32_t threadNumber) {
+  uint64_t hash = 0xCBF29CE484222325;
+  for (int shift = 0; shift < 32; shift += 8) {
+    hash = (hash ^ ((threadNumber >> shift) & 0xFF)) * 0x100000001B3;
+  }
+  return hash;
+}
+
+void DebugTopicFiles::Init(const fs::path& folder, const std::optional<std::string>& selection) {
+  const auto selected = SelectDebugTopics(selection);
+  for (size_t i = 0; i < kDebugTopicCount; ++i) sinks_[i].enabled = selected[i];
+  std::error_code ignored;
+  fs::create_directories(folder, ignored);
+  for (size_t i = 0; i < kDebugTopicCount; ++i) {
+    if (!selected[i]) continue;
+    const std::string key = kTopics[i].key;
+    RotateTopic(folder, key);
+    MutexLock lock(sinks_[i].mutex);
+    sinks_[i].stream.open(folder / ("debug_" + key + ".log"), std::ios::out | std::ios::trunc);
+  }
+}
+
+bool DebugTopicFiles::IsEnabled(DebugTopic topic) const {
+  const auto index = static_cast<size_t>(topic);
+  return index < kDebugTopicCount && sinks_[index].enabled;
+}
+
+void DebugTopicFiles::Write(DebugTopic topic, const char* text) {
+  if (!IsEnabled(topic)) return;
+  const auto index = static_cast<size_t>(topic);
+  const std::string stamp = UtcStamp(std::chrono::system_clock::now());
+  const uint64_t thread = ThreadHash(ThreadNumber());
+  Sink& sink = sinks_[index];
+  MutexLock lock(sink.mutex);
+  if (!sink.stream.is_open()) return;
+  sink.stream << stamp << " | " << thread << " | " << kTopics[index].word << " | "
+              << (text == nullptr ? "" : text) << '\n'
+              << std::flush;
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,76 @@
+#include "identity/atomic_text_file.h"
+
+#include "tests/identity/settings_fixture.h"
+#include "tests/support/manual_clock.h"
+
+namespace Veldrift {
+namespace {
+
+constexpr LogCategory kLog = {kLogSubsystem, "demo"};
+constexpr TextFileWriter kWriter = {kLog, "write it"};
+
+// A clock on whose n-th sleep another process finishes its replacement of the file.
+class ReplacingClock final : public Clock {
+ public:
+  ReplacingClock(int atSleep, std::filesystem::path path)
+      : left_(atSleep), path_(std::move(path)) {}
+  int64_t NowNanos() const override { return 0; }
+  void SleepFor(int64_t) override {
+    if (--left_ == 0) WriteWholeFile(path_, "whole");
+  }
+  void WaitUntil(CondVar&, MutexLock&, int64_t) override {}
+
+ private:
+  int left_;
+  const std::filesystem::path path_;
+};
+
+class AtomicTextFile : public SettingsFixture {};
+
+TEST_F(AtomicTextFile, AnEmptyOneIsReadFiveTimesFiveMillisecondsApart) {
+  Put("f", "");
+  ManualClock clock(0);
+  EXPECT_EQ(ReadTextFile(File("f"), clock), std::nullopt);
+  EXPECT_EQ(clock.NowNanos(), 20'000'000);
+}
+
+TEST_F(AtomicTextFile, AMissingOneIsNotWaitedFor) {
+  ManualClock clock(0);
+  EXPECT_EQ(ReadTextFile(File("f"), clock), std::nullopt);
+  EXPECT_EQ(clock.NowNanos(), 0);
+}
+
+TEST_F(AtomicTextFile, AReplacementThatEndsWithinTheAttemptsIsSeen) {
+  Put("f", "");
+  ReplacingClock lastChance(4, File("f"));
+  EXPECT_EQ(ReadTextFile(File("f"), lastChance), "whole");
+  Put("f", "");
+  ReplacingClock tooLate(5, File("f"));
+  EXPECT_EQ(ReadTextFile(File("f"), tooLate), std::nullopt);
+}
+
+TEST_F(AtomicTextFile, IsReplacedWholeAndLeavesNothingBeside) {
+  Put("f", "the old and longer text");
+  EXPECT_TRUE(ReplaceTextFile(File("f"), "new\n", kWriter));
+  EXPECT_EQ(Text("f"), "new\n");
+  EXPECT_FALSE(std::filesystem::exists(File("f.tmp")));
+}
+
+TEST_F(AtomicTextFile, AFailedRenameIsLoggedAndTakesItsFileAway) {
+  Obstruct("f");
+  EXPECT_FALSE(ReplaceTextFile(File("f"), "new", kWriter));
+  EXPECT_FALSE(std::filesystem::exists(File("f.tmp")));
+  EXPECT_EQ(CountInPluginLog(":demo:ERROR] write it: rename(" + PathText(File("f.tmp")) + " -> " +
+                             PathText(File("f")) + ") failed: "),
+            1u);
+}
+
+TEST_F(AtomicTextFile, AFailedOpenIsLogged) {
+  EXPECT_FALSE(ReplaceTextFile(File("f"), "new", kWriter));
+  EXPECT_EQ(
+      CountInPluginLog(":demo:ERROR] write it: open(" + PathText(File("f.tmp")) + ") failed\r\n"),
+      1u);
+}
+
+}  // namespace
+}  // namespace Veldrift

@@ -1,0 +1,64 @@
+#include "platform/system.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/support/child.h"
+
+namespace Veldrift {
+namespace {
+
+TEST(Environment, EmptyIsNotUnsetAndTextPassesUnchanged) {
+  const ScopedEnvironment restore("VD_TEST_VALUE", std::nullopt);
+  EXPECT_EQ(GetEnvironment("VD_TEST_VALUE"), std::nullopt);
+  SetEnvironment("VD_TEST_VALUE", "");
+  EXPECT_EQ(GetEnvironment("VD_TEST_VALUE"), "");
+  SetEnvironment("VD_TEST_VALUE", "gr\xC3\xBCn");
+  EXPECT_EQ(GetEnvironment("VD_TEST_VALUE"), "gr\xC3\xBCn");
+  SetEnvironment("VD_TEST_VALUE", std::nullopt);
+  EXPECT_EQ(GetEnvironment("VD_TEST_VALUE"), std::nullopt);
+}
+
+TEST(System, UuidsAreRandomOnesOfTheStandardsForm) {
+  const auto first = CreateUuid();
+  const auto second = CreateUuid();
+  ASSERT_TRUE(first && second);
+  EXPECT_NE(*first, *second);
+  EXPECT_EQ((*first)[6] >> 4, 4);
+  EXPECT_EQ((*first)[8] >> 6, 2);
+}
+
+TEST(System, TheGeneratorFillsEveryByte) {
+  std::array<std::byte, 64> either{};
+  for (int round = 0; round < 8; ++round) {
+    std::array<std::byte, 64> random{};
+    ASSERT_TRUE(FillRandom(random));
+    for (size_t i = 0; i < random.size(); ++i) either[i] |= random[i];
+  }
+  for (const std::byte byte : either) EXPECT_NE(byte, std::byte{});
+}
+
+TEST(System, ThreadsHaveNumbersOfTheirOwn) {
+  const uint32_t mine = ThreadNumber();
+  uint32_t theirs = mine;
+  std::thread([&] { theirs = ThreadNumber(); }).join();
+  EXPECT_NE(theirs, mine);
+  EXPECT_EQ(ThreadNumber(), mine);
+}
+
+TEST(System, TheLocalTimeIsAPlausibleOne) {
+  const CalendarTime now = GetLocalCalendarTime();
+  EXPECT_GE(now.year, 2024);
+  EXPECT_TRUE(now.month >= 1 && now.month <= 12);
+  EXPECT_TRUE(now.day >= 1 && now.day <= 31);
+  EXPECT_TRUE(now.millisecond >= 0 && now.millisecond <= 999);
+}
+
+TEST(System, TheExecutableIsThisFile) {
+  EXPECT_EQ(GetExecutablePath().stem(), "platform_test");
+  EXPECT_TRUE(std::filesystem::exists(GetExecutablePath()));
+}
+
+}  // namespace
+}  // namespace Veldrift
