@@ -30,7 +30,7 @@ struct EncoderSettings {
   int32_t gopSize = 1;       // frames from one key frame to the next; 1 is all-intra
   int32_t codec = kCodecHevc;
   int32_t rateControl = kRateControlBitrate;
-  float quality = 0.75F;  // 0 to 1, for the quality mode
+  float quality = 0.75F;                         // 0 to 1, for the quality mode
   uint32_t frameByteCap = kDefaultFrameByteCap;  // stored and reported; 0 means the default
 };
 

@@ -108,8 +108,8 @@ AvFramePtr NewFrame(const AVCodecContext& context) {
 }
 
 bool MarkRegion(AVFrame& frame, int quantiserOffset) {
-  AVFrameSideData* data = av_frame_new_side_data(&frame, AV_FRAME_DATA_REGIONS_OF_INTEREST,
-                                                 sizeof(AVRegionOfInterest));
+  AVFrameSideData* data =
+      av_frame_new_side_data(&frame, AV_FRAME_DATA_REGIONS_OF_INTEREST, sizeof(AVRegionOfInterest));
   if (!data) return false;
   auto* region = reinterpret_cast<AVRegionOfInterest*>(data->data);
   *region = {sizeof(AVRegionOfInterest), 0, frame.height, 0, frame.width, {quantiserOffset, 1}};
@@ -136,6 +136,9 @@ AvCodecSession::AvCodecSession(const CodecConfig& config, AvContextPtr context)
       context_(std::move(context)),
       log_(context_.get()),
       packet_(av_packet_alloc()) {}
+
+// A codec sums up in its log as it goes.
+AvCodecSession::~AvCodecSession() { context_.reset(); }
 
 bool AvCodecSession::OpenCodec() {
   AvOptions options;

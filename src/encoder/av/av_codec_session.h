@@ -53,6 +53,8 @@ float RateFactorOf(float quality);
 // Threads: one at a time, under the encoder's lock.
 class AvCodecSession {
  public:
+  ~AvCodecSession();
+
   // Null on failure, which is logged.
   static std::unique_ptr<AvCodecSession> Open(const CodecConfig& config);
 
@@ -88,7 +90,8 @@ class AvCodecSession {
   std::vector<uint8_t> chroma_;  // interleaved, for a codec that wants its planes apart
   std::vector<uint8_t> parameterSets_;
   int64_t framesSent_ = 0;
-  std::array<uint64_t, 16> timestamps_{};  // by a frame's number, should a codec ever hold some back
+  std::array<uint64_t, 16>
+      timestamps_{};  // by a frame's number, should a codec ever hold some back
 };
 
 }  // namespace Veldrift

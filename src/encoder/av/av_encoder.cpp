@@ -25,7 +25,8 @@ AvEncoder::~AvEncoder() {
   TearDown();
 }
 
-// ---- Building ------------------------------------------------------------------------------------
+// ---- Building
+// ------------------------------------------------------------------------------------
 
 bool AvEncoder::Configure(uint32_t width, uint32_t height, uint32_t bitrate, uint32_t fps) {
   MutexLock lock(encoderMutex_);
@@ -49,8 +50,7 @@ bool AvEncoder::ConfigureLocked(int32_t width, int32_t height, uint32_t bitrate,
     TearDown();
     return false;
   }
-  SetDescription(
-      DescribeEncoder({session_->Name(), "SW", width, height, codec_, fps, bitrate_}));
+  SetDescription(DescribeEncoder({session_->Name(), "SW", width, height, codec_, fps, bitrate_}));
   PluginLog(kCategory, kLogInfo, "Configure OK: %dx%d @ %d fps, %u bps, codec=%s, gop=%d", width,
             height, fps, bitrate_.load(), codec_ != kCodecHevc ? "H264" : "HEVC", gopSize_.load());
   return true;
@@ -124,7 +124,8 @@ void AvEncoder::SetDescription(const std::string& text) {
   description_ = text;
 }
 
-// ---- Frames --------------------------------------------------------------------------------------
+// ---- Frames
+// --------------------------------------------------------------------------------------
 
 void AvEncoder::EncodeFrame(const uint8_t* bgra, uint32_t width, uint32_t height,
                             int32_t strideBytes, int64_t timestampMicros) {
@@ -181,7 +182,8 @@ void AvEncoder::SetOutputCallback(EncodedFrameCallback callback) {
   // The old one dies here, outside the lock.
 }
 
-// ---- Settings that rebuild -----------------------------------------------------------------------
+// ---- Settings that rebuild
+// -----------------------------------------------------------------------
 
 void AvEncoder::SetGopSize(int32_t frames) {
   MutexLock lock(encoderMutex_);
@@ -203,7 +205,8 @@ void AvEncoder::SetRateControl(int32_t mode, float quality) {
   RebuildLocked();
 }
 
-// ---- Live settings -------------------------------------------------------------------------------
+// ---- Live settings
+// -------------------------------------------------------------------------------
 
 void AvEncoder::SetBitrate(uint32_t bitsPerSecond) {
   if (bitsPerSecond == 0 || bitrate_.exchange(bitsPerSecond) == bitsPerSecond) return;
