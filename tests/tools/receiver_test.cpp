@@ -153,11 +153,14 @@ TEST(MediaReceiver, FramesComeThroughRealSocketsOnBothStreams) {
   const SocketLayer layer;
   const auto loopback = ParseAddress("127.0.0.1");
   // Two free ports, given back for the receiver to take.
-  const auto [videoPort, audioPort] = [&] {
+  uint16_t videoPort = 0;
+  uint16_t audioPort = 0;
+  {
     const auto one = OpenDatagramReceiver({*loopback, 0}, 0);
     const auto two = OpenDatagramReceiver({*loopback, 0}, 0);
-    return std::pair(one->Port(), two->Port());
-  }();
+    videoPort = one->Port();
+    audioPort = two->Port();
+  }
   MediaReceiver receiver({.bindAddress = *loopback,
                           .videoPort = videoPort,
                           .audioPort = audioPort,
