@@ -39,9 +39,9 @@ std::string H264Parameters() {
          "sync-lookahead=0:mbtree=0:aq-mode=1:force-cfr=1:repeat-headers=1:nal-hrd=none";
 }
 
-// This library writes to standard error itself: its own log is off. Large blocks and the shortest
-// decisions are about twice as fast as the preset alone: all-intra HEVC is heavy for a processor.
-// Coding tree blocks of 16 would be faster still, but high rates need a level that forbids them.
+// This library writes to standard error itself: its own log is off. The shortest decisions:
+// all-intra HEVC is heavy for a processor. Coding tree blocks of 16 would be faster still, but high
+// rates need a level that forbids them.
 std::string HevcParameters(int threads) {
   return "log-level=none:keyint=-1:min-keyint=1:scenecut=0:open-gop=0:bframes=0:rc-lookahead=0:"
          "cutree=0:ctu=32:min-cu-size=16:rd=1:fast-intra=1:strong-intra-smoothing=0:signhide=0:"
