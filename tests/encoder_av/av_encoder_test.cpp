@@ -224,6 +224,12 @@ TEST_P(AvEncoderTest, ImpossibleSettingsAreRefused) {
   EXPECT_EQ(encoder_.GetDescription(), "");
 }
 
+TEST_P(AvEncoderTest, TheHighestRatesOpen) {
+  encoder_.SetCodec(GetParam());
+  EXPECT_TRUE(encoder_.Configure(1280, 720, 150'000'000, 30));
+  EXPECT_TRUE(encoder_.Configure(1920, 1080, 200'000'000, 60));
+}
+
 TEST_P(AvEncoderTest, APeakCountsInVbrOnlyAndIsNeverBelowTheMean) {
   Configure(1, 4'000'000);
   encoder_.SetPeakBitrate(1'000'000);

@@ -33,16 +33,19 @@ bool IsH264(const CodecConfig& config) { return config.codec == kCodecH264; }
 const char* LibraryOf(const CodecConfig& config) { return IsH264(config) ? "libx264" : "libx265"; }
 
 // Key frames come when they are ordered and at no other time. Adaptive quantisation is on because
-// a region's quantiser offset (the emergency's) goes through it.
+// the emergency's quantiser offset goes through it.
 std::string H264Parameters() {
   return "keyint=infinite:min-keyint=1:scenecut=0:open-gop=0:bframes=0:rc-lookahead=0:"
          "sync-lookahead=0:mbtree=0:aq-mode=1:force-cfr=1:repeat-headers=1:nal-hrd=none";
 }
 
-// This library writes to standard error itself: its own log is off.
+// This library writes to standard error itself: its own log is off. The shortest decisions:
+// all-intra HEVC is heavy for a processor. Coding tree blocks of 16 would be faster still, but high
+// rates need a level that forbids them.
 std::string HevcParameters(int threads) {
   return "log-level=none:keyint=-1:min-keyint=1:scenecut=0:open-gop=0:bframes=0:rc-lookahead=0:"
-         "cutree=0:aq-mode=1:repeat-headers=1:annexb=1:hrd=0:aud=0:info=0:frame-threads=1:" +
+         "cutree=0:ctu=32:min-cu-size=16:rd=1:fast-intra=1:strong-intra-smoothing=0:signhide=0:"
+         "psy-rd=0:aq-mode=0:repeat-headers=1:annexb=1:hrd=0:aud=0:info=0:frame-threads=1:" +
          (threads > 1 ? "pools=" + std::to_string(threads) : std::string("pools=none:wpp=0"));
 }
 
@@ -52,6 +55,9 @@ void SetRatesOf(AVCodecContext& context, const CodecRates& rates) {
   context.rc_buffer_size = static_cast<int>(
       std::min<int64_t>(context.rc_max_rate / kBufferParts, std::numeric_limits<int>::max()));
 }
+
+// libx265 takes no offsets here: its emergency is a codec of its own.
+bool HasConstantQp(const CodecConfig& config) { return config.emergency && !IsH264(config); }
 
 void Describe(AVCodecContext& context, const CodecConfig& config) {
   context.width = config.width;
@@ -67,7 +73,9 @@ void Describe(AVCodecContext& context, const CodecConfig& config) {
   context.color_trc = AVCOL_TRC_BT709;
   context.colorspace = AVCOL_SPC_BT709;
   context.color_range = AVCOL_RANGE_MPEG;
-  if (config.rateControl != kRateControlQuality) SetRatesOf(context, config.rates);
+  if (config.rateControl != kRateControlQuality && !HasConstantQp(config)) {
+    SetRatesOf(context, config.rates);
+  }
 }
 
 void SetOptions(AvOptions& options, const CodecConfig& config) {
@@ -79,7 +87,9 @@ void SetOptions(AvOptions& options, const CodecConfig& config) {
   } else {
     options.Set("x265-params", HevcParameters(ThreadCount()));
   }
-  if (config.rateControl == kRateControlQuality) {
+  if (HasConstantQp(config)) {
+    options.Set("qp", std::to_string(kEmergencyQp));
+  } else if (config.rateControl == kRateControlQuality) {
     options.Set("crf", std::to_string(RateFactorOf(config.quality)));
   }
 }
@@ -186,7 +196,7 @@ bool AvCodecSession::ApplyOrder(const FrameOrder& order) {
   timestamps_[static_cast<size_t>(frame_->pts) % timestamps_.size()] = order.timestamp;
   frame_->pict_type = order.keyFrame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   av_frame_remove_side_data(frame_.get(), AV_FRAME_DATA_REGIONS_OF_INTEREST);
-  return !order.emergency || MarkRegion(*frame_, 1);
+  return !emergency_ || MarkRegion(*frame_, 1);
 }
 
 bool AvCodecSession::Send() {
@@ -223,6 +233,13 @@ bool AvCodecSession::SetRates(const CodecRates& rates) {
   if (!IsH264(config_)) return false;
   if (config_.rateControl != kRateControlQuality) SetRatesOf(*context_, rates);
   return true;
+}
+
+bool AvCodecSession::SetEmergency(bool emergency) {
+  emergency_ = emergency;
+  if (IsH264(config_)) return true;
+  emergency_ = false;
+  return config_.emergency == emergency;
 }
 
 bool AvCodecSession::SetQuality(float quality) {

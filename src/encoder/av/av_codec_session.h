@@ -27,13 +27,13 @@ struct CodecConfig {
   int32_t rateControl = 0;
   float quality = 0.75F;
   CodecRates rates;
+  bool emergency = false;  // at the worst quantiser, for a codec that can't change to it
 };
 
 // How one frame is to be encoded.
 struct FrameOrder {
   uint64_t timestamp = 0;  // comes back with the access unit
   bool keyFrame = false;
-  bool emergency = false;  // at the worst quantiser
 };
 
 struct EncodedUnit {
@@ -67,6 +67,8 @@ class AvCodecSession {
   // to be opened anew.
   bool SetRates(const CodecRates& rates);
   bool SetQuality(float quality);
+  // From the next frame on at the worst quantiser, or no more.
+  bool SetEmergency(bool emergency);
 
   const CodecConfig& Config() const { return config_; }
   const char* Name() const { return context_->codec->name; }
@@ -89,6 +91,7 @@ class AvCodecSession {
   AvPacketPtr packet_;
   std::vector<uint8_t> chroma_;  // interleaved, for a codec that wants its planes apart
   std::vector<uint8_t> parameterSets_;
+  bool emergency_ = false;
   int64_t framesSent_ = 0;
   std::array<uint64_t, 16>
       timestamps_{};  // by a frame's number, should a codec ever hold some back

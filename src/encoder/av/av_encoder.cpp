@@ -46,7 +46,7 @@ bool AvEncoder::ConfigureLocked(int32_t width, int32_t height, uint32_t bitrate,
   bitrate_ = bitrate != 0 ? bitrate : kDefaultBitrate;
   rates_ = {bitrate_, MaxBitrate(rateControl_, bitrate_, peakBitrate_)};
   firstKeyEmitted_ = false;
-  if (!OpenSession()) {
+  if (!OpenSession(false)) {
     TearDown();
     return false;
   }
@@ -57,7 +57,7 @@ bool AvEncoder::ConfigureLocked(int32_t width, int32_t height, uint32_t bitrate,
 }
 
 // A newly opened codec has nothing to refer to: its first frame is a key frame.
-bool AvEncoder::OpenSession() {
+bool AvEncoder::OpenSession(bool emergency) {
   CodecConfig config;
   config.codec = codec_ == kCodecH264 ? kCodecH264 : kCodecHevc;
   config.width = width_ & ~1;
@@ -66,9 +66,11 @@ bool AvEncoder::OpenSession() {
   config.rateControl = rateControl_;
   config.quality = quality_;
   config.rates = rates_;
+  config.emergency = emergency;
   session_.reset();  // the old codec's threads end before the new one's start
   session_ = AvCodecSession::Open(config);
   ready_ = session_ != nullptr;
+  if (session_) session_->SetEmergency(emergency);
   reopen_ = false;
   keyFrames_.Request();
   return ready_;
@@ -143,7 +145,9 @@ void AvEncoder::EncodeFrame(const uint8_t* bgra, uint32_t width, uint32_t height
 
 bool AvEncoder::EncodeLocked(const uint8_t* bgra, int32_t width, int32_t height,
                              int32_t strideBytes, int64_t timestampMicros) {
-  if (!session_ || (reopen_ && !OpenSession())) return false;
+  if (!session_) return false;
+  const bool emergency = emergency_.Take();
+  if ((!session_->SetEmergency(emergency) || reopen_) && !OpenSession(emergency)) return false;
   if (width != width_ || height != height_) {
     scaled_.resize(size_t{4} * static_cast<size_t>(width_) * static_cast<size_t>(height_));
     ScaleNearest(bgra, static_cast<size_t>(strideBytes), width, height, scaled_.data(), width_,
@@ -153,7 +157,6 @@ bool AvEncoder::EncodeLocked(const uint8_t* bgra, int32_t width, int32_t height,
   }
   FrameOrder order;
   order.timestamp = static_cast<uint64_t>(timestampMicros);
-  order.emergency = emergency_.Take();
   order.keyFrame = keyFrames_.Place(gopSize_);
   if (!session_->Encode(bgra, strideBytes, order, unit_)) {
     if (order.keyFrame) keyFrames_.Request();  // still owed

@@ -21,7 +21,7 @@ namespace Veldrift {
 // came with.
 //
 // H.264 takes new rates and a new quality while it runs. HEVC is opened anew at the next frame,
-// which then is a key frame.
+// which then is a key frame; so it is at both ends of an emergency.
 //
 // Threads: as the contract says. The callback runs on the thread of EncodeFrame, under frameMutex_
 // alone: a setter never waits for it, so that a caller may hold a lock across a setter that its
@@ -67,7 +67,7 @@ class AvEncoder final : public IHardwareEncoder {
  private:
   bool ConfigureLocked(int32_t width, int32_t height, uint32_t bitrate, int32_t fps)
       VD_REQUIRES(encoderMutex_);
-  bool OpenSession() VD_REQUIRES(encoderMutex_);
+  bool OpenSession(bool emergency) VD_REQUIRES(encoderMutex_);
   void RebuildLocked() VD_REQUIRES(encoderMutex_);
   void TearDown() VD_REQUIRES(encoderMutex_);
   void ApplyRates() VD_REQUIRES(encoderMutex_);
