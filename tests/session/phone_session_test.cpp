@@ -66,7 +66,7 @@ TEST_F(PhoneSession, GopModesBecomeSizes) {
   for (const auto& [mode, size] : rows) {
     Command(kSetGopMode, {mode});
     EXPECT_EQ(RememberedGop(), mode);
-    encoder->With([&](EncoderRecord& record) { EXPECT_EQ(record.settings.gopSize, size) << mode; });
+    EXPECT_EQ(encoder->With([](auto& record) { return record.settings.gopSize; }), size) << mode;
   }
   EXPECT_EQ(CountInPluginLog("control: SetGopMode AUTO is retired — keeping current=600"), 1U);
   EXPECT_EQ(shared.GetEncoderStatus().gopClass, GopClass::AllIntra);
@@ -75,7 +75,7 @@ TEST_F(PhoneSession, GopModesBecomeSizes) {
 TEST_F(PhoneSession, ASnapshotAppliesItsSettingsAndTheEngineLast) {
   StartSession();
   Command(kAppSettingsSnapshot, {0xD0, 0x02, 1, 3, 2, 3, 'a', 'b', 'c'});
-  encoder->With([](EncoderRecord& record) {
+  encoder->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.settings.codec, kCodecH264);
     EXPECT_EQ(record.settings.gopSize, 600);
     EXPECT_EQ(record.settings.rateControl, kRateControlVbr);
@@ -126,7 +126,7 @@ TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {
   for (const int acknowledged : {0x05, 0x07, 0x04}) {
     EXPECT_EQ(phone.NextOf(kCommandAck)->payload[0], acknowledged);
   }
-  second->With([](EncoderRecord& record) {
+  second->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.settings.codec, kCodecH264);
     EXPECT_EQ(record.settings.gopSize, 5);
     EXPECT_EQ(record.settings.rateControl, kRateControlBitrate);

@@ -28,7 +28,7 @@ TEST_F(VideoPath, TheFirstFrameConfiguresPromotesAndAnnounces) {
   StartSession();
   Push(1280, 720);
   ASSERT_EQ(encoder->ConfigureCount(), 1U);
-  encoder->With([](EncoderRecord& record) {
+  encoder->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.configured[0].width, 1280);
     EXPECT_EQ(record.configured[0].bitrate, 150'000'000U);
     EXPECT_EQ(record.configured[0].fps, 30);
@@ -108,7 +108,7 @@ TEST_F(VideoPath, AnAlternatingSizeReconfiguresEveryFrameWithQualityAtThreeQuart
   StartSession();
   Command(kSetEncoderMode, {1, 90});
   for (int i = 0; i < 4; ++i) Push(i % 2 == 0 ? 1280 : 640, 720);
-  encoder->With([](EncoderRecord& record) {
+  encoder->With([](EncoderRecord::Data& record) {
     ASSERT_EQ(record.configured.size(), 4U);
     EXPECT_EQ(record.configured[3].width, 640);
     EXPECT_EQ(record.configured[3].rateControl, kRateControlQuality);
@@ -120,7 +120,7 @@ TEST_F(VideoPath, TheCapScalesTheTargetButNotTheFrameOrTheAnnouncement) {
   StartSession();
   Command(kSetMaxResolution, {0xD0, 0x02});  // 720
   Push(3840, 2160);
-  encoder->With([](EncoderRecord& record) {
+  encoder->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.configured.at(0).width, 1280);
     EXPECT_EQ(record.configured.at(0).height, 720);
     EXPECT_EQ(record.frames.at(0).width, 3840U);
@@ -130,12 +130,12 @@ TEST_F(VideoPath, TheCapScalesTheTargetButNotTheFrameOrTheAnnouncement) {
 
 TEST_F(VideoPath, AFailedConfigureIsRepeatedOnEachFrame) {
   StartSession();
-  encoder->With([](EncoderRecord& record) { record.failConfigure = true; });
+  encoder->With([](EncoderRecord::Data& record) { record.failConfigure = true; });
   const std::string line = "encoder Configure failed (1280x720 @ 30 fps)";
   for (int i = 0; i < 3; ++i) Push(1280, 720);
   EXPECT_EQ(CountInPluginLog(line), 3U);
   EXPECT_EQ(encoder->FrameCount(), 3U);
-  encoder->With([](EncoderRecord& record) { record.failConfigure = false; });
+  encoder->With([](EncoderRecord::Data& record) { record.failConfigure = false; });
   Push(1280, 720);
   Push(1280, 720);
   EXPECT_EQ(encoder->ConfigureCount(), 4U);
@@ -143,7 +143,7 @@ TEST_F(VideoPath, AFailedConfigureIsRepeatedOnEachFrame) {
 
 TEST_F(VideoPath, AStalledEncoderIsRebuiltOnceInFiveSeconds) {
   StartSession();
-  encoder->With([](EncoderRecord& record) { record.silent = true; });
+  encoder->With([](EncoderRecord::Data& record) { record.silent = true; });
   const size_t before = CountInPluginLog("encoder stall: no output for");
   for (int i = 0; i < 70; ++i) {
     Push(1280, 720);
@@ -156,12 +156,12 @@ TEST_F(VideoPath, AStalledEncoderIsRebuiltOnceInFiveSeconds) {
 TEST_F(VideoPath, AFrameBeyondTheWireAsksForEmergencyCompression) {
   StartSession();
   Command(kSetGopMode, {3});
-  const int requests = encoder->With([](EncoderRecord& record) {
+  const int requests = encoder->With([](EncoderRecord::Data& record) {
     record.outputBytes = 94'370'401;
     return record.idrRequests;
   });
   Push(1280, 720);
-  encoder->With([&](EncoderRecord& record) {
+  encoder->With([&](EncoderRecord::Data& record) {
     EXPECT_EQ(record.emergencyFrames, 30);
     EXPECT_EQ(record.idrRequests, requests + 1);
   });
@@ -172,12 +172,12 @@ TEST_F(VideoPath, AFrameBeyondTheWireAsksForEmergencyCompression) {
 
 TEST_F(VideoPath, LongDescriptionsAreCutAndEmptyOnesNeverSent) {
   StartSession();
-  encoder->With([](EncoderRecord& record) { record.description = std::string(300, 'd'); });
+  encoder->With([](EncoderRecord::Data& record) { record.description = std::string(300, 'd'); });
   Push(1280, 720);
   EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, Fields({200}) + std::string(200, 'd'));
-  encoder->With([](EncoderRecord& record) { record.description = ""; });
+  encoder->With([](EncoderRecord::Data& record) { record.description = ""; });
   Push(1280, 720);
-  encoder->With([](EncoderRecord& record) { record.description = "again"; });
+  encoder->With([](EncoderRecord::Data& record) { record.description = "again"; });
   Push(1280, 720);
   // The long one once more from the first frame's end, then the next text; nothing empty between.
   auto message = phone.NextOf(kEncoderInfo);
