@@ -71,6 +71,8 @@ class NetworkTransport {
   static bool RunSelfTest(const std::string& id, std::string& result);
 
  private:
+  friend class TransportProbe;  // measurements send to a peer without a control connection
+
   using Connection = std::shared_ptr<Veldrift::ControlConnection>;
 
   void StartAdvertiser();
@@ -100,7 +102,8 @@ class NetworkTransport {
   std::thread acceptThread_, readThread_, heartbeatThread_, pollThread_;
   std::atomic<bool> running_{false};
 
-  // Wakes the poll and heartbeat threads at shutdown and at a change of the client.
+  // Wakes the poll and heartbeat threads at shutdown and at a change of the client. Comes before
+  // clientMutex_.
   Veldrift::Mutex shutdownMutex_;
   Veldrift::CondVar shutdownCv_;
 

@@ -40,7 +40,7 @@ void SharedTransport::EnsureStarted() {
   MutexLock lock(startMutex_);
   if (started_) return;
   const HostTraits& host = TraitsOf(DetectHostApplication());
-  const uint16_t port = portForTests_ != 0 ? portForTests_ : host.controlPort;
+  const uint16_t port = portForTests_.value_or(host.controlPort);
   PluginLog(kLog, kLogInfo, "starting shared transport: host=%{public}s controlPort=%u",
             host.displayText, port);
   Wire();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -27,7 +28,7 @@ class SharedTransport {
   // Supplies the window that shows pairing codes; set before the first instance.
   void SetPairingDialogFactory(Veldrift::PairingDialogFactory factory);
 
-  // Tests build their own. `controlPort` 0 takes the host's.
+  // Tests build their own.
   explicit SharedTransport(Veldrift::Clock& clock = Veldrift::SystemClock());
   ~SharedTransport();
 
@@ -71,7 +72,7 @@ class SharedTransport {
   void SetEncoderStatus(const EncoderStatus& status);
 
  private:
-  friend class SharedTransportProbe;  // tests choose the port
+  friend class TransportProbe;  // tests choose the port
 
   void EnsureStarted();
   void Wire();
@@ -82,7 +83,7 @@ class SharedTransport {
   void Remember(std::atomic<int32_t>& field, int32_t value);
 
   Veldrift::Clock& clock_;
-  uint16_t portForTests_ = 0;  // 0: the host's
+  std::optional<uint16_t> portForTests_;  // instead of the host's
   Veldrift::PairingDialogFactory createPairingDialog_;
 
   Veldrift::Mutex instancesMutex_;

@@ -51,15 +51,16 @@ std::string ComparableName(const std::filesystem::path& fileName) {
   return name;
 }
 
-// Set by UseFoldersUnder only, before other threads exist.
+// Set by UseFoldersUnder only, before other threads exist. Like the folder below it is never
+// destroyed: other objects log while they die.
 std::optional<std::filesystem::path>& FoldersHome() {
-  static std::optional<std::filesystem::path> home;
+  static auto& home = *new std::optional<std::filesystem::path>;
   return home;
 }
 
 std::filesystem::path RoamingFolder() {
   if (FoldersHome()) return *FoldersHome() / "settings";
-  static const std::filesystem::path folder = FindRoamingFolder();
+  static const auto& folder = *new std::filesystem::path(FindRoamingFolder());
   return folder;
 }
 

@@ -1,7 +1,6 @@
 #include "identity/install_identity.h"
 
 #include <thread>
-#include <vector>
 
 #include "tests/identity/settings_fixture.h"
 
@@ -115,20 +114,19 @@ TEST_F(InstallIdentityFile, ThatCannotBeWrittenStillGivesAnIdentity) {
 
 TEST_F(InstallIdentityFile, ThreadsDoNotLoseEachOthersChanges) {
   const std::string id = LoadOrCreateInstallIdentity().id;
-  std::vector<std::thread> threads;
-  threads.emplace_back([] {
-    for (int i = 0; i < 20; ++i) SetDiscoverable(i % 2 == 0);
-  });
-  threads.emplace_back([] {
-    for (int i = 0; i < 20; ++i) SetEnableAsyncHwEncoders(i % 2 == 1);
-  });
-  threads.emplace_back([] {
-    for (int i = 0; i < 20; ++i) SetDisplayName(std::to_string(i));
-  });
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(Text(), "{\"id\":\"" + id +
-                        "\",\"name\":\"19\",\"discoverable\":\"false\","
-                        "\"enableAsyncHwEncoders\":\"true\"}\n");
+  for (int round = 0; round < 30 && !HasFailure(); ++round) {
+    const bool flag = round % 2 == 0;
+    const std::string name = std::to_string(round);
+    std::thread first([&] { SetDiscoverable(flag); });
+    std::thread second([&] { SetEnableAsyncHwEncoders(flag); });
+    std::thread third([&] { SetDisplayName(name); });
+    first.join();
+    second.join();
+    third.join();
+    const std::string text = flag ? "true" : "false";
+    EXPECT_EQ(Text(), "{\"id\":\"" + id + "\",\"name\":\"" + name + "\",\"discoverable\":\"" +
+                          text + "\",\"enableAsyncHwEncoders\":\"" + text + "\"}\n");
+  }
 }
 
 }  // namespace

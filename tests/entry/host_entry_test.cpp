@@ -1,0 +1,124 @@
+// The module as a host loads it: by path, through its two exports.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/file.h"
+#include "platform/module.h"
+#include "platform/system.h"
+#include "session/host_interface.h"
+#include "tests/support/scratch.h"
+
+namespace Veldrift {
+namespace {
+
+class HostEntry : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string home = PathText(folder.Path());
+    for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME", "LOCALAPPDATA", "APPDATA"}) {
+      SetEnvironment(name, home);
+    }
+    std::string error;
+    module = LoadModule(GetExecutablePath().parent_path() / "Veldrift.prm", error,
+                        {.roamingFolder = folder.Path()});
+    ASSERT_TRUE(module) << error;
+    const auto entry =
+        reinterpret_cast<Host::EntryFunction>(module->FindSymbol(Host::kEntryExport));
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry(nullptr, 0, nullptr, &table), Host::kNoError);
+    EXPECT_EQ(table.Startup, nullptr) << "letting go fills nothing";
+    EXPECT_EQ(entry(nullptr, 1, nullptr, &table), Host::kNoError);
+  }
+
+  ScratchFolder folder;
+  std::unique_ptr<LoadedModule> module;
+  Host::TransmitTable table{};
+};
+
+TEST_F(HostEntry, FillsEverySlot) {
+  const auto* slots = reinterpret_cast<void* const*>(&table);
+  static_assert(sizeof table == Host::kSlotCount * sizeof(void*));
+  for (int slot = 0; slot < Host::kSlotCount; ++slot) EXPECT_NE(slots[slot], nullptr) << slot;
+}
+
+TEST_F(HostEntry, StartupNamesThePlugin) {
+  Host::PluginRecord plugin{};
+  EXPECT_EQ(table.Startup(&plugin), Host::kNoError);
+  EXPECT_EQ(std::wstring(plugin.displayName), L"Ombrette");
+  EXPECT_EQ(plugin.version, 4);
+  EXPECT_EQ(plugin.hasVideo, 1);
+  EXPECT_EQ(plugin.hasStreamLabel, 0);
+  EXPECT_EQ(table.Startup(nullptr), Host::kNoError);
+}
+
+TEST_F(HostEntry, AnEmptySlotDoesNothing) {
+  Host::InstanceRecord empty{};
+  const Host::FrameList frames{};
+  Host::AudioStart start{0, 1};
+  const Host::ClockRecord clock{nullptr, nullptr, 1};
+  for (Host::InstanceRecord* record : {&empty, static_cast<Host::InstanceRecord*>(nullptr)}) {
+    EXPECT_EQ(table.DisposeInstance(record), Host::kNoError);
+    EXPECT_EQ(table.ActivateDeactivate(record, 1, 1), Host::kNoError);
+    EXPECT_EQ(table.StartClock(record, &clock), Host::kNoError);
+    EXPECT_EQ(table.StopClock(record), Host::kNoError);
+    EXPECT_EQ(table.PushVideo(record, &frames), Host::kNoError);
+    EXPECT_EQ(table.StartPushAudio(record, &start), Host::kNoError);
+    EXPECT_EQ(table.PushAudio(record, nullptr), Host::kNoError);
+    EXPECT_EQ(table.StopPushAudio(record), Host::kNoError);
+  }
+  EXPECT_EQ(table.Unused15(), Host::kNoError);
+  EXPECT_EQ(table.Unused16(), Host::kNoError);
+  EXPECT_EQ(table.Shutdown(), Host::kNoError);
+  EXPECT_EQ(table.CreateInstance(nullptr), Host::kErrorUnsupported);
+}
+
+TEST_F(HostEntry, AnswersItsBooleanQueries) {
+  int32_t answer = 7;
+  EXPECT_EQ(table.NeedsReset(&answer), Host::kNoError);
+  EXPECT_EQ(answer, 0);
+  EXPECT_EQ(table.SupportsPlayback(&answer), Host::kNoError);
+  EXPECT_EQ(answer, 1);
+  answer = 7;
+  EXPECT_EQ(table.SupportsScrubbing(&answer), Host::kNoError);
+  EXPECT_EQ(answer, 1);
+  EXPECT_EQ(table.NeedsReset(nullptr), Host::kNoError);
+}
+
+TEST_F(HostEntry, OffersOneAudioAndOneVideoMode) {
+  Host::InstanceRecord record{};
+  record.sampleRate = 44'100;
+  record.ticksPerFrame = 1'000;
+  Host::AudioMode audio{};
+  EXPECT_EQ(table.QueryAudioMode(&record, 0, &audio), Host::kNoError);
+  EXPECT_EQ(audio.sampleRateInteger, 44'100);
+  EXPECT_EQ(audio.channelCount, 2);
+  EXPECT_EQ(audio.channelLabels[0], 100);
+  EXPECT_EQ(audio.channelLabels[1], 101);
+  EXPECT_EQ(audio.latencyTicks, 5'000);
+  EXPECT_EQ(table.QueryAudioMode(nullptr, 0, &audio), Host::kNoError);
+  EXPECT_EQ(audio.sampleRate, 48'000);
+  EXPECT_EQ(audio.latencyTicks, 0);
+  EXPECT_EQ(table.QueryAudioMode(&record, 1, &audio), Host::kErrorUnsupported);
+  EXPECT_EQ(table.QueryAudioMode(&record, 0, nullptr), Host::kErrorUnsupported);
+
+  Host::VideoMode video{};
+  EXPECT_EQ(table.QueryVideoMode(&record, 0, &video), Host::kNoError);
+  EXPECT_EQ(video.fieldType, 4);
+  EXPECT_EQ(video.pixelFormat, Host::kPixelFormatBgra);
+  EXPECT_EQ(video.latencyTicks, 2'000);
+  record.ticksPerFrame = -1;
+  EXPECT_EQ(table.QueryVideoMode(&record, 0, &video), Host::kNoError);
+  EXPECT_EQ(video.latencyTicks, 0);
+  EXPECT_EQ(table.QueryVideoMode(&record, 1, &video), Host::kErrorUnsupported);
+}
+
+TEST_F(HostEntry, PublishesThePlaybackStateToNobodyWithoutAPhone) {
+  const auto publish =
+      reinterpret_cast<Host::PublishFunction>(module->FindSymbol(Host::kPublishExport));
+  ASSERT_NE(publish, nullptr);
+  EXPECT_EQ(publish(1), 0);
+}
+
+}  // namespace
+}  // namespace Veldrift

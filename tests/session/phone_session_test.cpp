@@ -1,0 +1,178 @@
+// What a phone gets to see of a session, and what its commands do.
+#include <cstring>
+#include <utility>
+
+#include "tests/session/session_fixture.h"
+#include "tools/receiver/media_receiver.h"
+
+namespace Veldrift {
+namespace {
+
+class PhoneSession : public SessionFixture {
+ protected:
+  int RememberedGop() { return shared.GetClientSettings().gopMode; }
+};
+
+TEST_F(PhoneSession, TheGreetingComesInOrder) {
+  instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
+  instance->Start();
+  while (shared.ListeningPort() == 0) std::this_thread::yield();
+  phone = TestPhone::Connect(shared.ListeningPort());
+  ASSERT_FALSE(PairByCode(phone, *shown).empty());
+  EXPECT_EQ(OpcodesUpTo(kTransmitState),
+            (std::vector<int>{kHostPlatform, kAudioState, kEncoderEngineList, kPlaybackState,
+                              kTransmitState}));
+}
+
+TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
+  StartSession();
+  Push(1280, 720);
+  const size_t frames = encoder->FrameCount();
+  PairPhone();
+  EXPECT_EQ(encoder->FrameCount(), frames + 1);
+  // With a cap the encoder is smaller than the cached source.
+  Command(kSetMaxResolution, {0x68, 0x01});
+  Push(1280, 720);
+  PairPhone();
+  EXPECT_EQ(encoder->FrameCount(), frames + 2);
+  EXPECT_GE(CountInPluginLog("dim mismatch cache=1280x720 enc=640x360 — skip"), 1U);
+}
+
+TEST_F(PhoneSession, CommandsAreAcknowledgedAlsoWhenShortOrRetired) {
+  StartSession();
+  const std::pair<uint8_t, std::vector<int>> commands[] = {
+      {kSetBitrate, {0, 0, 0, 0}}, {kSetAutoMode, {0, 0, 0, 0}},
+      {kSetGopMode, {}},           {kSetCodec, {1}},
+      {kSetMaxResolution, {0, 0}}, {kSetEncoderMode, {1, 250}},
+      {kSetHardFrameCap, {}},      {kAppTelemetry, {}},
+      {kSetEncoderEngine, {0}}};
+  for (const auto& [opcode, payload] : commands) Command(opcode, payload);
+  for (const int acknowledged : {0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}) {
+    const auto ack = phone.NextOf(kCommandAck);
+    ASSERT_TRUE(ack);
+    EXPECT_EQ(ack->payload[0], acknowledged);
+  }
+  EXPECT_EQ(RememberedGop(), -1);
+  const ClientSettings settings = shared.GetClientSettings();
+  EXPECT_EQ(settings.codec, 1);
+  EXPECT_EQ(settings.encoderMode, 1);
+  EXPECT_EQ(settings.quality, 100);
+  EXPECT_EQ(CountInPluginLog("control: SetEncoderMode Quality q=100%"), 1U);
+}
+
+TEST_F(PhoneSession, GopModesBecomeSizes) {
+  StartSession();
+  const std::pair<int, int> rows[] = {{0, 1}, {1, 5}, {3, 600}, {2, 600}, {9, 1}};
+  for (const auto& [mode, size] : rows) {
+    Command(kSetGopMode, {mode});
+    EXPECT_EQ(RememberedGop(), mode);
+    encoder->With([&](EncoderRecord& record) { EXPECT_EQ(record.settings.gopSize, size) << mode; });
+  }
+  EXPECT_EQ(CountInPluginLog("control: SetGopMode AUTO is retired — keeping current=600"), 1U);
+  EXPECT_EQ(shared.GetEncoderStatus().gopClass, GopClass::AllIntra);
+}
+
+TEST_F(PhoneSession, ASnapshotAppliesItsSettingsAndTheEngineLast) {
+  StartSession();
+  Command(kAppSettingsSnapshot, {0xD0, 0x02, 1, 3, 2, 3, 'a', 'b', 'c'});
+  encoder->With([](EncoderRecord& record) {
+    EXPECT_EQ(record.settings.codec, kCodecH264);
+    EXPECT_EQ(record.settings.gopSize, 600);
+    EXPECT_EQ(record.settings.rateControl, kRateControlVbr);
+    EXPECT_FLOAT_EQ(record.settings.quality, 0.70F);
+  });
+  EXPECT_EQ(CountInPluginLog("engine seed 'auto' → 'abc'"), 1U);
+  // An engine that the message doesn't hold is left out, without an error.
+  Command(kAppSettingsSnapshot, {0, 0, 0, 0, 0, 9, 'x', 'y', 'z'});
+  EXPECT_EQ(CountInPluginLog("SetEncoderEngine malformed"), 0U);
+  EXPECT_EQ(shared.GetClientSettings().shortSideCap, 0);
+  Command(kAppSettingsSnapshot, {0, 0, 0});
+  EXPECT_EQ(CountInPluginLog("control: AppSettingsSnapshot too short (3)"), 1U);
+}
+
+TEST_F(PhoneSession, AnEngineSwitchReplacesThePipelineAndAnnouncesAnew) {
+  StartSession();
+  Push(1280, 720);
+  Command(kSetEncoderEngine, {4, 'f', 'a', 's', 't'});
+  Push(1280, 720);
+  EXPECT_EQ(switchedEncoder->ConfigureCount(), 1U);
+  EXPECT_EQ(switchedEncoder->FrameCount(), 1U);
+  Command(kSetEncoderEngine, {4, 'f', 'a', 's', 't'});
+  EXPECT_EQ(CountInPluginLog("engine switch: same id 'fast' — no-op"), 1U);
+  // An engine that can't be had falls back, and keeps its name.
+  Command(kSetEncoderEngine, {7, 'u', 'n', 'k', 'n', 'o', 'w', 'n'});
+  std::optional<TestPhone::Message> info;
+  do info = phone.NextOf(kEncoderInfo);
+  while (info && info->payload.find("Switching encoder...") == std::string::npos);
+  EXPECT_TRUE(info);
+  EXPECT_EQ(CountInPluginLog("CreateForEngine('unknown') failed — falling back to default"), 1U);
+  Push(1280, 720);
+  EXPECT_EQ(encoder->ConfigureCount(), 2U);
+  Command(kSetEncoderEngine, {9, 'x'});
+  EXPECT_EQ(CountInPluginLog("SetEncoderEngine malformed (idLen=9 payloadLen=2)"), 1U);
+}
+
+TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {
+  StartSession();
+  Command(kSetCodec, {1});
+  Command(kSetMaxResolution, {0xD0, 0x02});
+  Command(kSetGopMode, {1});
+  Command(kSetEncoderMode, {2, 50});  // VBR is not replayed
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(phone.NextOf(kCommandAck));
+  const auto second = std::make_shared<EncoderRecord>();
+  SessionServices services = Services();
+  services.createDefaultEncoder = [&] { return std::make_unique<RecordingEncoder>(second); };
+  TransmitInstance other(FakeHost::Suites(), std::move(services));
+  for (const int acknowledged : {0x05, 0x07, 0x04}) {
+    EXPECT_EQ(phone.NextOf(kCommandAck)->payload[0], acknowledged);
+  }
+  second->With([](EncoderRecord& record) {
+    EXPECT_EQ(record.settings.codec, kCodecH264);
+    EXPECT_EQ(record.settings.gopSize, 5);
+    EXPECT_EQ(record.settings.rateControl, kRateControlBitrate);
+  });
+}
+
+TEST_F(PhoneSession, RunningClocksBecomeOnePlaybackState) {
+  StartSession();
+  shared.AdjustRunningClocks(-1);
+  shared.AdjustRunningClocks(+1);
+  shared.AdjustRunningClocks(+1);
+  shared.AdjustRunningClocks(-1);
+  shared.AdjustRunningClocks(-1);
+  EXPECT_EQ(phone.NextOf(kPlaybackState)->payload[0], 1);
+  EXPECT_EQ(phone.NextOf(kPlaybackState)->payload[0], 0);
+  EXPECT_EQ(CountInPluginLog("playback state -> 1 (running clocks=1)"), 1U);
+}
+
+TEST_F(PhoneSession, PushedSoundArrivesAsBlocksOnTheInstancesTimeline) {
+  MediaReceiverOptions options;
+  options.bindAddress = *ParseAddress("127.0.0.1");
+  MediaReceiver receiver(options);
+  std::string error;
+  ASSERT_EQ(receiver.Open(error), MediaReceiver::OpenResult::Opened) << error;
+  std::atomic<bool> arrived{false};
+  WholeFrame block;
+  receiver.Start([&](WholeFrame&& frame) {
+    if (frame.stream != StreamType::Audio || arrived) return;
+    block = std::move(frame);
+    arrived = true;
+  });
+  StartSession();
+  instance->Audio().SetAudioFormat(44'100, 2);
+  clock.Advance(5'000 * kNanosPerMicro);
+  const float left[] = {0.5F, -0.5F};
+  const float* const channels[] = {left, nullptr};
+  const Host::AudioBlock pushed{channels, 2, 2};
+  instance->Audio().PushAudio(&pushed);
+  while (!arrived) std::this_thread::yield();
+  receiver.Stop();
+  const float wanted[] = {0.5F, 0, -0.5F, 0};
+  ASSERT_EQ(block.data.size(), kAudioHeadBytes + sizeof wanted);
+  EXPECT_EQ(ParseAudioHead(block.data)->sampleRate, 44'100U);
+  EXPECT_EQ(std::memcmp(block.data.data() + kAudioHeadBytes, wanted, sizeof wanted), 0);
+  EXPECT_GE(block.timestamp, 5'000U);
+}
+
+}  // namespace
+}  // namespace Veldrift

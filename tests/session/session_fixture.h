@@ -1,0 +1,158 @@
+// A transmit instance between a host of ours and a phone on loopback, on a clock that stands still.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "net/control_protocol.h"
+#include "session/transmit_instance.h"
+#include "tests/session/recording_encoder.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/scratch.h"
+#include "tests/support/test_phone.h"
+#include "tests/support/transport_probe.h"
+
+namespace Veldrift {
+
+// A frame of the host, and the suites that open it. Not thread-safe: one test pushes.
+struct HostFrame {
+  int32_t width = 1280, height = 720;
+  uint32_t format = Host::kPixelFormatBgra;
+  bool hasPixels = true;
+  int32_t rowBytes = -1;  // -1: tight
+
+  static inline std::vector<char> pixels;
+  static inline int disposed = 0;
+
+  int32_t Stride() const { return rowBytes >= 0 ? rowBytes : width * 4; }
+};
+
+class FakeHost {
+ public:
+  static const Host::SuiteAccess* Suites() { return &kAccess; }
+  static inline int acquired = 0, released = 0;
+
+ private:
+  static HostFrame& Open(Host::FrameHandle handle) { return *reinterpret_cast<HostFrame*>(handle); }
+  static Host::Error Dispose(Host::FrameHandle) {
+    ++HostFrame::disposed;
+    return Host::kNoError;
+  }
+  static Host::Error GetPixels(Host::FrameHandle handle, int32_t, char** pixels) {
+    const HostFrame& frame = Open(handle);
+    HostFrame::pixels.resize(
+        std::max(HostFrame::pixels.size(), size_t(frame.width) * size_t(frame.height) * 4));
+    if (frame.hasPixels) *pixels = HostFrame::pixels.data();
+    return Host::kNoError;
+  }
+  static Host::Error GetBounds(Host::FrameHandle handle, Host::Rect* bounds) {
+    *bounds = {10, 20, 10 + Open(handle).width, 20 + Open(handle).height};
+    return Host::kNoError;
+  }
+  static Host::Error GetRowBytes(Host::FrameHandle handle, int32_t* rowBytes) {
+    *rowBytes = Open(handle).Stride();
+    return Host::kNoError;
+  }
+  static Host::Error GetPixelFormat(Host::FrameHandle handle, uint32_t* format) {
+    *format = Open(handle).format;
+    return Host::kNoError;
+  }
+  static Host::Error GetTicksPerSecond(int64_t* ticks) {
+    *ticks = 254'016'000'000;
+    return Host::kNoError;
+  }
+  static Host::Error Acquire(const char* name, int32_t version, const void** suite) {
+    const std::string wanted = name;
+    if (wanted == Host::kPpixSuiteName && version == Host::kPpixSuiteVersion)
+      *suite = &kPpix;
+    else if (wanted == Host::kTimeSuiteName)
+      *suite = &kTime;
+    else
+      return -1;
+    ++acquired;
+    return Host::kNoError;
+  }
+  static Host::Error ReleaseSuite(const char*, int32_t) {
+    ++released;
+    return Host::kNoError;
+  }
+
+  static constexpr Host::PpixSuite kPpix{Dispose, GetPixels, GetBounds, GetRowBytes,
+                                         GetPixelFormat};
+  static constexpr Host::TimeSuite kTime{GetTicksPerSecond};
+  static constexpr Host::SuiteAccess kAccess{Acquire, ReleaseSuite};
+};
+
+class SessionFixture : public testing::Test {
+ protected:
+  SessionFixture() {
+    TransportProbe::ChoosePort(shared, 0);
+    shared.SetPairingDialogFactory(ShowTo(shown));
+  }
+
+  SessionServices Services() {
+    SessionServices services{shared};
+    services.createDefaultEncoder = [this] { return std::make_unique<RecordingEncoder>(encoder); };
+    services.createForEngine = [this](const std::string& id) -> std::unique_ptr<IHardwareEncoder> {
+      if (id == "unknown") return nullptr;
+      return std::make_unique<RecordingEncoder>(switchedEncoder);
+    };
+    services.enumerateEngines = [this] { return engines; };
+    return services;
+  }
+
+  // Starts the instance, and a phone that has paired.
+  void StartSession() {
+    instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
+    instance->Start();
+    PairPhone();
+  }
+
+  void PairPhone() {
+    while (shared.ListeningPort() == 0) std::this_thread::yield();
+    phone = TestPhone::Connect(shared.ListeningPort());
+    ASSERT_TRUE(phone.Connected());
+    ASSERT_FALSE(PairByCode(phone, *shown).empty());
+    // Behind the whole greeting.
+    ASSERT_TRUE(phone.NextOf(kTransmitState));
+  }
+
+  void Push(HostFrame frame) {
+    const Host::FrameEntry entry{reinterpret_cast<Host::FrameHandle>(&frame)};
+    const Host::FrameList list{1, &entry};
+    instance->PushVideo(&list);
+  }
+  void Push(int32_t width, int32_t height) { Push(HostFrame{width, height}); }
+
+  void Command(uint8_t opcode, const std::vector<int>& bytes) {
+    std::vector<std::byte> payload;
+    for (const int byte : bytes) payload.push_back(std::byte(byte));
+    instance->HandleControlCommand(opcode, payload);
+  }
+
+  // The opcodes that have come, up to and including `last`.
+  std::vector<int> OpcodesUpTo(uint8_t last) {
+    std::vector<int> opcodes;
+    while (const auto message = phone.Next()) {
+      opcodes.push_back(message->opcode);
+      if (message->opcode == last) break;
+    }
+    return opcodes;
+  }
+
+  SocketLayer layer;
+  ManualClock clock{100 * kNanosPerSecond};
+  std::shared_ptr<EncoderRecord> encoder = std::make_shared<EncoderRecord>();
+  std::shared_ptr<EncoderRecord> switchedEncoder = std::make_shared<EncoderRecord>();
+  std::vector<EngineEntry> engines{{"software", "Software (CPU)", "note"}};
+  std::shared_ptr<ShownCode> shown = std::make_shared<ShownCode>();
+  SharedTransport shared{clock};
+  std::unique_ptr<TransmitInstance> instance;
+  TestPhone phone{nullptr};
+};
+
+}  // namespace Veldrift
