@@ -209,9 +209,8 @@ class FileSound final : public SoundSource {
     AVChannelLayout layout;
     av_channel_layout_default(&layout, format_.channels);
     SwrContext* raw = nullptr;
-    const int code =
-        swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, format_.sampleRate, &source,
-                            codec.sample_fmt, codec.sample_rate, 0, nullptr);
+    const int code = swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, format_.sampleRate,
+                                         &source, codec.sample_fmt, codec.sample_rate, 0, nullptr);
     resampler_.reset(raw);
     waiting_.resize(size_t(format_.channels));
     loopSamples_ = av_rescale(reader_.Duration(), format_.sampleRate, AV_TIME_BASE);
