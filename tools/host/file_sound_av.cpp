@@ -15,7 +15,7 @@ class FileSound final : public SoundSource {
     std::string error;
     if (!reader_.Open(file, AVMEDIA_TYPE_AUDIO, error)) return false;
     const AVCodecContext& codec = reader_.Codec();
-    format_ = {codec.sample_rate, codec.ch_layout.nb_channels == 1 ? 1 : 2};
+    format_.sampleRate = codec.sample_rate;
     AVChannelLayout source = codec.ch_layout;
     AVChannelLayout layout;
     av_channel_layout_default(&layout, format_.channels);

@@ -1,4 +1,4 @@
-// The sound of a media file, at its own rate, in one channel or two.
+// The sound of a media file, at its own rate, in two channels.
 #pragma once
 
 #include <memory>
