@@ -1,5 +1,6 @@
 #include "file_sound_av.h"
 
+#include <algorithm>
 #include <deque>
 #include <vector>
 
@@ -18,12 +19,14 @@ class FileSound final : public SoundSource {
     format_.sampleRate = codec.sample_rate;
     AVChannelLayout source = codec.ch_layout;
     AVChannelLayout layout;
-    av_channel_layout_default(&layout, format_.channels);
+    // One channel stays one here: turned into two by the resampler, it would come out quieter.
+    const int decoded = std::min(codec.ch_layout.nb_channels, format_.channels);
+    av_channel_layout_default(&layout, decoded);
     SwrContext* raw = nullptr;
     const int code = swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, format_.sampleRate,
                                          &source, codec.sample_fmt, codec.sample_rate, 0, nullptr);
     resampler_.reset(raw);
-    waiting_.resize(size_t(format_.channels));
+    waiting_.resize(size_t(decoded));
     loopSamples_ = av_rescale(reader_.Duration(), format_.sampleRate, AV_TIME_BASE);
     return code >= 0 && swr_init(raw) >= 0 && loopSamples_ > 0;
   }
@@ -33,16 +36,24 @@ class FileSound final : public SoundSource {
   void Next(float* const* channels, uint32_t samples) override {
     for (uint32_t i = 0; i < samples; ++i) {
       if (waiting_[0].empty()) Refill();
-      for (size_t channel = 0; channel < waiting_.size(); ++channel) {
-        channels[channel][i] = waiting_[channel].empty() ? 0.0F : waiting_[channel].front();
-        if (!waiting_[channel].empty()) waiting_[channel].pop_front();
-      }
+      TakeSample(channels, i);
       // In step with the pictures, which begin again at the same length.
       if (++position_ == loopSamples_) BeginAgain();
     }
   }
 
  private:
+  void TakeSample(float* const* channels, uint32_t index) {
+    float sample = 0;
+    for (size_t channel = 0; channel < size_t(format_.channels); ++channel) {
+      if (channel < waiting_.size()) {
+        sample = waiting_[channel].empty() ? 0.0F : waiting_[channel].front();
+        if (!waiting_[channel].empty()) waiting_[channel].pop_front();
+      }
+      channels[channel][index] = sample;
+    }
+  }
+
   void BeginAgain() {
     position_ = 0;
     ended_ = false;
