@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 
 #include "net/control_protocol.h"
 
@@ -206,16 +207,15 @@ TEST(ControlClient, CommandsGoOutAsOneOpcodeAndItsPayload) {
 
 TEST(ControlClient, DisconnectEndsAPairingThatWaits) {
   ScriptedPlugin plugin;
-  std::atomic<bool> heard{false};
+  std::promise<void> heard;
   plugin.Run([&heard](ScriptedPlugin& p) {
     p.Hear(10);
-    heard = true;
-    heard.notify_all();
+    heard.set_value();
     p.WaitForEnd();
   });
   Client client(plugin);
   std::thread other([&] {
-    heard.wait(false);
+    heard.get_future().wait();
     client.client.Disconnect();
   });
   EXPECT_EQ(client.Pair(), PairResult::Closed);
