@@ -21,6 +21,8 @@ constexpr int32_t kHighestGopMode = 3;
 }  // namespace
 
 SharedTransport& SharedTransport::Get() {
+  // It may have to log while it dies: what the log needs is built first, and so outlives it.
+  (void)GetAppSupportDir();
   static SharedTransport transport;
   return transport;
 }

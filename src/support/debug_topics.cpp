@@ -11,9 +11,8 @@
 namespace Veldrift {
 namespace {
 
-// Never destroyed: other objects write while they die.
 DebugTopicFiles& Files() {
-  static DebugTopicFiles& files = *new DebugTopicFiles;
+  static DebugTopicFiles files;
   return files;
 }
 
@@ -22,7 +21,7 @@ DebugTopicFiles& Files() {
 // The standard's call_once can stay locked for ever behind an exception on some systems, so the
 // once-only step is a lock and a flag: behind an exception the next call tries again.
 void InitDebugTopics() {
-  static Mutex& mutex = *new Mutex;
+  static Mutex mutex;
   static std::atomic<bool> done{false};
   if (done) return;
   MutexLock lock(mutex);

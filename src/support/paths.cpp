@@ -51,16 +51,16 @@ std::string ComparableName(const std::filesystem::path& fileName) {
   return name;
 }
 
-// Set by UseFoldersUnder only, before other threads exist. Like the folder below it is never
-// destroyed: other objects log while they die.
+// Set by UseFoldersUnder only, before other threads exist. This and the folder below die with the
+// module; what logs while it dies itself is built after them (see SharedTransport).
 std::optional<std::filesystem::path>& FoldersHome() {
-  static auto& home = *new std::optional<std::filesystem::path>;
+  static std::optional<std::filesystem::path> home;
   return home;
 }
 
 std::filesystem::path RoamingFolder() {
   if (FoldersHome()) return *FoldersHome() / "settings";
-  static const auto& folder = *new std::filesystem::path(FindRoamingFolder());
+  static const std::filesystem::path folder = FindRoamingFolder();
   return folder;
 }
 

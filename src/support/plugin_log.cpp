@@ -12,9 +12,9 @@ namespace {
 // Read while the module loads, before any thread of ours exists.
 const int32_t minimumLevel = MinimumLogLevel(GetEnvironment("VD_LOG_DEBUG"));
 
-// Guards the file, from the path to the close. Never destroyed: other objects log while they die.
+// Guards the file, from the path to the close.
 Mutex& FileMutex() {
-  static Mutex& mutex = *new Mutex;
+  static Mutex mutex;
   return mutex;
 }
 
