@@ -41,7 +41,7 @@ void Feed(Pacer& pacer, const std::atomic<size_t>& pending, size_t datagrams, in
       SystemClock().SleepFor(kNanosPerMilli / 2);
       continue;
     }
-    FrameGroup group(true, datagrams, datagrams * kMaxDatagramBytes);
+    FrameGroup group(true, datagrams, kMaxDatagramBytes);
     for (size_t i = 0; i < datagrams; ++i) {
       std::fill_n(group.Append(kMaxDatagramBytes), kMaxDatagramBytes, std::byte{1});
     }

@@ -2,10 +2,14 @@
 // the datagrams are built where they will be sent from.
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
+
+#include "net/media_datagram.h"
+#include "support/little_endian.h"
 
 namespace Veldrift {
 
@@ -13,37 +17,58 @@ namespace Veldrift {
 class FrameGroup {
  public:
   FrameGroup() = default;
-  // Room for `datagrams` datagrams of `bytes` bytes in all. More than that can't be appended.
-  FrameGroup(bool isVideo, size_t datagrams, size_t bytes);
+  // Room for `datagrams` datagrams of at most `longest` bytes each; more can't be appended.
+  FrameGroup(bool isVideo, size_t datagrams, size_t longest);
   FrameGroup(FrameGroup&& other) noexcept { *this = std::move(other); }
   FrameGroup& operator=(FrameGroup&& other) noexcept;
 
-  // Where the next datagram, of `length` bytes (65,535 at most), is to be written.
-  std::byte* Append(size_t length);
+  // Where the next datagram, of `length` bytes, is to be written.
+  std::byte* Append(size_t length) {
+    assert(used_ + Stride(length) <= capacity_);
+    std::byte* at = First() + used_;
+    PutU16(at, uint16_t(length));
+    used_ += Stride(length);
+    bytes_ += length;
+    ++count_;
+    return at + kLengthBytes;
+  }
 
   // Calls `send(std::span<const std::byte>)` for each datagram in order, until it answers false.
   template <typename Send>
   void ForEach(Send&& send) const {
-    for (size_t at = 0; at < used_;) {
-      const size_t length = LengthAt(at);
-      if (!send(std::span<const std::byte>(memory_.get() + at + kLengthBytes, length))) return;
-      at += kLengthBytes + length;
+    const std::byte* at = First();
+    for (size_t i = 0; i < count_; ++i) {
+      const size_t length = GetU16(at);
+      if (!send(std::span<const std::byte>(at + kLengthBytes, length))) return;
+      at += Stride(length);
     }
   }
 
   bool IsVideo() const { return isVideo_; }
   bool Empty() const { return count_ == 0; }
   size_t DatagramCount() const { return count_; }
-  uint64_t Bytes() const { return used_ - count_ * kLengthBytes; }
+  uint64_t Bytes() const { return bytes_; }
 
  private:
-  // Each datagram stands behind its length.
+  // Each datagram stands behind its length, at a place where what follows its header lies on a
+  // cache line's start: the copies of the payloads are the cost of framing.
   static constexpr size_t kLengthBytes = 2;
-  size_t LengthAt(size_t at) const;
+  static constexpr size_t kLine = 64;
+  static constexpr size_t kLead = kDatagramHeaderBytes + kLengthBytes;
+  static constexpr size_t Stride(size_t length) {
+    return (kLengthBytes + length + kLine - 1) / kLine * kLine;
+  }
+
+  // Where the first datagram's length stands.
+  std::byte* First() const {
+    const size_t past = (reinterpret_cast<uintptr_t>(memory_.get()) + kLead) % kLine;
+    return memory_.get() + (past == 0 ? 0 : kLine - past);
+  }
 
   std::unique_ptr<std::byte[]> memory_;
   size_t capacity_ = 0;
   size_t used_ = 0;
+  uint64_t bytes_ = 0;
   size_t count_ = 0;
   bool isVideo_ = false;
 };

@@ -22,20 +22,25 @@ bool SendsParity(size_t dataCount, size_t parityCount) {
 
 size_t SendTimeBytes(const FrameToSend& frame) { return frame.withSendTime ? kSendTimeBytes : 0; }
 
-// The recovery blocks of `data`, end to end, in memory of the calling thread.
+// The last block of `data`, padded with zeros in memory of the calling thread where it is short.
+const std::byte* LastBlock(std::span<const std::byte> rest) {
+  if (rest.size() == kFragmentBytes) return rest.data();
+  thread_local std::array<std::byte, kFragmentBytes> padded;
+  std::memcpy(padded.data(), rest.data(), rest.size());
+  std::memset(padded.data() + rest.size(), 0, kFragmentBytes - rest.size());
+  return padded.data();
+}
+
+// The recovery blocks of `data`, end to end, in memory of the calling thread. The code reads whole
+// blocks where they lie.
 const std::byte* ComputeParity(std::span<const std::byte> data, size_t parityCount) {
   thread_local std::vector<std::byte> parity;
-  thread_local std::array<std::byte, kFragmentBytes> lastBlock;
   thread_local std::array<const std::byte*, kMostProtectedFragments> blocks;
-
   const size_t dataCount = DataFragmentCount(data.size());
   for (size_t i = 0; i < dataCount; ++i) blocks[i] = data.data() + i * kFragmentBytes;
-  const std::span<const std::byte> rest = data.subspan((dataCount - 1) * kFragmentBytes);
-  std::memcpy(lastBlock.data(), rest.data(), rest.size());
-  std::memset(lastBlock.data() + rest.size(), 0, kFragmentBytes - rest.size());
-  blocks[dataCount - 1] = lastBlock.data();
+  blocks[dataCount - 1] = LastBlock(data.subspan((dataCount - 1) * kFragmentBytes));
 
-  parity.assign(parityCount * kFragmentBytes, std::byte{0});
+  if (parity.size() < parityCount * kFragmentBytes) parity.resize(parityCount * kFragmentBytes);
   // Its refusals are excluded by the counts.
   (void)EncodeParity({blocks.data(), dataCount}, parityCount, parity.data());
   return parity.data();
@@ -44,28 +49,26 @@ const std::byte* ComputeParity(std::span<const std::byte> data, size_t parityCou
 void AppendData(const FrameToSend& frame, DatagramHeader header, size_t dataCount,
                 uint32_t& sequence, uint32_t sendTimeMicros, FrameGroup& sink) {
   if (frame.withSendTime) header.flags = uint8_t(header.flags | kFlagSendTime);
+  const FragmentHeaders headers(header);
+  const size_t trailer = SendTimeBytes(frame);
   for (size_t i = 0; i < dataCount; ++i) {
     const size_t at = i * kFragmentBytes;
     const size_t length = std::min(kFragmentBytes, frame.data.size() - at);
-    header.sequence = sequence++;
-    header.fragmentIndex = uint16_t(i);
-    header.payloadLength = uint16_t(length);
-    std::byte* out = sink.Append(kDatagramHeaderBytes + length + SendTimeBytes(frame));
-    WriteDatagramHeader(header, out);
+    std::byte* out = sink.Append(kDatagramHeaderBytes + length + trailer);
+    headers.Write(sequence++, i, length, out);
     std::memcpy(out + kDatagramHeaderBytes, frame.data.data() + at, length);
-    if (frame.withSendTime) PutU32(out + kDatagramHeaderBytes + length, sendTimeMicros);
+    if (trailer != 0) PutU32(out + kDatagramHeaderBytes + length, sendTimeMicros);
   }
 }
 
-void AppendParity(const std::byte* parity, DatagramHeader header, size_t dataCount,
+void AppendParity(const std::byte* parity, const DatagramHeader& header, size_t dataCount,
                   size_t parityCount, size_t size, uint32_t& sequence, FrameGroup& sink) {
-  header.payloadLength = uint16_t(kParityPayloadBytes);
+  const FragmentHeaders headers(header);
+  const uint16_t lastFragmentLength = uint16_t(size - (dataCount - 1) * kFragmentBytes);
   for (size_t i = 0; i < parityCount; ++i) {
-    header.sequence = sequence++;
-    header.fragmentIndex = uint16_t(dataCount + i);
     std::byte* out = sink.Append(kDatagramHeaderBytes + kParityPayloadBytes);
-    WriteDatagramHeader(header, out);
-    PutU16(out + kDatagramHeaderBytes, uint16_t(size - (dataCount - 1) * kFragmentBytes));
+    headers.Write(sequence++, dataCount + i, kParityPayloadBytes, out);
+    PutU16(out + kDatagramHeaderBytes, lastFragmentLength);
     std::memcpy(out + kDatagramHeaderBytes + 2, parity + i * kFragmentBytes, kFragmentBytes);
   }
 }
@@ -90,11 +93,10 @@ size_t CountDatagrams(size_t size, size_t parityCount) {
 FrameGroup MakeFrameGroup(const FrameToSend& frame) {
   const size_t datagrams = CountDatagrams(frame.data.size(), frame.parityCount);
   if (datagrams == 0) return {};
-  const size_t dataCount = DataFragmentCount(frame.data.size());
-  const size_t bytes = frame.data.size() +
-                       dataCount * (kDatagramHeaderBytes + SendTimeBytes(frame)) +
-                       (datagrams - dataCount) * (kDatagramHeaderBytes + kParityPayloadBytes);
-  return {frame.streamType == StreamType::Video, datagrams, bytes};
+  const size_t longest = std::min(frame.data.size(), kFragmentBytes) + SendTimeBytes(frame);
+  const bool withParity = datagrams > DataFragmentCount(frame.data.size());
+  return {frame.streamType == StreamType::Video, datagrams,
+          kDatagramHeaderBytes + (withParity ? std::max(longest, kParityPayloadBytes) : longest)};
 }
 
 bool FragmentFrame(const FrameToSend& frame, uint32_t& sequence, int64_t nowNanos,

@@ -2,6 +2,7 @@
 // write receivers, with a worked example. All fields are little-endian and packed.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -56,6 +57,17 @@ struct MediaDatagram {
 
 // Writes the header's 22 bytes to `out`.
 void WriteDatagramHeader(const DatagramHeader& header, std::byte* out);
+
+// The headers of one frame's fragments, which differ in three fields: made once, copied and patched
+// for each.
+class FragmentHeaders {
+ public:
+  explicit FragmentHeaders(const DatagramHeader& header);
+  void Write(uint32_t sequence, size_t fragmentIndex, size_t payloadLength, std::byte* out) const;
+
+ private:
+  std::array<std::byte, kDatagramHeaderBytes> common_;
+};
 
 // Takes a datagram apart. Nothing for one that no sender of this format makes: wrong magic or
 // stream, lengths that don't add up, an index outside the count, parity of another length.

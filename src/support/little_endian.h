@@ -1,19 +1,25 @@
 // Little-endian fields of the wire, whatever the machine's order and alignment.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace Veldrift {
 
 inline void PutU16(std::byte* out, uint16_t value) {
-  out[0] = std::byte(value & 0xFF);
-  out[1] = std::byte(value >> 8);
+  if constexpr (std::endian::native == std::endian::big) value = uint16_t(value << 8 | value >> 8);
+  std::memcpy(out, &value, sizeof value);
 }
 
 inline void PutU32(std::byte* out, uint32_t value) {
-  PutU16(out, uint16_t(value & 0xFFFF));
-  PutU16(out + 2, uint16_t(value >> 16));
+  if constexpr (std::endian::native == std::endian::big) {
+    PutU16(out, uint16_t(value & 0xFFFF));
+    PutU16(out + 2, uint16_t(value >> 16));
+  } else {
+    std::memcpy(out, &value, sizeof value);
+  }
 }
 
 inline uint16_t GetU16(const std::byte* in) {

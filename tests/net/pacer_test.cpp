@@ -182,7 +182,7 @@ TEST(Pacer, KeepsTheRateInVirtualTime) {
     pacer.Start(send, send);
     const int64_t start = clock.NowNanos();
     constexpr size_t kDatagrams = 400;
-    FrameGroup group(true, kDatagrams, kDatagrams * 1466);
+    FrameGroup group(true, kDatagrams, 1466);
     for (size_t i = 0; i < kDatagrams; ++i) std::fill_n(group.Append(1466), 1466, std::byte{1});
     pacer.EnqueueVideo(std::move(group));
     while (pacer.TotalBytes() < kDatagrams * 1466) std::this_thread::yield();
