@@ -46,7 +46,7 @@ void Feed(Pacer& pacer, const std::atomic<size_t>& pending, size_t datagrams, in
       std::fill_n(group.Append(kMaxDatagramBytes), kMaxDatagramBytes, std::byte{1});
     }
     queued += datagrams;
-    pacer.EnqueueVideo(std::move(group));
+    pacer.Enqueue(std::move(group));
   }
 }
 

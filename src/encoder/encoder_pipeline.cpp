@@ -5,13 +5,23 @@
 
 #include "encoder/transition_log.h"
 #include "support/debug_topics.h"
+#include "support/guarded.h"
 
 namespace Veldrift {
 
+namespace {
+constexpr LogCategory kLog{kLogSubsystem, "encoder"};
+}
+
 EncoderPipeline::EncoderPipeline(std::unique_ptr<IHardwareEncoder> primary, Clock& clock)
     : clock_(clock), primary_(std::move(primary)) {
-  retireThread_ = std::thread([this] { RetireLoop(); });
-  cloneThread_ = std::thread([this] { CloneLoop(); });
+  retireThread_ = std::thread([this] { RunGuarded(kLog, "retire worker", [&] { RetireLoop(); }); });
+  try {
+    cloneThread_ = std::thread([this] { RunGuarded(kLog, "clone worker", [&] { CloneLoop(); }); });
+  } catch (...) {
+    StopWorkers();
+    throw;
+  }
   const EncoderPtr encoder = Primary();
   forwardingEncoder_ = encoder.get();
   if (encoder) InstallPrimaryCallback(*encoder);
@@ -40,8 +50,7 @@ void EncoderPipeline::Stop() {
   if (primary) primary->Shutdown();
 }
 
-// ---- Frames
-// --------------------------------------------------------------------------------------
+// ---- Frames ----
 
 void EncoderPipeline::EncodeFrame(const uint8_t* bgra, uint32_t width, uint32_t height,
                                   int32_t strideBytes, int64_t timestampMicros) {
@@ -133,8 +142,7 @@ void EncoderPipeline::SetOutputCallback(EncodedFrameCallback callback) {
   // The old one dies here, outside the lock: it may own something that calls back.
 }
 
-// ---- The conservative way
-// ------------------------------------------------------------------------
+// ---- The conservative way ----
 
 void EncoderPipeline::ReconfigureInPlace(const EncoderSettings& settings) {
   SetTarget(0, 0, 0);
@@ -180,8 +188,7 @@ double EncoderPipeline::MillisSince(int64_t startNanos) const {
   return static_cast<double>(clock_.NowNanos() - startNanos) / 1'000'000.0;
 }
 
-// ---- Forwarding
-// ----------------------------------------------------------------------------------
+// ---- Forwarding ----
 
 template <typename Result, typename Question>
 Result EncoderPipeline::Ask(Result fallback, Question question) {

@@ -23,12 +23,13 @@ struct TransitionRecord;
 // a gap. The old encoder is shut down on another thread, so that a slow or re-entrant Shutdown
 // holds up neither frames nor a swap. The conservative way reconfigures the one encoder in place.
 //
-// Threads: EncodeFrame from one thread at a time, everything else from any thread. Two own threads:
-// the clone worker (CloneLoop) and the retire worker (RetireLoop).
+// Threads: everything from any thread; frames that come at once are ordered by the encoder. Two own
+// threads: the clone worker (CloneLoop) and the retire worker (RetireLoop).
 //
 // Locks: pendingMutex_ before primaryLock_; only a swap holds both. An encoder's EncodeFrame and
 // Shutdown are called with no lock of the pipeline held, since an encoder may call back from inside
-// them. The output callback runs under outputMutex_, which is innermost.
+// them. The output callback runs under outputMutex_ and may ask the pipeline back, so outputMutex_
+// is never taken under another lock of it.
 class EncoderPipeline {
  public:
   // `primary` may be null: every question then has its empty answer.

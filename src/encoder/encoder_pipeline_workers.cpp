@@ -33,8 +33,7 @@ const char* RateControlName(int32_t mode) {
 
 }  // namespace
 
-// ---- Requests
-// ------------------------------------------------------------------------------------
+// ---- Requests ----
 
 void EncoderPipeline::RequestTransition(const EncoderSettings& settings) {
   if (mode_ == Mode::Conservative) {
@@ -58,8 +57,7 @@ bool EncoderPipeline::TransitionUnderWay(const EncoderSettings& settings) {
   return requestPending_ && SameTransition(requestSettings_, settings);
 }
 
-// ---- Clone worker
-// --------------------------------------------------------------------------------
+// ---- Clone worker ----
 
 void EncoderPipeline::CloneLoop() {
   while (const std::optional<EncoderSettings> settings = NextRequest()) ServeRequest(*settings);
@@ -169,8 +167,7 @@ void EncoderPipeline::ClearBusy() {
   cloneBusy_ = false;
 }
 
-// ---- Retire worker
-// -------------------------------------------------------------------------------
+// ---- Retire worker ----
 
 void EncoderPipeline::RetireLoop() {
   while (true) {

@@ -1,14 +1,15 @@
 // The module's two exports. Each function of the table finds the instance in the host's record and
 // calls it; nothing throws across this edge.
 #include <cmath>
+#include <cstdint>
 #include <cwchar>
-#include <exception>
 #include <utility>
 
 #include "net/control_protocol.h"
 #include "session/host_interface.h"
 #include "session/shared_transport.h"
 #include "session/transmit_instance.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 using namespace Veldrift;
@@ -28,17 +29,13 @@ constexpr int64_t kAudioLatencyFrames = 5;
 constexpr int64_t kVideoLatencyFrames = 2;
 constexpr int32_t kProgressive = 4;
 
-// Runs one function of the table. Whatever it throws ends here: the host gets an answer.
+// Runs one function of the table. Whatever it throws ends here: the host gets `onException`.
 template <typename Body>
-Host::Error Guarded(const char* role, Body&& body) noexcept {
-  try {
-    return body();
-  } catch (const std::exception& error) {
-    PluginLog(kLog, kLogError, "%s: %s", role, error.what());
-  } catch (...) {
-    PluginLog(kLog, kLogError, "%s: an exception without a text", role);
-  }
-  return Host::kNoError;
+Host::Error Guarded(const char* role, Body&& body,
+                    Host::Error onException = Host::kNoError) noexcept {
+  Host::Error answer = onException;
+  RunGuarded(kLog, role, [&] { answer = body(); });
+  return answer;
 }
 
 TransmitInstance* InstanceOf(const Host::InstanceRecord* record) {
@@ -55,8 +52,8 @@ Host::Error WithInstance(const char* role, const Host::InstanceRecord* record, B
 }
 
 int64_t LatencyTicks(const Host::InstanceRecord* record, int64_t frames) {
-  const int64_t latency = record != nullptr ? frames * record->ticksPerFrame : 0;
-  return latency > 0 ? latency : 0;
+  const int64_t ticks = record != nullptr ? record->ticksPerFrame : 0;
+  return ticks > 0 && ticks <= INT64_MAX / frames ? frames * ticks : 0;
 }
 
 Host::Error Answer(int32_t* out, int32_t value) {
@@ -105,20 +102,23 @@ Host::Error Unused() { return Host::kNoError; }
 // ---- Instances ---------------------------------------------------------------------------------
 
 Host::Error CreateInstance(Host::InstanceRecord* record) {
-  return Guarded("CreateInstance", [&] {
-    if (record == nullptr) return Host::kErrorUnsupported;
-    record->slot = nullptr;
-    const Host::SuiteAccess* services =
-        record->utilities != nullptr ? record->utilities->GetSuiteAccess() : nullptr;
-    auto instance =
-        std::make_unique<TransmitInstance>(services, SessionServices{SharedTransport::Get()});
-    if (!instance->HasPipeline()) return Host::kErrorUnsupported;
-    instance->Audio().SetAudioFormat(record->sampleRate, record->channels);
-    instance->SetVideoFrameRate(record->ticksPerFrame);
-    instance->Start();
-    record->slot = instance.release();
-    return Host::kNoError;
-  });
+  return Guarded(
+      "CreateInstance",
+      [&] {
+        if (record == nullptr) return Host::kErrorUnsupported;
+        record->slot = nullptr;
+        const Host::SuiteAccess* services =
+            record->utilities != nullptr ? record->utilities->GetSuiteAccess() : nullptr;
+        auto instance =
+            std::make_unique<TransmitInstance>(services, SessionServices{SharedTransport::Get()});
+        if (!instance->HasPipeline()) return Host::kErrorUnsupported;
+        instance->Audio().SetAudioFormat(record->sampleRate, record->channels);
+        instance->SetVideoFrameRate(record->ticksPerFrame);
+        instance->Start();
+        record->slot = instance.release();
+        return Host::kNoError;
+      },
+      Host::kErrorUnsupported);
 }
 
 Host::Error DisposeInstance(Host::InstanceRecord* record) {
@@ -145,31 +145,37 @@ Host::Error ActivateDeactivate(Host::InstanceRecord* record, int32_t audio, int3
 
 Host::Error QueryAudioMode(const Host::InstanceRecord* record, int32_t index,
                            Host::AudioMode* mode) {
-  return Guarded("QueryAudioMode", [&] {
-    if (index != 0 || mode == nullptr) return Host::kErrorUnsupported;
-    const float rate =
-        record != nullptr && record->sampleRate > 0 ? record->sampleRate : kFallbackSampleRate;
-    mode->sampleRate = rate;
-    mode->sampleRateInteger = int32_t(rate);
-    mode->channelCount = kAudioModeChannels;
-    mode->channelLabels[0] = kLeftChannel;
-    mode->channelLabels[1] = kRightChannel;
-    mode->latencyTicks = LatencyTicks(record, kAudioLatencyFrames);
-    PluginLog(kLog, kLogInfo, "QueryAudioMode: idx=%d rate=%.0f ch=2", index, double(rate));
-    return Host::kNoError;
-  });
+  return Guarded(
+      "QueryAudioMode",
+      [&] {
+        if (index != 0 || mode == nullptr) return Host::kErrorUnsupported;
+        const float rate =
+            record != nullptr && record->sampleRate > 0 ? record->sampleRate : kFallbackSampleRate;
+        mode->sampleRate = rate;
+        mode->sampleRateInteger = int32_t(rate);
+        mode->channelCount = kAudioModeChannels;
+        mode->channelLabels[0] = kLeftChannel;
+        mode->channelLabels[1] = kRightChannel;
+        mode->latencyTicks = LatencyTicks(record, kAudioLatencyFrames);
+        PluginLog(kLog, kLogInfo, "QueryAudioMode: idx=%d rate=%.0f ch=2", index, double(rate));
+        return Host::kNoError;
+      },
+      Host::kErrorUnsupported);
 }
 
 Host::Error QueryVideoMode(const Host::InstanceRecord* record, int32_t index,
                            Host::VideoMode* mode) {
-  return Guarded("QueryVideoMode", [&] {
-    if (index != 0 || mode == nullptr) return Host::kErrorUnsupported;
-    *mode = {};
-    mode->fieldType = kProgressive;
-    mode->pixelFormat = Host::kPixelFormatBgra;
-    mode->latencyTicks = LatencyTicks(record, kVideoLatencyFrames);
-    return Host::kNoError;
-  });
+  return Guarded(
+      "QueryVideoMode",
+      [&] {
+        if (index != 0 || mode == nullptr) return Host::kErrorUnsupported;
+        *mode = {};
+        mode->fieldType = kProgressive;
+        mode->pixelFormat = Host::kPixelFormatBgra;
+        mode->latencyTicks = LatencyTicks(record, kVideoLatencyFrames);
+        return Host::kNoError;
+      },
+      Host::kErrorUnsupported);
 }
 
 // ---- Playback ----------------------------------------------------------------------------------

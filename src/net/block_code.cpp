@@ -19,10 +19,7 @@ CM256::cm256_encoder_params Shape(size_t dataCount, size_t parityCount) {
 
 }  // namespace
 
-bool BlockCodeAvailable() {
-  static const bool available = codec.isInitialized();
-  return available;
-}
+bool BlockCodeAvailable() { return codec.isInitialized(); }
 
 bool EncodeParity(std::span<const std::byte* const> blocks, size_t parityCount, std::byte* parity) {
   std::array<CM256::cm256_block, kMaxCodeBlocks> table;

@@ -50,7 +50,7 @@ void RunControlReadLoop(const ExactRead& read, const CommandHandler& handler,
     }
     const std::ptrdiff_t length = ReadPayload(read, *shape, buffer);
     if (length < 0) return;
-    if (handler) handler(opcode, {buffer.data(), size_t(length)});
+    if (handler) handler(opcode, std::span(buffer.data(), size_t(length)));
   }
 }
 

@@ -6,6 +6,7 @@
 #include "net/control_protocol.h"
 #include "net/media_datagram.h"
 #include "net/pairing_handshake.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 using namespace Veldrift;
@@ -13,7 +14,6 @@ using namespace Veldrift;
 namespace {
 
 constexpr LogCategory kLog{kLogSubsystem, "network"};
-constexpr uint16_t kDefaultControlPort = 47100;
 constexpr int64_t kAcceptSliceNanos = 100 * kNanosPerMilli;
 constexpr int64_t kTickNanos = kNanosPerSecond;
 constexpr int32_t kInactiveTicksToTell = 3;
@@ -27,10 +27,15 @@ void JoinIfRunning(std::thread& thread) {
   if (thread.joinable()) thread.join();
 }
 
+// A thread whose exceptions end in the log.
+template <typename Body>
+std::thread StartThread(const char* name, Body body) {
+  return std::thread([name, body = std::move(body)] { RunGuarded(kLog, name, body); });
+}
+
 }  // namespace
 
-NetworkTransport::NetworkTransport(Clock& clock)
-    : clock_(clock), controlPort_(kDefaultControlPort) {}
+NetworkTransport::NetworkTransport(Clock& clock) : clock_(clock) {}
 
 NetworkTransport::~NetworkTransport() { Stop(); }
 
@@ -47,28 +52,24 @@ void NetworkTransport::StartListening(uint16_t controlPort) {
   } else {
     PluginLog(kLog, kLogError, "UDP socket() failed: %s", ErrorText().c_str());
   }
-  acceptThread_ = std::thread([this, controlPort] { AcceptLoop(controlPort); });
-  controlPort_ = controlPort;
-  StartAdvertiser();
-  pollThread_ = std::thread([this] { TransmitStatePollLoop(); });
+  acceptThread_ = StartThread("accept loop", [this, controlPort] { AcceptLoop(controlPort); });
+  StartAdvertiser(controlPort);
+  pollThread_ = StartThread("poll loop", [this] { TransmitStatePollLoop(); });
 }
 
-void NetworkTransport::StartAdvertiser() {
-  discoverable_ = IsDiscoverable();
-  if (!discoverable_) {
+void NetworkTransport::StartAdvertiser(uint16_t controlPort) {
+  if (!IsDiscoverable()) {
     PluginLog(kLog, kLogInfo, "discoverable=false — skipping mDNS advertisement");
     return;
   }
-  const ServiceInfo identity = MakeServiceInfo();
+  transmitActive_ = AnyInstanceRunning();
+  const ServiceInfo info = MakeServiceInfo();
   advertiser_ = CreateServiceAdvertiser();
   if (!advertiser_) {
     PluginLog(kLog, kLogInfo, "ServiceAdvertiser factory returned null — mDNS skipped");
     return;
   }
-  transmitActive_ = AnyInstanceRunning();
-  ServiceInfo info = identity;
-  info.transmit = transmitActive_ ? 1 : 0;
-  if (!advertiser_->Start(controlPort_, info)) {
+  if (!advertiser_->Start(controlPort, info)) {
     PluginLog(kLog, kLogError, "ServiceAdvertiser::Start failed — Bonjour discovery disabled");
     advertiser_.reset();
   }
@@ -153,14 +154,19 @@ void NetworkTransport::Welcome(std::unique_ptr<StreamSocket> socket) {
   }
   WakeWaiters();
   JoinIfRunning(readThread_);
-  readThread_ = std::thread([this, newcomer] { ReadThread(newcomer); });
+  readThread_ = StartThread("read thread", [this, newcomer] { ReadThread(newcomer); });
   JoinIfRunning(heartbeatThread_);
-  heartbeatThread_ = std::thread([this, newcomer] { HeartbeatLoop(newcomer); });
+  heartbeatThread_ = StartThread("heartbeat loop", [this, newcomer] { HeartbeatLoop(newcomer); });
 }
 
 // ---- One client --------------------------------------------------------------------------------
 
 void NetworkTransport::ReadThread(const Connection& connection) {
+  RunGuarded(kLog, "read thread", [&] { Serve(connection); });
+  Farewell(connection);
+}
+
+void NetworkTransport::Serve(const Connection& connection) {
   if (DoPairingHandshake(connection, callables_.createPairingDialog).empty()) {
     PluginLog(kLog, kLogInfo, "control: pair handshake failed fd=%lld — dropping",
               connection->Number());
@@ -173,7 +179,6 @@ void NetworkTransport::ReadThread(const Connection& connection) {
         [&connection](std::span<std::byte> buffer) { return connection->Receive(buffer); },
         callables_.onCommand, running_);
   }
-  Farewell(connection);
 }
 
 // Opens media and status to the connection that has just proved itself; false if another has taken

@@ -46,8 +46,8 @@ class NetworkTransport {
 
   void SetCallables(TransportCallables callables) { callables_ = std::move(callables); }
 
-  // Opens the port of `host` (or `controlPort`, which tests choose) and starts the threads; does
-  // nothing if they run. A port or socket that can't be had is logged, and the rest goes on.
+  // Opens the port (0: one that the system chooses) and starts the threads; does nothing if they
+  // run. A port or socket that can't be had is logged, and the rest goes on.
   void StartListening(uint16_t controlPort);
   // Ends the connection and all threads. A second call does nothing.
   void Stop();
@@ -75,13 +75,14 @@ class NetworkTransport {
 
   using Connection = std::shared_ptr<Veldrift::ControlConnection>;
 
-  void StartAdvertiser();
+  void StartAdvertiser(uint16_t controlPort);
   Veldrift::ServiceInfo MakeServiceInfo() const;
   bool AnyInstanceRunning() const;
 
   void AcceptLoop(uint16_t port);
   void Welcome(std::unique_ptr<Veldrift::StreamSocket> socket);
   void ReadThread(const Connection& connection);
+  void Serve(const Connection& connection);
   bool Admit(const Connection& connection);
   void Farewell(const Connection& connection);
   void HeartbeatLoop(const Connection& connection);
@@ -116,8 +117,6 @@ class NetworkTransport {
   std::unique_ptr<Veldrift::DatagramSocket> udpSocket_;  // changes only while no thread runs
   std::atomic<uint32_t> udpFailures_{0};
   std::unique_ptr<Veldrift::IServiceAdvertiser> advertiser_;
-  std::atomic<bool> discoverable_{true};
-  std::atomic<uint16_t> controlPort_;
   std::atomic<uint16_t> listeningPort_{0};
   std::atomic<bool> transmitActive_{false};  // what the phone was told last
   std::atomic<int32_t> inactiveTicks_{0};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 namespace Veldrift {
@@ -21,7 +22,12 @@ void Pacer::Start(Sender sendVideo, Sender sendAudio) {
   sendVideo_ = std::move(sendVideo);
   sendAudio_ = std::move(sendAudio);
   bucket_ = TokenBucket(clock_.NowNanos());
-  worker_ = std::thread([this] { Run(); });
+  try {
+    worker_ = std::thread([this] { RunGuarded(kLog, "pacer", [this] { Run(); }); });
+  } catch (...) {
+    running_ = false;
+    throw;
+  }
   PluginLog(kLog, kLogInfo, "Pacer started bitrate=%u bps", bitrate_.load());
 }
 
@@ -40,10 +46,6 @@ void Pacer::Stop() {
             static_cast<unsigned long long>(totalFailed_),
             static_cast<unsigned long long>(totalBytes_));
 }
-
-void Pacer::EnqueueVideo(FrameGroup&& group) { Enqueue(std::move(group)); }
-
-void Pacer::EnqueueAudio(FrameGroup&& group) { Enqueue(std::move(group)); }
 
 void Pacer::Enqueue(FrameGroup&& group) {
   if (group.Empty()) return;

@@ -34,10 +34,9 @@ class Pacer {
   // Drops the queue, joins the worker, lets go of the senders. May be started again.
   void Stop();
 
-  // Take the group, which is left empty; an empty one is ignored. A full queue (5 video groups,
-  // 4 audio groups) loses its oldest group of the same kind.
-  void EnqueueVideo(FrameGroup&& group);
-  void EnqueueAudio(FrameGroup&& group);
+  // Takes the group, which is left empty; an empty one is ignored. A full queue (5 video groups,
+  // 4 audio groups) loses its oldest group of the same kind, which the group itself tells.
+  void Enqueue(FrameGroup&& group);
 
   // From the next datagram on.
   void SetBitrate(uint32_t bitsPerSecond) { bitrate_ = bitsPerSecond; }
@@ -50,7 +49,6 @@ class Pacer {
   uint64_t TotalBytes() const { return totalBytes_; }      // bytes taken by the sender
 
  private:
-  void Enqueue(FrameGroup&& group);
   uint64_t MakeRoom(const FrameGroup& group) VD_REQUIRES(mutex_);
   bool DropOldest(bool video, uint64_t& droppedBytes) VD_REQUIRES(mutex_);
   size_t& QueuedGroups(bool video) VD_REQUIRES(mutex_);

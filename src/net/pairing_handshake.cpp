@@ -36,6 +36,14 @@ bool ReadShortString(ControlConnection& connection, std::string& text, size_t li
   return connection.Receive(std::as_writable_bytes(std::span(text)));
 }
 
+// A stranger's text for the log: it can't start lines of its own there.
+std::string ForLog(std::string text) {
+  for (char& character : text) {
+    if (uint8_t(character) < 0x20 || character == 0x7F) character = '?';
+  }
+  return text;
+}
+
 std::optional<ClientHello> ReadHello(ControlConnection& connection) {
   const std::optional<uint8_t> opcode = ReadByte(connection);
   if (!opcode) {
@@ -58,7 +66,8 @@ std::optional<ClientHello> ReadHello(ControlConnection& connection) {
     return std::nullopt;
   }
   PluginLog(kLog, kLogInfo, "pair: Hello from id=%{public}s name=%{public}s token=%{public}s",
-            hello.id.c_str(), hello.name.c_str(), hello.token.empty() ? "<none>" : "<present>");
+            ForLog(hello.id).c_str(), ForLog(hello.name).c_str(),
+            hello.token.empty() ? "<none>" : "<present>");
   return hello;
 }
 
@@ -77,7 +86,7 @@ bool IsTrusted(const ClientHello& hello) {
   if (hello.token.empty()) return false;
   const std::optional<TrustedPeer> peer = FindTrustedPeer(hello.id);
   if (peer && peer->token == hello.token) {
-    PluginLog(kLog, kLogInfo, "pair: trusted reconnect id=%{public}s", hello.id.c_str());
+    PluginLog(kLog, kLogInfo, "pair: trusted reconnect id=%{public}s", ForLog(hello.id).c_str());
     return true;
   }
   PluginLog(kLog, kLogInfo, "pair: token present but not trusted — challenging");
@@ -133,8 +142,8 @@ std::string UtcNow() {
 std::string PairNewPeer(ControlConnection& connection, const ClientHello& hello) {
   const std::string token = MakeToken(kTokenBytes);
   AddOrUpdateTrustedPeer({hello.id, hello.name, token, UtcNow()});
-  PluginLog(kLog, kLogInfo, "pair: OK id=%{public}s name=%{public}s", hello.id.c_str(),
-            hello.name.c_str());
+  PluginLog(kLog, kLogInfo, "pair: OK id=%{public}s name=%{public}s", ForLog(hello.id).c_str(),
+            ForLog(hello.name).c_str());
   Accept(connection, token);
   return token;
 }
@@ -143,7 +152,7 @@ std::string Challenge(const std::shared_ptr<ControlConnection>& connection,
                       const PairingDialogFactory& createDialog, const ClientHello& hello) {
   const std::string code = MakePairingCode();
   PluginLog(kLog, kLogInfo, "pair: challenge=%{public}s for %{public}s", code.c_str(),
-            hello.name.c_str());
+            ForLog(hello.name).c_str());
   // Closes its window when this function is done, behind the reply.
   const auto dialog = ShowCode(connection, createDialog, code, hello.name);
   Reply(*connection, kPairChallenge);
@@ -151,7 +160,7 @@ std::string Challenge(const std::shared_ptr<ControlConnection>& connection,
   if (!submitted) return {};
   if (*submitted == code) return PairNewPeer(*connection, hello);
   PluginLog(kLog, kLogInfo, "pair: code mismatch submitted=%{public}s expected=%{public}s",
-            submitted->c_str(), code.c_str());
+            ForLog(*submitted).c_str(), code.c_str());
   Reply(*connection, kPairRejected);
   return {};
 }

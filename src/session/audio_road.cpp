@@ -6,6 +6,7 @@
 
 #include "net/control_protocol.h"
 #include "net/framing.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 namespace Veldrift {
@@ -14,6 +15,8 @@ namespace {
 
 constexpr LogCategory kLog{kLogSubsystem, "transmit"};
 constexpr float kFallbackRate = 48'000;
+constexpr float kHighestRate = 4e9F;
+constexpr double kMostSamplesPerTick = 1e6;
 constexpr uint32_t kFallbackChannels = 2;
 constexpr int32_t kLowestFps = 1;
 constexpr int32_t kHighestFps = 240;
@@ -51,7 +54,7 @@ AudioRoad::AudioRoad(SharedTransport& transport, HostTimeBase& timeBase,
       elapsedMicros_(std::move(elapsedMicros)) {}
 
 void AudioRoad::SetAudioFormat(float rate, uint32_t channels) {
-  audioSampleRate_ = uint32_t(rate > 0 ? rate : kFallbackRate);
+  audioSampleRate_ = uint32_t(rate > 0 && rate <= kHighestRate ? rate : kFallbackRate);
   audioChannels_ = channels != 0 ? channels : kFallbackChannels;
   PluginLog(kLog, kLogInfo, "SetAudioFormat rate=%u ch=%u", audioSampleRate_.load(),
             audioChannels_.load());
@@ -82,9 +85,10 @@ void AudioRoad::PushAudio(const Host::AudioBlock* block) {
 
 void AudioRoad::SendAudioSamples(const float* const* channels, uint32_t samples,
                                  uint32_t channelCount) {
-  if (channels == nullptr || samples == 0 || channelCount == 0 || channelCount > UINT8_MAX) return;
+  if (channels == nullptr || samples == 0 || channelCount == 0) return;
   audioPushSeen_ = true;
   SetAudioOutputEnabled(true);
+  if (channelCount > UINT8_MAX) return;  // the block's head can't say it
   if (!running_() || !transport_.PeerKnown()) return;
   const AudioBlockHead head{audioSampleRate_, uint8_t(channelCount)};
   const std::vector<std::byte> block = MakeAudioBlock(head, channels, samples);
@@ -104,7 +108,7 @@ void AudioRoad::SendBlock(std::span<const std::byte> block) {
   frame.data = block;
   FrameGroup group = MakeFrameGroup(frame);
   if (!FragmentFrame(frame, sequence, GetClock().NowNanos(), group)) return;
-  transport_.GetPacer().EnqueueAudio(std::move(group));
+  transport_.GetPacer().Enqueue(std::move(group));
 }
 
 void AudioRoad::UpdateAudioPushState(bool active, bool scrubbing) {
@@ -137,7 +141,8 @@ void AudioRoad::StartClock(const Host::ClockRecord& clock, int32_t playID,
             playback.fps, static_cast<long long>(playback.ticksPerSecond), playID,
             static_cast<const void*>(suite));
   audioPushSeen_ = false;
-  clockThread_ = std::thread([this, playback] { RunClock(playback); });
+  clockThread_ = std::thread(
+      [this, playback] { RunGuarded(kLog, "audio clock", [&] { RunClock(playback); }); });
 }
 
 void AudioRoad::StopClock() {
@@ -180,7 +185,8 @@ uint32_t AudioRoad::SamplesPerTick(const Playback& playback) const {
   const uint32_t rate = audioSampleRate_;
   const int64_t ticksPerFrame = timeBase_.TicksPerFrame();
   if (ticksPerFrame > 0 && playback.ticksPerSecond > 0) {
-    return uint32_t(double(ticksPerFrame) * rate / double(playback.ticksPerSecond));
+    const double samples = double(ticksPerFrame) * rate / double(playback.ticksPerSecond);
+    return uint32_t(std::min(samples, kMostSamplesPerTick));
   }
   return rate / uint32_t(playback.fps);
 }

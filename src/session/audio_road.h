@@ -15,9 +15,10 @@
 
 namespace Veldrift {
 
-// Threads: the host's thread calls everything public; the clock thread runs between StartClock and
-// StopClock. Every change of state is an exchange, so that each running clock that was counted is
-// taken back once, however the calls interleave.
+// Threads: the host's thread calls everything public, but for SendAudioState, which also comes from
+// the control read thread; the clock thread runs between StartClock and StopClock. Every change of
+// state is an exchange, so that each running clock that was counted is taken back once, however the
+// calls interleave.
 class AudioRoad {
  public:
   // `running`: whether the instance is. `elapsedMicros`: its timeline, which sound and picture

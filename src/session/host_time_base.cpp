@@ -8,7 +8,8 @@
 namespace Veldrift {
 
 namespace {
-constexpr LogCategory kLog{kLogSubsystem, "transmit"};
+constexpr LogCategory kFallbackLog{kLogSubsystem, "transmit"};
+constexpr LogCategory kLog{kLogSubsystem, "main"};
 constexpr int32_t kLowestFps = 1;
 constexpr int32_t kHighestFps = 240;
 constexpr int64_t kUsualTicksPerSecond = 254'016'000'000;
@@ -26,7 +27,8 @@ int64_t HostTimeBase::AskHost(Host::Error& acquireError) const {
 
 void HostTimeBase::SetVideoFrameRate(int64_t ticksPerFrame) {
   if (ticksPerFrame <= 0 || hostServices_ == nullptr) {
-    PluginLog(kLog, kLogInfo, "SetVideoFrameRate: ticksPerFrame=%lld — keeping fallback %d fps",
+    PluginLog(kFallbackLog, kLogInfo,
+              "SetVideoFrameRate: ticksPerFrame=%lld — keeping fallback %d fps",
               static_cast<long long>(ticksPerFrame), Fps());
     return;
   }

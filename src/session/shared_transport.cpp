@@ -46,15 +46,22 @@ void SharedTransport::EnsureStarted() {
   PluginLog(kLog, kLogInfo, "starting shared transport: host=%{public}s controlPort=%u",
             host.displayText, port);
   Wire();
-  transport_.StartListening(port);
-  pacer_.Start(
-      [this](std::span<const std::byte> datagram) {
-        return transport_.SendDatagram(datagram, kVideoPort);
-      },
-      [this](std::span<const std::byte> datagram) {
-        return transport_.SendDatagram(datagram, kAudioPort);
-      });
+  try {
+    transport_.StartListening(port);
+    pacer_.Start(SenderTo(kVideoPort), SenderTo(kAudioPort));
+  } catch (...) {
+    // A thread couldn't be started: the next instance tries again from nothing.
+    pacer_.Stop();
+    transport_.Stop();
+    throw;
+  }
   started_ = true;
+}
+
+Pacer::Sender SharedTransport::SenderTo(uint16_t port) {
+  return [this, port](std::span<const std::byte> datagram) {
+    return transport_.SendDatagram(datagram, port);
+  };
 }
 
 void SharedTransport::Wire() {
@@ -89,7 +96,13 @@ void SharedTransport::Acquire(TransmitInstance* instance) {
   }
   if (PeerKnown() && hasClientSettings_) {
     PluginLog(kLog, kLogInfo, "acquire: replaying cached client settings into new instance");
-    ReplaySettings(*instance);
+    try {
+      ReplaySettings(*instance);
+    } catch (...) {
+      // The instance's constructor fails with this, so nobody else takes it off the list.
+      Release(instance);
+      throw;
+    }
   }
 }
 

@@ -76,6 +76,7 @@ class SharedTransport {
 
   void EnsureStarted();
   void Wire();
+  Veldrift::Pacer::Sender SenderTo(uint16_t port);
   void DispatchControlCommand(uint8_t opcode, std::span<const std::byte> payload);
   void OnNewClient();
   void OnSendFailures();

@@ -1,4 +1,5 @@
 // A phone has paired, or wants another engine: everything is told and shown anew.
+#include <algorithm>
 #include <array>
 
 #include "net/control_protocol.h"
@@ -47,7 +48,7 @@ void TransmitInstance::SendEncoderEngineList() {
   const std::vector<std::byte> payload = EncodeEngineList(engines);
   if (services_.transport.SendControl(kEncoderEngineList, payload)) {
     PluginLog(kLog, kLogInfo, "SendControl: kEncoderEngineList %zu entries (%zu B frame)",
-              engines.size(), payload.size());
+              std::min<size_t>(engines.size(), 255), payload.size());
   }
 }
 

@@ -26,8 +26,9 @@
 //
 // Threads: construction, destruction, Start, Stop, the setters and the pushes come from the host;
 // HandleControlCommand, OnNewClient and OnUdpFailures from the transport's threads, under its
-// instance lock; OnEncodedFrame from the encoder's output thread. The pipeline is only swapped
-// under pipelineLock_, and everybody works on a reference of their own.
+// instance lock (but for the replay of remembered settings, on the host's thread); OnEncodedFrame
+// from the encoder's output thread. The pipeline is only swapped under pipelineLock_, and everybody
+// works on a reference of their own.
 class TransmitInstance {
  public:
   TransmitInstance(const Veldrift::Host::SuiteAccess* hostServices, SessionServices services);
@@ -69,7 +70,7 @@ class TransmitInstance {
   void ShowFrame(Veldrift::Host::FrameHandle frame);
   bool FormatIsGood(uint32_t format);
   void Transmit(const uint8_t* pixels, Veldrift::FrameSize size, int32_t rowBytes);
-  void FitEncoder(Veldrift::EncoderPipeline& pipeline, Veldrift::FrameSize target,
+  void FitEncoder(Veldrift::EncoderPipeline& pipeline, bool ready, Veldrift::FrameSize target,
                   const Veldrift::FrameGeometry& source);
   void WatchForStall(Veldrift::EncoderPipeline& pipeline, Veldrift::FrameSize target, int32_t fps);
   void OnWireOverrun(uint64_t size, size_t fragments);

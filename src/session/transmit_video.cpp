@@ -1,6 +1,7 @@
 // The road of a frame: from the host's record to the encoder, and from the encoder to the pacer.
 #include "net/framing.h"
 #include "session/transmit_instance.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 using namespace Veldrift;
@@ -27,7 +28,10 @@ void TransmitInstance::PushVideo(const Host::FrameList* frames) {
     const Host::FrameHandle frame = frames->frames[i].frame;
     if (frame == nullptr) continue;
     // Only the first is to be shown now.
-    if (i == 0 && running_ && hasClient && ppixSuite_ != nullptr) ShowFrame(frame);
+    if (i == 0 && running_ && hasClient && ppixSuite_ != nullptr) {
+      // Whatever happens to the picture, the host gets its frame back.
+      RunGuarded(kLog, "PushVideo", [&] { ShowFrame(frame); });
+    }
     if (ppixSuite_ != nullptr) ppixSuite_->Dispose(frame);
   }
 }
@@ -43,9 +47,11 @@ void TransmitInstance::ShowFrame(Host::FrameHandle frame) {
   ppixSuite_->GetPixelFormat(frame, &format);
   if (!FormatIsGood(format) || pixels == nullptr || rowBytes < 1) return;
 
-  const FrameSize size{bounds.right - bounds.left, bounds.bottom - bounds.top};
-  if (size.width < kSmallestSide || size.height < kSmallestSide) return;
-  Transmit(reinterpret_cast<const uint8_t*>(pixels), size, rowBytes);
+  const int64_t width = int64_t{bounds.right} - bounds.left;
+  const int64_t height = int64_t{bounds.bottom} - bounds.top;
+  if (width < kSmallestSide || height < kSmallestSide) return;
+  if (width > INT32_MAX || height > INT32_MAX) return;
+  Transmit(reinterpret_cast<const uint8_t*>(pixels), {int32_t(width), int32_t(height)}, rowBytes);
 }
 
 // Each change of an unsupported format is logged once.
@@ -73,9 +79,10 @@ void TransmitInstance::Transmit(const uint8_t* pixels, FrameSize size, int32_t r
   if (!pipeline) return;
 
   const FrameSize target = CappedSize(size, shortSideCap_);
-  const bool fits = pipeline->Ready() && pipeline->GetFps() == fps &&
+  const bool ready = pipeline->Ready();
+  const bool fits = ready && pipeline->GetFps() == fps &&
                     WithinTolerance({pipeline->GetWidth(), pipeline->GetHeight()}, target);
-  if (!fits) FitEncoder(*pipeline, target, source);
+  if (!fits) FitEncoder(*pipeline, ready, target, source);
   announcer_.SendEncoderInfoIfChanged();
   pipeline->EncodeFrame(pixels, uint32_t(size.width), uint32_t(size.height), rowBytes,
                         ElapsedMicros());
@@ -85,9 +92,8 @@ void TransmitInstance::Transmit(const uint8_t* pixels, FrameSize size, int32_t r
 
 // Moves the encoder to `target` on this thread; the frame waits for it. A Configure that fails is
 // repeated by the next frame, which finds the encoder not ready.
-void TransmitInstance::FitEncoder(EncoderPipeline& pipeline, FrameSize target,
+void TransmitInstance::FitEncoder(EncoderPipeline& pipeline, bool ready, FrameSize target,
                                   const FrameGeometry& source) {
-  const bool ready = pipeline.Ready();
   PluginLog(kLog, kLogDebug,
             "[dx] PushVideo: dims changed — source=%dx%d cap=%d target=%dx%d fps=%d initial=%d",
             source.width, source.height, shortSideCap_.load(), target.width, target.height,
@@ -157,7 +163,7 @@ void TransmitInstance::OnEncodedFrame(const uint8_t* data, uint64_t size, bool k
             dataCount, unsigned(parityCount));
   FrameGroup group = MakeFrameGroup(frame);
   if (!FragmentFrame(frame, sequence, GetClock().NowNanos(), group)) return;
-  transport.GetPacer().EnqueueVideo(std::move(group));
+  transport.GetPacer().Enqueue(std::move(group));
 }
 
 // A frame that no receiver could number is not sent; the next ones are made smaller. In an

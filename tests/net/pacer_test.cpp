@@ -71,7 +71,7 @@ class HeldPacer : public testing::Test {
 
   // Keeps the worker inside the sender with a first group, so that all that follows is queued.
   void Hold() {
-    pacer.EnqueueVideo(Group(true, 0));
+    pacer.Enqueue(Group(true, 0));
     MutexLock lock(mutex);
     while (!sending) changed.Wait(lock);
   }
@@ -100,11 +100,11 @@ class HeldPacer : public testing::Test {
 
 TEST_F(HeldPacer, OverflowPushesOutTheOldestOfItsKindAndKeepsTheOrder) {
   Hold();
-  for (const int mark : {1, 2, 3}) pacer.EnqueueVideo(Group(true, mark));
-  for (const int mark : {101, 102, 103, 104}) pacer.EnqueueAudio(Group(false, mark));
-  for (const int mark : {4, 5, 6}) pacer.EnqueueVideo(Group(true, mark));
+  for (const int mark : {1, 2, 3}) pacer.Enqueue(Group(true, mark));
+  for (const int mark : {101, 102, 103, 104}) pacer.Enqueue(Group(false, mark));
+  for (const int mark : {4, 5, 6}) pacer.Enqueue(Group(true, mark));
   EXPECT_EQ(pacer.TotalDropped(), 1U);
-  pacer.EnqueueAudio(Group(false, 105));
+  pacer.Enqueue(Group(false, 105));
   EXPECT_EQ(pacer.TotalDropped(), 2U);
   Release();
   EXPECT_EQ(SentOnceThereAre(10), (std::vector{0, 2, 3, 102, 103, 104, 4, 5, 6, 105}));
@@ -116,11 +116,11 @@ TEST_F(HeldPacer, OverflowsAreLoggedAtOnceAndThenOnceASecond) {
   Hold();
   const size_t before = CountInPluginLog("Pacer overflow");
   const int64_t start = clock.NowNanos();
-  for (int i = 0; i < 5 + 10; ++i) pacer.EnqueueVideo(Group(true, 1));
+  for (int i = 0; i < 5 + 10; ++i) pacer.Enqueue(Group(true, 1));
   EXPECT_EQ(CountInPluginLog("Pacer overflow"), before + 1);
   EXPECT_GE(CountInPluginLog(first), 1U);
   clock.AdvanceTo(start + 2 * kNanosPerSecond);
-  pacer.EnqueueVideo(Group(true, 1));
+  pacer.Enqueue(Group(true, 1));
   EXPECT_EQ(CountInPluginLog("Pacer overflow"), before + 2);
   EXPECT_EQ(CountInPluginLog(rest), 1U);
 }
@@ -129,10 +129,10 @@ TEST_F(HeldPacer, ClearedGroupsAreGoneAndNotCountedAsDropped) {
   pacer.ClearQueue();
   EXPECT_EQ(CountInPluginLog("Pacer queue cleared"), 0U);
   Hold();
-  for (const int mark : {1, 2, 3}) pacer.EnqueueVideo(Group(true, mark));
+  for (const int mark : {1, 2, 3}) pacer.Enqueue(Group(true, mark));
   pacer.ClearQueue();
   EXPECT_EQ(CountInPluginLog("Pacer queue cleared: 3 frame groups (300 bytes) discarded"), 1U);
-  pacer.EnqueueVideo(Group(true, 9));
+  pacer.Enqueue(Group(true, 9));
   Release();
   EXPECT_EQ(SentOnceThereAre(2), (std::vector{0, 9}));
   EXPECT_EQ(pacer.TotalDropped(), 0U);
@@ -144,8 +144,8 @@ TEST_F(HeldPacer, RefusedDatagramsAreCountedAndNotRepeated) {
     accepted = false;
     held = false;
   }
-  pacer.EnqueueVideo(Group(true, 1));
-  pacer.EnqueueAudio(Group(false, 2));
+  pacer.Enqueue(Group(true, 1));
+  pacer.Enqueue(Group(false, 2));
   EXPECT_EQ(SentOnceThereAre(2), (std::vector{1, 2}));
   pacer.Stop();
   EXPECT_EQ(pacer.TotalFailed(), 2U);
@@ -163,7 +163,7 @@ TEST_F(HeldPacer, MayBeStartedAgain) {
   };
   pacer.Start(send, send);
   pacer.Start(nullptr, nullptr);  // keeps the senders that it has
-  pacer.EnqueueVideo(Group(true, 1));
+  pacer.Enqueue(Group(true, 1));
   while (pacer.TotalBytes() < 100) std::this_thread::yield();
   pacer.Stop();
   EXPECT_EQ(count, 1);
@@ -184,7 +184,7 @@ TEST(Pacer, KeepsTheRateInVirtualTime) {
     constexpr size_t kDatagrams = 400;
     FrameGroup group(true, kDatagrams, 1466);
     for (size_t i = 0; i < kDatagrams; ++i) std::fill_n(group.Append(1466), 1466, std::byte{1});
-    pacer.EnqueueVideo(std::move(group));
+    pacer.Enqueue(std::move(group));
     while (pacer.TotalBytes() < kDatagrams * 1466) std::this_thread::yield();
     pacer.Stop();
 

@@ -25,8 +25,7 @@ AvEncoder::~AvEncoder() {
   TearDown();
 }
 
-// ---- Building
-// ------------------------------------------------------------------------------------
+// ---- Building ----
 
 bool AvEncoder::Configure(uint32_t width, uint32_t height, uint32_t bitrate, uint32_t fps) {
   MutexLock lock(encoderMutex_);
@@ -126,8 +125,7 @@ void AvEncoder::SetDescription(const std::string& text) {
   description_ = text;
 }
 
-// ---- Frames
-// --------------------------------------------------------------------------------------
+// ---- Frames ----
 
 void AvEncoder::EncodeFrame(const uint8_t* bgra, uint32_t width, uint32_t height,
                             int32_t strideBytes, int64_t timestampMicros) {
@@ -185,8 +183,7 @@ void AvEncoder::SetOutputCallback(EncodedFrameCallback callback) {
   // The old one dies here, outside the lock.
 }
 
-// ---- Settings that rebuild
-// -----------------------------------------------------------------------
+// ---- Settings that rebuild ----
 
 void AvEncoder::SetGopSize(int32_t frames) {
   MutexLock lock(encoderMutex_);
@@ -208,8 +205,7 @@ void AvEncoder::SetRateControl(int32_t mode, float quality) {
   RebuildLocked();
 }
 
-// ---- Live settings
-// -------------------------------------------------------------------------------
+// ---- Live settings ----
 
 void AvEncoder::SetBitrate(uint32_t bitsPerSecond) {
   if (bitsPerSecond == 0 || bitrate_.exchange(bitsPerSecond) == bitsPerSecond) return;

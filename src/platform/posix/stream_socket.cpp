@@ -13,6 +13,7 @@ namespace {
 constexpr int kKeepAliveIdleSeconds = 10;
 constexpr int kKeepAliveIntervalSeconds = 5;
 constexpr int kKeepAliveCount = 3;
+constexpr int kUnansweredMillis = 25'000;  // idle time and all probes
 constexpr int kBacklog = 1;
 
 class PosixStreamSocket final : public StreamSocket {
@@ -72,12 +73,18 @@ class PosixStreamListener final : public StreamListener {
     socklen_t length = sizeof address;
     Descriptor accepted(
         accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC));
-    if (!accepted) return nullptr;
+    if (!accepted) {
+      // It can fail at once and again, such as for want of descriptors: don't spin.
+      poll(nullptr, 0, static_cast<int>(timeoutNanos / 1'000'000));
+      return nullptr;
+    }
     SetOption(accepted, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(accepted, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(accepted, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     SetOption(accepted, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     SetOption(accepted, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveCount);
+    // Keepalive says nothing while something sent is unanswered, and heartbeats always are then.
+    SetOption(accepted, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnansweredMillis);
     return std::make_unique<PosixStreamSocket>(std::move(accepted), FromSystem(address));
   }
 

@@ -111,7 +111,11 @@ class WinStreamListener final : public StreamListener {
     sockaddr_in address{};
     int length = sizeof address;
     OwnedSocket accepted(accept(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length));
-    if (!accepted) return nullptr;
+    if (!accepted) {
+      // It can fail at once and again, such as for want of buffers: don't spin.
+      Sleep(static_cast<DWORD>(timeoutNanos / 1'000'000));
+      return nullptr;
+    }
     SetOption(accepted, IPPROTO_TCP, TCP_NODELAY, 1);
     SetKeepAlive(accepted);
     return MakeStream(std::move(accepted), FromSystem(address));
