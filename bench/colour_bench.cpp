@@ -4,12 +4,12 @@
 #include <libyuv/convert_from_argb.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
 
+#include "bench/ratios.h"
 #include "encoder/bgra_to_nv12.h"
 
 namespace Veldrift {
@@ -52,27 +52,6 @@ void CopyFrame(Picture& picture) {
   std::memcpy(picture.copy.data(), picture.bgra.data(), picture.bgra.size());
 }
 
-double SecondsOf(Step step, Picture& picture) {
-  const auto start = std::chrono::steady_clock::now();
-  step(picture);
-  benchmark::ClobberMemory();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// The best of several runs, both ways in turn, so that neither had a quieter machine.
-double RatioOf(Step step, Step against, Picture& picture) {
-  constexpr int kRuns = 15;
-  double own = 1e9;
-  double other = 1e9;
-  for (int run = 0; run < kRuns; ++run) {
-    own = std::min(own, SecondsOf(step, picture));
-    other = std::min(other, SecondsOf(against, picture));
-  }
-  return own / other;
-}
-
-// Times one way; the counters say how many times as long as the copy and the library it takes, and
-// how many times as fast as the plain loop it is.
 void RunWay(benchmark::State& state, Step step) {
   Picture picture(static_cast<int>(state.range(0)));
   for (auto _ : state) {
@@ -80,9 +59,6 @@ void RunWay(benchmark::State& state, Step step) {
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(picture.bgra.size()));
-  state.counters["x_copy"] = RatioOf(step, CopyFrame, picture);
-  state.counters["x_libyuv"] = RatioOf(step, ConvertByLibrary, picture);
-  state.counters["faster_than_plain"] = RatioOf(Convert<ConversionKind::Plain>, step, picture);
 }
 
 void RunKind(benchmark::State& state, ConversionKind kind, Step step) {
@@ -108,6 +84,18 @@ BENCHMARK(BM_ColourSsse3)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourAvx2)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourLibyuv)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourFrameCopy)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
+
+const int kRatios = [] {
+  for (const std::string size : {"1080", "2160"}) {
+    const std::string ours = "BM_ColourAvx2/" + size;
+    PrintRatio({"AVX2 / libyuv, " + size, ours, "BM_ColourLibyuv/" + size, "at most 1"});
+    PrintRatio({"AVX2 / memcpy, " + size, ours, "BM_ColourFrameCopy/" + size, "at most 1.3"});
+    PrintRatio({"plain loop / AVX2, " + size, "BM_ColourPlain/" + size, ours, "at least 8"});
+    PrintRatio(
+        {"plain loop / SSSE3, " + size, "BM_ColourPlain/" + size, "BM_ColourSsse3/" + size, ""});
+  }
+  return 0;
+}();
 
 }  // namespace
 }  // namespace Veldrift

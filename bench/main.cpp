@@ -21,8 +21,15 @@ std::vector<Ratio>& Ratios() {
 // Keeps the best time of every name.
 class BestTimes final : public benchmark::ConsoleReporter {
  public:
+  BestTimes() : ConsoleReporter(OO_Tabular) {}
+
+  // Of several repetitions the medians are printed.
   void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
+    std::vector<Run> shown;
+    for (const Run& run : runs) {
+      if (run.repetitions <= 1 || run.aggregate_name == "median") shown.push_back(run);
+    }
+    if (!shown.empty()) ConsoleReporter::ReportRuns(shown);
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
       const double time =

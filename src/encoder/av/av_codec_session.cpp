@@ -23,9 +23,10 @@ constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
 // The decoder's buffer that the rate may fill, in parts of a second at the highest rate.
 constexpr uint32_t kBufferParts = 4;
 
-// A frame's slices are encoded in parallel: half of the machine is the host's.
+// A frame's rows or slices are encoded in parallel: half of the machine is the host's, but a second
+// thread pays even on two processors, since the host waits for the frame.
 int ThreadCount() {
-  return static_cast<int>(std::clamp(std::thread::hardware_concurrency() / 2, 1U, 4U));
+  return static_cast<int>(std::clamp(std::thread::hardware_concurrency() / 2, 2U, 4U));
 }
 
 bool IsH264(const CodecConfig& config) { return config.codec == kCodecH264; }
