@@ -1,5 +1,5 @@
-// Ten seconds of real H.264 through the session, the pacer and a socket, with 5 per cent loss behind
-// it: every frame that the code can repair comes out whole, and no other.
+// Ten seconds of real H.264 through the session, the pacer and a socket, with 5 per cent loss
+// behind it: every frame that the code can repair comes out whole, and no other.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -96,32 +96,31 @@ struct Picture {
   static inline std::vector<uint8_t> pixels = std::vector<uint8_t>(kWidth * kHeight * 4);
 };
 
-const Host::PpixSuite kPpix{
-    [](Host::FrameHandle) { return Host::kNoError; },
-    [](Host::FrameHandle, int32_t, char** pixels) {
-      *pixels = reinterpret_cast<char*>(Picture::pixels.data());
-      return Host::kNoError;
-    },
-    [](Host::FrameHandle, Host::Rect* bounds) {
-      *bounds = {0, 0, kWidth, kHeight};
-      return Host::kNoError;
-    },
-    [](Host::FrameHandle, int32_t* rowBytes) {
-      *rowBytes = kWidth * 4;
-      return Host::kNoError;
-    },
-    [](Host::FrameHandle, uint32_t* format) {
-      *format = Host::kPixelFormatBgra;
-      return Host::kNoError;
-    }};
+const Host::PpixSuite kPpix{[](Host::FrameHandle) { return Host::kNoError; },
+                            [](Host::FrameHandle, int32_t, char** pixels) {
+                              *pixels = reinterpret_cast<char*>(Picture::pixels.data());
+                              return Host::kNoError;
+                            },
+                            [](Host::FrameHandle, Host::Rect* bounds) {
+                              *bounds = {0, 0, kWidth, kHeight};
+                              return Host::kNoError;
+                            },
+                            [](Host::FrameHandle, int32_t* rowBytes) {
+                              *rowBytes = kWidth * 4;
+                              return Host::kNoError;
+                            },
+                            [](Host::FrameHandle, uint32_t* format) {
+                              *format = Host::kPixelFormatBgra;
+                              return Host::kNoError;
+                            }};
 
-const Host::SuiteAccess kSuites{
-    [](const char* name, int32_t, const void** suite) {
-      if (std::string(name) != Host::kPpixSuiteName) return Host::Error{-1};
-      *suite = &kPpix;
-      return Host::kNoError;
-    },
-    [](const char*, int32_t) { return Host::kNoError; }};
+const Host::SuiteAccess kSuites{[](const char* name, int32_t, const void** suite) {
+                                  if (std::string(name) != Host::kPpixSuiteName)
+                                    return Host::Error{-1};
+                                  *suite = &kPpix;
+                                  return Host::kNoError;
+                                },
+                                [](const char*, int32_t) { return Host::kNoError; }};
 
 TEST(LossyStream, EveryFrameThatTheCodeCanRepairIsRepaired) {
   SocketLayer layer;

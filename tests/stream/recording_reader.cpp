@@ -28,8 +28,8 @@ RecordingContents ReadRecording(const std::filesystem::path& path) {
     contents.codec = avcodec_get_name(parameters.codec_id);
     contents.width = parameters.width;
     contents.height = parameters.height;
-    contents.bt709Limited = parameters.color_space == AVCOL_SPC_BT709 &&
-                            parameters.color_range == AVCOL_RANGE_MPEG;
+    contents.bt709Limited =
+        parameters.color_space == AVCOL_SPC_BT709 && parameters.color_range == AVCOL_RANGE_MPEG;
   }
   AVPacket* const packet = av_packet_alloc();
   while (av_read_frame(input.get(), packet) >= 0) {

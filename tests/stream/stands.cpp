@@ -10,7 +10,8 @@ namespace Veldrift {
 
 namespace {
 
-constexpr const char* kRun = "echo $$ > \"$1.pid\"; out=$1; shift; exec \"$@\" >\"$out.out\" 2>\"$out.err\"";
+constexpr const char* kRun =
+    "echo $$ > \"$1.pid\"; out=$1; shift; exec \"$@\" >\"$out.out\" 2>\"$out.err\"";
 
 // Looks for a while; on a busy machine a stand-in may need its time to come up.
 template <typename Condition>

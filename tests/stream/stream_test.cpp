@@ -103,9 +103,8 @@ TEST(Stream, KilledPhonesAndNonsenseDoNotKeepTheNextPhoneOut) {
   StreamStage stage("127.0.4.13");
   stage.StartHost(kSmallPicture);
   {
-    Stand killed = stage.Phone(
-        "killed", {"--codec", "h264", "--code-from-log",
-                   PathText(stage.File("home/local/Veldrift/plugin.log"))});
+    Stand killed = stage.Phone("killed", {"--codec", "h264", "--code-from-log",
+                                          PathText(stage.File("home/local/Veldrift/plugin.log"))});
     ASSERT_TRUE(stage.LogEventuallyHas("pair: OK id=killed"));
     ASSERT_TRUE(stage.LogEventuallyHas("SendControl: kEncoderInfo"));
     killed.Kill();
@@ -158,10 +157,13 @@ TEST(Stream, WrongUseIsAnsweredInOneSentenceWithItsOwnExitCode) {
       {"veldrift-host", {"--home", home, "--input", text}, 5},
       {"veldrift-host", {"--home", home, "--module", text}, 3},
       {"veldrift-host", {"--home", home, "--qr"}, 7},
+      {"veldrift-host", {"--home", home, "--host", "unknown"}, 8},
       {"veldrift-phone", {"--host", "127.0.0.1:1", "--bind", "127.0.4.16", "--wait", "0"}, 3},
       {"veldrift-phone", {"--host", "127.0.0.1", "--bind", "127.0.4.15", "--code", "123456"}, 4},
       {"veldrift-phone", {"--discover"}, 8},
   };
+  const auto control = ListenTcp(47130);
+  ASSERT_TRUE(control) << ErrorText();
   int number = 0;
   for (const Case& wrong : cases) {
     Stand stand(wrong.program, std::to_string(number++), folder.Path(), wrong.arguments);
