@@ -12,7 +12,6 @@ enum HostExit : int {
   kExitNoInput = 5,     // no such file, or no video that can be read
   kExitUndisposed = 6,  // the module kept frames, or disposed of one twice
   kExitNotBuiltYet = 7,
-  kExitPortInUse = 8,  // another program listens on the control port
 };
 
 }  // namespace Veldrift

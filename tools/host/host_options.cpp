@@ -20,7 +20,6 @@ Exit codes:
   5  the input file is missing, or holds no video that can be read
   6  the module kept frames, or disposed of one twice
   7  an option that isn't built yet
-  8  another program listens on the control port
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C

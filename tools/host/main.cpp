@@ -10,7 +10,6 @@
 #include "other_name.h"
 #include "platform/file.h"
 #include "platform/interrupt.h"
-#include "platform/socket.h"
 #include "platform/system.h"
 #include "plugin_driver.h"
 #include "summary.h"
@@ -87,24 +86,12 @@ int Report(const HostOptions& options, const DriverCounters& counters) {
                             " that weren't its");
 }
 
-// The module goes on without its port and only logs that; somebody who starts a stand-in wants to
-// know.
-bool ControlPortIsFree(uint16_t port) {
-  const SocketLayer layer;
-  return ListenTcp(port) != nullptr;
-}
-
 int Run(const HostOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
   Sources sources;
   std::string sentence;
   HostExit exit = OpenSources(options, sources, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
-  const uint16_t port = TraitsOf(options.host).controlPort;
-  if (!ControlPortIsFree(port)) {
-    return Complain(kExitPortInUse,
-                    "control port " + std::to_string(port) + " is in use by another program");
-  }
   const ModuleOptions moduleOptions = MoveHome(options.home);
   const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
   PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad);
