@@ -20,6 +20,7 @@ Exit codes:
   5  the input file is missing, or holds no video that can be read
   6  the module kept frames, or disposed of one twice
   7  an option that isn't built yet
+  8  the control port is in use by another program
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
