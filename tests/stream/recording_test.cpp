@@ -75,11 +75,12 @@ TEST_F(Recording, ItsSnapshotsAreImagesOfTheStream) {
 
 TEST_F(Recording, CanBeStreamedWithItsSound) {
   Stage stage;
+  // Once through: then the host goes, and the phone with it.
   ASSERT_NO_FATAL_FAILURE(
-      stage.StartHost({"--input", PathText(stage_->File("take.mkv")), "--audio", "file"}));
+      stage.StartHost({"--input", PathText(stage_->File("take.mkv")), "--audio", "file", "--frames",
+                       std::to_string(file_->pictures - 3)}));
   Child& phone =
       stage.StartPhone("b", {"--codec", "h264", "--record", PathText(stage.File("copy.mkv"))});
-  // The host goes when the file is over, and the phone with it.
   EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0);
   EXPECT_EQ(stage.Host().Summary().value("undisposed", -1), 0);

@@ -54,7 +54,8 @@ std::vector<std::string> NamesOf(const std::map<std::string, Value>& values) {
 void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--module", typed.module,
                  "the plug-in (default: Veldrift.prm beside this program)");
-  auto* input = app.add_option("--input", typed.input, "streams this video file, with its sound");
+  auto* input = app.add_option("--input", typed.input,
+                               "streams this video file over and over, with its sound");
   app.add_flag("--pattern", typed.pattern, "streams a generated picture (default)")
       ->excludes(input);
   app.add_option("--size", typed.size, "of the generated picture, WxH (default 1280x720)")
