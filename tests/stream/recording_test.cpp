@@ -18,9 +18,9 @@ class Recording : public testing::Test {
   static void SetUpTestSuite() {
     stage_ = new Stage;
     stage_->StartHost();
-    Child& phone = stage_->StartPhone(
-        "a", {"--codec", "hevc", "--seconds", "5", "--record", PathText(stage_->File("take.mkv")),
-              "--snapshots", PathText(stage_->File("pictures"))});
+    Child& phone =
+        stage_->StartPhone("a", {"--seconds", "5", "--record", PathText(stage_->File("take.mkv")),
+                                 "--snapshots", PathText(stage_->File("pictures"))});
     EXPECT_EQ(phone.Wait(), 0);
     summary_ = new nlohmann::json(phone.Summary());
     file_ = new VideoFile(ReadVideoFile(stage_->File("take.mkv")));

@@ -25,8 +25,8 @@ TEST(SuddenEnd, AfterAPhoneWasKilledTheNextOneGetsItsPictures) {
 TEST(SuddenEnd, AfterTheHostWasKilledThePhoneEndsAndItsRecordingIsWhole) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone("a", {"--codec", "h264", "--snapshots", PathText(stage.File("a")),
-                                        "--record", PathText(stage.File("take.mkv"))});
+  Child& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
+                                        PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.Host().Kill();
   EXPECT_EQ(stage.Host().Wait(), -1);
@@ -41,8 +41,8 @@ TEST(SuddenEnd, AfterTheHostWasKilledThePhoneEndsAndItsRecordingIsWhole) {
 TEST(SuddenEnd, BothTakeCtrlCAndLeaveEverythingTidy) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone("a", {"--codec", "h264", "--snapshots", PathText(stage.File("a")),
-                                        "--record", PathText(stage.File("take.mkv"))});
+  Child& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
+                                        PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   phone.Interrupt();
   EXPECT_EQ(phone.Wait(), kExitGood);
