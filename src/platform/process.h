@@ -2,6 +2,7 @@
 // and kill.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -29,6 +30,12 @@ class ChildProcess {
 
   // Waits for its end. The exit code, or -1 if it was killed.
   virtual int Wait() = 0;
+
+  // Waits at most `timeoutNanos` for its end. Nothing: it still runs.
+  virtual std::optional<int> WaitFor(int64_t timeoutNanos) = 0;
+
+  // The system's number of it; 0 once its end was seen.
+  virtual uint32_t Number() const = 0;
 };
 
 // Starts `program` with `arguments` (UTF-8), this process's environment and console. Null: it

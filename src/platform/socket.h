@@ -98,6 +98,10 @@ StreamSettings ReadStreamSettings(const StreamSocket& socket);
 // with the reason in ErrorText.
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address = 0);
 
+// True if another program has the TCP port on any of the machine's addresses, so that ListenTcp
+// would have to do without it or share it. Nobody can connect to what asks.
+bool TcpPortInUse(uint16_t port);
+
 // Connects from `localAddress` (0: any) to `remote`, waiting up to `timeoutNanos`. Null on failure,
 // with the reason in ErrorText.
 std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,

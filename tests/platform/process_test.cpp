@@ -43,7 +43,11 @@ TEST(ChildProcess, AKilledOneAnswersMinusOne) {
   const auto child = StartChild("ChildProcess.DISABLED_NeverEnds", folder.Path());
   ASSERT_NE(child, nullptr);
   while (!std::filesystem::exists(folder.Path() / "running")) std::this_thread::yield();
+  EXPECT_EQ(child->WaitFor(0), std::nullopt);
+  EXPECT_NE(child->Number(), 0u);
   child->Kill();
+  EXPECT_EQ(child->WaitFor(60'000'000'000), -1);
+  EXPECT_EQ(child->Number(), 0u);
   EXPECT_EQ(child->Wait(), -1);
 }
 

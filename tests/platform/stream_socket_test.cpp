@@ -200,5 +200,15 @@ TEST_F(StreamSockets, TheLayerLastsUntilItsLastUser) {
   EXPECT_EQ(Send(*near_, "x"), StreamSocket::SendResult::Sent);
 }
 
+TEST(TcpPortInUse, SeesAListenerAndNotWhatIsGone) {
+  const SocketLayer layer;
+  auto listener = ListenTcp(0);
+  ASSERT_NE(listener, nullptr);
+  const uint16_t port = listener->Port();
+  EXPECT_TRUE(TcpPortInUse(port));
+  listener.reset();
+  EXPECT_FALSE(TcpPortInUse(port));
+}
+
 }  // namespace
 }  // namespace Veldrift

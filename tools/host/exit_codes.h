@@ -12,6 +12,7 @@ enum HostExit : int {
   kExitNoInput = 5,     // no such file, or no video that can be read
   kExitUndisposed = 6,  // the module kept frames, or disposed of one twice
   kExitNotBuiltYet = 7,
+  kExitPortInUse = 8,  // the control port: no phone could ever connect
 };
 
 }  // namespace Veldrift

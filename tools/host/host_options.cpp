@@ -20,6 +20,7 @@ Exit codes:
   5  the input file is missing, or holds no video that can be read
   6  the module kept frames, or disposed of one twice
   7  an option that isn't built yet
+  8  the control port is in use by another program
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
@@ -53,7 +54,8 @@ std::vector<std::string> NamesOf(const std::map<std::string, Value>& values) {
 void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--module", typed.module,
                  "the plug-in (default: Veldrift.prm beside this program)");
-  auto* input = app.add_option("--input", typed.input, "streams this video file, with its sound");
+  auto* input = app.add_option("--input", typed.input,
+                               "streams this video file over and over, with its sound");
   app.add_flag("--pattern", typed.pattern, "streams a generated picture (default)")
       ->excludes(input);
   app.add_option("--size", typed.size, "of the generated picture, WxH (default 1280x720)")

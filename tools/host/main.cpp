@@ -10,6 +10,7 @@
 #include "other_name.h"
 #include "platform/file.h"
 #include "platform/interrupt.h"
+#include "platform/socket.h"
 #include "platform/system.h"
 #include "plugin_driver.h"
 #include "summary.h"
@@ -62,6 +63,17 @@ ModuleOptions MoveHome(const std::filesystem::path& home) {
   return options;
 }
 
+// The module goes on without its control port, and says so in its log alone; whoever runs this
+// program wants a phone to connect.
+HostExit CheckControlPort(HostApplication host, std::string& sentence) {
+  const SocketLayer sockets;
+  const uint16_t port = TraitsOf(host).controlPort;
+  if (!TcpPortInUse(port)) return kExitGood;
+  sentence = "control port " + std::to_string(port) +
+             " is in use by another program, so no phone could connect";
+  return kExitPortInUse;
+}
+
 void Announce(const HostOptions& options, const PictureFormat& format) {
   if (options.json) return;
   const HostTraits& traits = TraitsOf(options.host);
@@ -91,6 +103,7 @@ int Run(const HostOptions& options) {
   Sources sources;
   std::string sentence;
   HostExit exit = OpenSources(options, sources, sentence);
+  if (exit == kExitGood) exit = CheckControlPort(options.host, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
   const ModuleOptions moduleOptions = MoveHome(options.home);
   const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;

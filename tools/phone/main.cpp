@@ -67,7 +67,10 @@ int Report(const PhoneOptions& options, const RunResult& result) {
 int Run(const PhoneOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
   av_log_set_level(AV_LOG_FATAL);
-  MediaReceiver receiver({.bindAddress = options.bindAddress, .loss = options.loss, .limits = {}});
+  AssemblerLimits limits;
+  limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
+  MediaReceiver receiver(
+      {.bindAddress = options.bindAddress, .loss = options.loss, .limits = limits});
   std::string sentence;
   const MediaReceiver::OpenResult opened = receiver.Open(sentence);
   if (opened != MediaReceiver::OpenResult::Opened) {
@@ -91,8 +94,9 @@ int Run(const PhoneOptions& options) {
   media.Finish();
   link.Close();
   return Report(options,
-                {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio), media,
-                 link.EncoderText(), link.Violation(), link.Messages(), startNs, endNs});
+                {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio),
+                 receiver.Lost(StreamType::Video), media, link.EncoderText(), link.Violation(),
+                 link.Messages(), startNs, endNs});
 }
 
 }  // namespace

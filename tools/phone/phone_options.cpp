@@ -102,6 +102,10 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option("--reorder", options.loss.reorderPercent, "delay so many per cent of them")
       ->check(CLI::Range(0.0, 100.0));
   app.add_option("--seed", options.loss.seed, "of the simulated loss")->capture_default_str();
+  app.add_option("--patience", options.patienceMs,
+                 "milliseconds that a whole frame waits for older ones")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 60'000));
   app.add_option("--record", typed.record, "records to FILE: .mkv, .mp4 or .mov");
   app.add_option("--snapshots", typed.snapshots, "writes PNG pictures into this folder");
   app.add_option("--seconds", options.seconds, "ends so long after the pairing (0: goes on)")

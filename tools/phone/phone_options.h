@@ -32,6 +32,7 @@ struct PhoneOptions {
   std::vector<uint8_t> keys;  // opcodes
 
   LossSettings loss;
+  int patienceMs = 60;  // how long a whole frame waits for older ones
   std::filesystem::path record;
   std::filesystem::path snapshots;
   double seconds = 0;  // 0: until Ctrl-C or the plug-in's end

@@ -75,6 +75,20 @@ Json StreamJson(const MediaCounters& counters) {
           {"violation_texts", a.violationTexts}};
 }
 
+// "came" counts what came through the simulated network: at "data" and above, the code could have
+// repaired the frame.
+Json LostJson(const std::vector<LostFrame>& lost) {
+  Json json = Json::array();
+  for (const LostFrame& frame : lost) {
+    json.push_back({{"frame", frame.frameNumber},
+                    {"data", frame.dataCount},
+                    {"parity", frame.parityCount},
+                    {"came", frame.came},
+                    {"dropped", frame.dropped}});
+  }
+  return json;
+}
+
 Json MessageJson(const StatusMessage& message, int64_t startNs) {
   Json json = {{"ms", double(message.timeNs - startNs) / 1e6},
                {"opcode", message.opcode},
@@ -183,6 +197,7 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   json["encoder"] = result.encoder;
   json["video"] = StreamJson(result.video);
   json["audio"] = StreamJson(result.audio);
+  json["lost_video"] = LostJson(result.lostVideo);
   json["decoder"] = {{"decoded", decoder.Counters().decoded},
                      {"skipped", decoder.Counters().skipped},
                      {"failed", decoder.Counters().failed},

@@ -14,6 +14,7 @@ namespace Veldrift {
 struct RunResult {
   MediaCounters video;
   MediaCounters audio;
+  std::vector<LostFrame> lostVideo;
   const MediaPipeline& media;
   std::string encoder;  // as the plug-in describes it
   std::string controlViolation;

@@ -35,7 +35,7 @@ class MediaReceiver::Stream {
          std::unique_ptr<DatagramSocket> socket)
       : socket_(std::move(socket)),
         assembler_(stream, options.limits,
-                   [this](WholeFrame&& frame) { (*onFrame_)(std::move(frame)); }),
+                   [this](WholeFrame&& frame) { Deliver(std::move(frame)); }),
         loss_(SeedFor(stream, options.loss),
               [this](std::span<const std::byte> bytes) { assembler_.Add(bytes, nowNs_); }) {}
 
@@ -53,6 +53,8 @@ class MediaReceiver::Stream {
     return published_;
   }
 
+  std::vector<LostFrame> Lost() const { return ledger_.Lost(); }
+
  private:
   // Two streams with the same seed would lose in step.
   static LossSettings SeedFor(StreamType stream, LossSettings settings) {
@@ -65,13 +67,24 @@ class MediaReceiver::Stream {
     while (running) {
       const std::ptrdiff_t length = socket_->Receive(buffer, kSliceNs);
       nowNs_ = SteadyNanos();
-      if (length >= 0) loss_.Push(std::span(buffer).first(size_t(length)));
+      if (length >= 0) PassOn(std::span(buffer).first(size_t(length)));
       assembler_.Poll(nowNs_);
       if (nowNs_ - publishedNs_ >= kSliceNs) Publish();
     }
     loss_.Flush();
     assembler_.Flush();
     Publish();
+  }
+
+  void PassOn(std::span<const std::byte> datagram) {
+    const uint64_t before = loss_.Dropped();
+    loss_.Push(datagram);
+    ledger_.Note(datagram, loss_.Dropped() > before);
+  }
+
+  void Deliver(WholeFrame&& frame) {
+    ledger_.Delivered(frame.frameNumber);
+    (*onFrame_)(std::move(frame));
   }
 
   void Publish() {
@@ -87,6 +100,7 @@ class MediaReceiver::Stream {
   int64_t publishedNs_ = 0;   // the receiving thread's
   FrameAssembler assembler_;  // the receiving thread's
   LossSimulator loss_;        // the receiving thread's
+  ArrivalLedger ledger_;      // the receiving thread's
   mutable Mutex mutex_;
   MediaCounters published_ VD_GUARDED_BY(mutex_);
   std::thread thread_;
@@ -125,6 +139,11 @@ void MediaReceiver::Stop() {
 MediaCounters MediaReceiver::Counters(StreamType stream) const {
   const Stream* which = stream == StreamType::Video ? video_.get() : audio_.get();
   return which != nullptr ? which->Counters() : MediaCounters{};
+}
+
+std::vector<LostFrame> MediaReceiver::Lost(StreamType stream) const {
+  const Stream* which = stream == StreamType::Video ? video_.get() : audio_.get();
+  return which != nullptr ? which->Lost() : std::vector<LostFrame>{};
 }
 
 }  // namespace Veldrift

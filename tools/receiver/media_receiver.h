@@ -13,10 +13,12 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "net/media_datagram.h"
 #include "platform/mutex.h"
 #include "platform/socket.h"
+#include "tools/receiver/arrival_ledger.h"
 #include "tools/receiver/frame_assembler.h"
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/whole_frame.h"
@@ -57,6 +59,9 @@ class MediaReceiver {
   void Stop();
 
   MediaCounters Counters(StreamType stream) const;
+
+  // After Stop: the frames that were lost, with what had come of them.
+  std::vector<LostFrame> Lost(StreamType stream) const;
 
  private:
   class Stream;

@@ -5,8 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
+#include <thread>
 
 #include "platform/system.h"
 
@@ -14,6 +17,9 @@ extern char** environ;
 
 namespace Veldrift {
 namespace {
+
+// The system has no wait for a child that ends by itself after a time.
+constexpr int64_t kAskNanos = 5'000'000;
 
 // The argument table as the system takes it; it points into what it was made from.
 std::vector<char*> ArgumentTable(const std::string& program,
@@ -46,16 +52,34 @@ class PosixChildProcess final : public ChildProcess {
   }
 
   int Wait() override {
-    if (process_ <= 0) return exitCode_;
-    int status = 0;
-    while (waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-    }
-    process_ = 0;
-    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    Reap(0);
     return exitCode_;
   }
 
+  std::optional<int> WaitFor(int64_t timeoutNanos) override {
+    for (int64_t left = timeoutNanos; !Reap(WNOHANG); left -= kAskNanos) {
+      if (left <= 0) return std::nullopt;
+      std::this_thread::sleep_for(std::chrono::nanoseconds(std::min(left, kAskNanos)));
+    }
+    return exitCode_;
+  }
+
+  uint32_t Number() const override { return uint32_t(process_); }
+
  private:
+  // False: it still runs.
+  bool Reap(int options) {
+    if (process_ <= 0) return true;
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = waitpid(process_, &status, options)) < 0 && errno == EINTR) {
+    }
+    if (ended == 0) return false;
+    process_ = 0;
+    exitCode_ = ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return true;
+  }
+
   pid_t process_;
   int exitCode_ = -1;
 };

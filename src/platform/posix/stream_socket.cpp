@@ -131,6 +131,13 @@ std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
   return std::make_unique<PosixStreamListener>(std::move(socket));
 }
 
+bool TcpPortInUse(uint16_t port) {
+  Descriptor socket = OpenSocket(SOCK_STREAM);
+  if (!socket) return false;
+  SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+  return !Bind(socket, {0, port}) && errno == EADDRINUSE;
+}
+
 std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
                                          int64_t timeoutNanos) {
   Descriptor socket = OpenSocket(SOCK_STREAM);

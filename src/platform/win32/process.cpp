@@ -20,15 +20,25 @@ class WinChildProcess final : public ChildProcess {
 
   int Wait() override {
     WaitForSingleObject(process_.Get(), INFINITE);
+    ended_ = true;
     DWORD code = kKilled;
     GetExitCodeProcess(process_.Get(), &code);
     return code == kKilled ? -1 : static_cast<int>(code);
   }
 
+  std::optional<int> WaitFor(int64_t timeoutNanos) override {
+    const auto millis = static_cast<DWORD>(timeoutNanos / 1'000'000);
+    if (WaitForSingleObject(process_.Get(), millis) == WAIT_TIMEOUT) return std::nullopt;
+    return Wait();
+  }
+
+  uint32_t Number() const override { return ended_ ? 0 : GetProcessId(process_.Get()); }
+
  private:
   static constexpr DWORD kKilled = 0xFFFFFFFF;
 
   const Handle process_;
+  bool ended_ = false;
 };
 
 }  // namespace

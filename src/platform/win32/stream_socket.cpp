@@ -165,6 +165,16 @@ std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
   return std::make_unique<WinStreamListener>(std::move(socket));
 }
 
+bool TcpPortInUse(uint16_t port) {
+  OwnedSocket socket = OpenSocket(SOCK_STREAM);
+  if (!socket) return false;
+  // Address reuse would let two programs share the port here.
+  SetOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+  if (Bind(socket, {0, port})) return false;
+  const int error = WSAGetLastError();
+  return error == WSAEADDRINUSE || error == WSAEACCES;
+}
+
 std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
                                          int64_t timeoutNanos) {
   OwnedSocket socket = OpenSocket(SOCK_STREAM);

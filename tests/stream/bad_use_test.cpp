@@ -1,0 +1,128 @@
+// What users get for a mistake: one sentence, and an exit code that says which.
+#include <gtest/gtest.h>
+
+#include "platform/file.h"
+#include "platform/socket.h"
+#include "tests/stream/stage.h"
+#include "tools/receiver/media_receiver.h"
+
+namespace Veldrift {
+namespace {
+
+// "@" in an argument stands for the test's folder.
+struct Mistake {
+  const char* name;
+  const char* program;
+  Arguments arguments;
+  int exit;
+  const char* sentence;  // a part of it
+};
+
+void PrintTo(const Mistake& mistake, std::ostream* out) { *out << mistake.name; }
+
+class BadUse : public testing::TestWithParam<Mistake> {};
+
+void ExpectOneSentence(const Child& child, const std::string& program, const std::string& part) {
+  const std::vector<std::string> said = child.Complaints();
+  ASSERT_EQ(said.size(), 1u) << testing::PrintToString(said);
+  EXPECT_TRUE(said[0].starts_with(program + ": ")) << said[0];
+  EXPECT_NE(said[0].find(part), std::string::npos) << said[0];
+}
+
+TEST_P(BadUse, IsAnsweredInOneSentence) {
+  const Mistake& mistake = GetParam();
+  Stage stage;
+  ASSERT_EQ(WriteWholeFile(stage.File("letter.mp4"), "Dear Sir or Madam,\nthis is no video.\n"),
+            WriteResult::Written);
+  Arguments arguments = mistake.arguments;
+  for (std::string& argument : arguments) {
+    if (argument.starts_with("@")) argument = PathText(stage.File(argument.substr(1)));
+  }
+  Child child(mistake.program, arguments, stage.NewStem("child"));
+  EXPECT_EQ(child.Wait(), mistake.exit);
+  ExpectOneSentence(child, mistake.program, mistake.sentence);
+}
+
+const char* const kHost = "veldrift-host";
+const char* const kPhone = "veldrift-phone";
+
+INSTANTIATE_TEST_SUITE_P(
+    Mistakes, BadUse,
+    testing::Values(
+        Mistake{
+            "HostMissingFile", kHost, {"--home", "@home", "--input", "@none.mp4"}, 5, "none.mp4"},
+        Mistake{
+            "HostNoVideo", kHost, {"--home", "@home", "--input", "@letter.mp4"}, 5, "letter.mp4"},
+        Mistake{"HostUnknownOption", kHost, {"--frobnicate"}, 2, "--frobnicate"},
+        Mistake{"HostBadSize", kHost, {"--size", "7"}, 2, "--size 7"},
+        Mistake{"HostNoSoundFile", kHost, {"--audio", "file"}, 2, "--input"},
+        Mistake{"HostQr", kHost, {"--qr"}, 7, "isn't built yet"},
+        Mistake{"PhoneNoHost", kPhone, {}, 2, "--host is missing"},
+        Mistake{"PhoneUnknownOption", kPhone, {"--frobnicate"}, 2, "--frobnicate"},
+        Mistake{"PhoneBadCode", kPhone, {"--host", "127.0.0.1", "--code", "12"}, 2, "six digits"},
+        Mistake{"PhoneBadAddress", kPhone, {"--host", "nowhere"}, 2, "nowhere"},
+        Mistake{"PhoneUri", kPhone, {"--uri", "veldrift://x"}, 8, "aren't built yet"},
+        Mistake{"PhoneDiscover", kPhone, {"--discover"}, 8, "aren't built yet"}),
+    [](const auto& given) { return std::string(given.param.name); });
+
+TEST(BadUse, AModuleThatIsNotThereIsNamed) {
+  Stage stage;
+  // Whoever has the control port must not be taken for the fault that is meant.
+  uint16_t port = 0;
+  const char* role = nullptr;
+  for (const auto& [name, candidate] :
+       {std::pair{"mediaencoder", 47120}, {"aftereffects", 47110}, {"premiere", 47100}}) {
+    if (role != nullptr || TcpPortInUse(uint16_t(candidate))) continue;
+    port = uint16_t(candidate);
+    role = name;
+  }
+  ASSERT_NE(port, 0) << "every control port is in use";
+  Child host(kHost,
+             {"--host", role, "--home", PathText(stage.File("home")), "--module",
+              PathText(stage.File("none.prm"))},
+             stage.NewStem("host"));
+  EXPECT_EQ(host.Wait(), 3);
+  ExpectOneSentence(host, kHost, "none.prm");
+}
+
+TEST(BadUse, NobodyListeningIsSaid) {
+  Stage stage;
+  uint16_t port = 0;
+  {
+    const SocketLayer sockets;
+    port = ListenTcp(0)->Port();  // free again at once
+  }
+  const std::string endpoint = "127.0.0.1:" + std::to_string(port);
+  Child phone(kPhone, {"--host", endpoint, "--bind", stage.NewAddress(), "--wait", "0.2"},
+              stage.NewStem("phone"));
+  EXPECT_EQ(phone.Wait(), 3);
+  ExpectOneSentence(phone, kPhone, "no plug-in answers at " + endpoint);
+}
+
+TEST(BadUse, AMediaPortInUseIsNamed) {
+  for (const uint16_t port : {uint16_t{47101}, uint16_t{47102}}) {
+    Stage stage;
+    const SocketLayer sockets;
+    const std::string address = stage.NewAddress();
+    const auto taken = OpenDatagramReceiver({*ParseAddress(address), port}, 0);
+    ASSERT_NE(taken, nullptr);
+    Child phone(kPhone, {"--host", "127.0.0.1", "--bind", address}, stage.NewStem("phone"));
+    EXPECT_EQ(phone.Wait(), 4);
+    ExpectOneSentence(phone, kPhone,
+                      "port " + std::to_string(port) + " on " + address + " is in use");
+  }
+}
+
+TEST(BadUse, AControlPortInUseEndsTheHost) {
+  Stage stage;
+  const SocketLayer sockets;
+  // If another program of this machine has it, so much the better.
+  const auto taken = ListenTcp(47120);
+  Child host(kHost, {"--host", "mediaencoder", "--home", PathText(stage.File("home"))},
+             stage.NewStem("host"));
+  EXPECT_EQ(host.Wait(), 8);
+  ExpectOneSentence(host, kHost, "control port 47120 is in use");
+}
+
+}  // namespace
+}  // namespace Veldrift

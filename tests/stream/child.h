@@ -1,0 +1,50 @@
+// One of the stand-ins as a process of its own, with what it says kept in files.
+//
+// Threads: one thread uses it.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "platform/process.h"
+
+namespace Veldrift {
+
+// How long anything may take before a test calls it hung. No test waits so long when all is well.
+inline constexpr int64_t kPatienceNanos = 90'000'000'000;
+
+// Asks until `holds`. False: it still didn't when patience ran out.
+bool Eventually(const std::function<bool()>& holds);
+
+// The program of that name beside this one.
+std::filesystem::path BesideThis(const std::string& name);
+
+class Child {
+ public:
+  // Starts `program`; its output goes to `stem`.out and `stem`.err, its temporary files into the
+  // stem's folder.
+  Child(const std::string& program, std::vector<std::string> arguments, std::filesystem::path stem);
+
+  // The exit code; -1 if it was killed, also for hanging.
+  int Wait();
+  // As if Ctrl-C were pressed.
+  void Interrupt();
+  void Kill() { process_->Kill(); }
+  bool Ended() { return process_->WaitFor(0).has_value(); }
+
+  std::string Output() const;
+  // What it said on stderr but for the block code's own greeting; one line an entry.
+  std::vector<std::string> Complaints() const;
+  // The summary that --json makes; an empty object if there is none.
+  nlohmann::json Summary() const;
+
+ private:
+  const std::filesystem::path stem_;
+  std::unique_ptr<ChildProcess> process_;
+};
+
+}  // namespace Veldrift

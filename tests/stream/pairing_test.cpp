@@ -1,0 +1,57 @@
+// Who gets in, and who has to go for it.
+#include <gtest/gtest.h>
+
+#include "platform/file.h"
+#include "tests/stream/stage.h"
+#include "tools/phone/exit_codes.h"
+
+namespace Veldrift {
+namespace {
+
+TEST(Pairing, AKnownPhoneComesBackByItsTokenWithoutACode) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  Child& first = stage.StartPhone("a", {"--seconds", "1.5"});
+  EXPECT_EQ(first.Wait(), kExitGood);
+  ExpectGoodPictures(first.Summary());
+  EXPECT_EQ(stage.CountInHostLog("pair: challenge="), 1u);
+  Child& again = stage.StartPhoneWithoutCode("a", {"--seconds", "1.5"});
+  EXPECT_EQ(again.Wait(), kExitGood) << testing::PrintToString(again.Complaints());
+  ExpectGoodPictures(again.Summary());
+  EXPECT_EQ(stage.CountInHostLog("pair: challenge="), 1u);
+  stage.EndHost();
+}
+
+TEST(Pairing, AWrongCodeIsRefusedAndTheNextPhoneGetsIn) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  // One code in a million is the right one; two tries tell a refusal from an accident.
+  Child& guess = stage.StartPhoneWithoutCode("a", {"--code", "000000", "--seconds", "1"});
+  EXPECT_EQ(guess.Wait(), kExitRefused);
+  EXPECT_EQ(guess.Complaints(), std::vector<std::string>{"veldrift-phone: the plug-in refused the "
+                                                         "pairing: the code was wrong"});
+  EXPECT_FALSE(std::filesystem::exists(stage.File("a.token")));
+  Child& mute = stage.StartPhoneWithoutCode("b", {"--seconds", "1"});  // nobody types a code
+  EXPECT_EQ(mute.Wait(), kExitRefused);
+  Child& right = stage.StartPhone("a", {"--seconds", "1.5"});
+  EXPECT_EQ(right.Wait(), kExitGood);
+  ExpectGoodPictures(right.Summary());
+  stage.EndHost();
+}
+
+TEST(Pairing, ASecondPhoneTakesTheFirstOnesPlace) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  Child& first = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
+  ASSERT_TRUE(ShowsPictures(stage.File("a")));
+  Child& second = stage.StartPhone("b", {"--seconds", "2"});
+  // Nothing tells the first to stop but the end of its connection; what it got was good.
+  EXPECT_EQ(first.Wait(), kExitGood) << testing::PrintToString(first.Complaints());
+  ExpectGoodPictures(first.Summary());
+  EXPECT_EQ(second.Wait(), kExitGood) << testing::PrintToString(second.Complaints());
+  ExpectGoodPictures(second.Summary());
+  stage.EndHost();
+}
+
+}  // namespace
+}  // namespace Veldrift

@@ -1,0 +1,118 @@
+// What a phone leaves behind, read by somebody else's code; and a recording as a host's input.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/file.h"
+#include "tests/stream/stage.h"
+#include "tests/stream/video_file.h"
+
+namespace Veldrift {
+namespace {
+
+constexpr double kWorstDifference = 6;  // levels of 255; the lossy codec's share
+
+// Streams once for all of the subject's tests.
+class Recording : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    stage_ = new Stage;
+    stage_->StartHost();
+    Child& phone =
+        stage_->StartPhone("a", {"--seconds", "5", "--record", PathText(stage_->File("take.mkv")),
+                                 "--snapshots", PathText(stage_->File("pictures"))});
+    EXPECT_EQ(phone.Wait(), 0);
+    summary_ = new nlohmann::json(phone.Summary());
+    file_ = new VideoFile(ReadVideoFile(stage_->File("take.mkv")));
+    stage_->EndHost();
+  }
+
+  static void TearDownTestSuite() {
+    delete file_;
+    delete summary_;
+    delete stage_;
+  }
+
+  static inline Stage* stage_ = nullptr;
+  static inline nlohmann::json* summary_ = nullptr;
+  static inline VideoFile* file_ = nullptr;
+};
+
+TEST_F(Recording, HoldsEveryPictureInOrderAndRight) {
+  const nlohmann::json& summary = *summary_;
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  EXPECT_EQ(summary["recording"]["files"], 1);
+  EXPECT_EQ(file_->error, "");
+  EXPECT_EQ(file_->codec, "hevc");
+  EXPECT_EQ(file_->width, 640);
+  EXPECT_EQ(file_->height, 360);
+  // Without losses these two are the same number.
+  EXPECT_GE(file_->pictures, summary["decoder"]["decoded"]);
+  EXPECT_LE(file_->pictures, summary["video"]["frames_whole"]);
+  EXPECT_EQ(file_->stamps.size(), size_t(file_->pictures));
+  // The first may be the picture that greets a new phone.
+  EXPECT_TRUE(std::is_sorted(file_->stamps.begin() + 1, file_->stamps.end()));
+  EXPECT_LT(file_->worstDifference, kWorstDifference);
+}
+
+TEST_F(Recording, SaysItsColoursAreBt709) { EXPECT_TRUE(file_->saysBt709Limited); }
+
+TEST_F(Recording, HasTheSoundAsLongAsThePicture) {
+  EXPECT_GT((*summary_)["audio"]["frames_whole"], 0);
+  EXPECT_EQ(file_->soundRate, 48'000);
+  EXPECT_EQ(file_->soundChannels, 2);
+  EXPECT_GT(file_->soundLevel, 0.01);
+  EXPECT_GT(file_->videoSeconds, 2);
+  EXPECT_NEAR(file_->soundSeconds, file_->videoSeconds, 0.5);
+}
+
+TEST_F(Recording, ItsSnapshotsAreImagesOfTheStream) {
+  const std::vector<ImageSize> sizes = ReadPngs(stage_->File("pictures"));
+  EXPECT_EQ(sizes.size(), (*summary_)["snapshots"]);
+  ASSERT_FALSE(sizes.empty());
+  for (const ImageSize& size : sizes) EXPECT_EQ(size, (ImageSize{640, 360}));
+}
+
+TEST_F(Recording, CanBeStreamedWithItsSound) {
+  Stage stage;
+  // Once through: then the host goes, and the phone with it.
+  ASSERT_NO_FATAL_FAILURE(
+      stage.StartHost({"--input", PathText(stage_->File("take.mkv")), "--audio", "file", "--frames",
+                       std::to_string(file_->pictures - 3)}));
+  Child& phone =
+      stage.StartPhone("b", {"--codec", "h264", "--record", PathText(stage.File("copy.mkv"))});
+  EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
+  EXPECT_EQ(stage.Host().Wait(), 0);
+  EXPECT_EQ(stage.Host().Summary().value("undisposed", -1), 0);
+  const nlohmann::json summary = phone.Summary();
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  EXPECT_EQ(summary["codec"], "H.264");
+  EXPECT_EQ(summary["width"], 640);
+  EXPECT_EQ(summary["height"], 360);
+  EXPECT_GT(summary["audio"]["frames_whole"], 0);
+  const VideoFile copy = ReadVideoFile(stage.File("copy.mkv"));
+  EXPECT_EQ(copy.error, "");
+  EXPECT_GE(copy.pictures, 10);
+  EXPECT_GT(copy.soundLevel, 0.01);
+  EXPECT_LT(copy.worstDifference, kWorstDifference);
+}
+
+TEST(Scaling, TheShorterSideIsNoLongerThanThePhoneAllows) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  const auto pictures = stage.File("pictures");
+  Child& phone = stage.StartPhone("a", {"--max-short-side", "180", "--codec", "h264", "--seconds",
+                                        "3", "--snapshots", PathText(pictures)});
+  EXPECT_EQ(phone.Wait(), 0);
+  const nlohmann::json summary = phone.Summary();
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  EXPECT_EQ(summary["width"], 320);
+  EXPECT_EQ(summary["height"], 180);
+  const std::vector<ImageSize> sizes = ReadPngs(pictures);
+  ASSERT_FALSE(sizes.empty());
+  EXPECT_EQ(sizes.back(), (ImageSize{320, 180}));
+  stage.EndHost();
+}
+
+}  // namespace
+}  // namespace Veldrift

@@ -1,0 +1,67 @@
+// A stream over a bad network: what arrived is held against what the network let through.
+#include <gtest/gtest.h>
+
+#include "tests/stream/stage.h"
+
+namespace Veldrift {
+namespace {
+
+struct Case {
+  const char* codec;
+  const char* codecName;
+  const char* seconds;
+  int fewestFrames;  // of 30 a second; a machine that is busy or under a sanitizer gets fewer
+};
+
+class Repair : public testing::TestWithParam<Case> {};
+
+// Any K of a frame's K+M fragments give it back: only more than M losses may cost a frame.
+void ExpectOnlyFramesBeyondRepairLost(const nlohmann::json& summary) {
+  for (const auto& frame : summary["lost_video"]) {
+    EXPECT_LT(frame["came"].get<int>(), frame["data"].get<int>()) << frame;
+    EXPECT_GT(frame["parity"].get<int>(), 0) << frame;
+  }
+  // Numbers of which nothing came at all are lost too, and stand in no list.
+  EXPECT_GE(summary["video"]["frames_lost"], summary["lost_video"].size());
+}
+
+// The simulated network is what its options say, and every frame met it.
+void ExpectFivePerCentDropped(const nlohmann::json& video) {
+  const double dropped = video["simulated_drops"];
+  const double sent = dropped + video["datagrams"].get<double>();
+  EXPECT_GT(dropped / sent, 0.03);
+  EXPECT_LT(dropped / sent, 0.07);
+  EXPECT_GT(video["simulated_reorders"], 0);
+}
+
+TEST_P(Repair, EveryFrameThatTheCodeCanRepairIsRepaired) {
+  const Case& given = GetParam();
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  // The patience takes the machine's speed out: a frame is given up for what didn't come alone.
+  Child& phone =
+      stage.StartPhone("a", {"--codec", given.codec, "--drop", "5", "--reorder", "2", "--seed",
+                             "20", "--patience", "20000", "--seconds", given.seconds});
+  EXPECT_EQ(phone.Wait(), 0);
+  const nlohmann::json summary = phone.Summary();
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  EXPECT_EQ(summary["codec"], given.codecName);
+  EXPECT_EQ(summary["width"], 640);
+  EXPECT_EQ(summary["height"], 360);
+  const auto& video = summary["video"];
+  EXPECT_GE(video["frames_whole"], given.fewestFrames);
+  EXPECT_GE(video["frames_repaired"], given.fewestFrames / 4);
+  ExpectFivePerCentDropped(video);
+  ExpectOnlyFramesBeyondRepairLost(summary);
+  EXPECT_GT(summary["audio"]["frames_whole"], 0);
+  const nlohmann::json host = stage.EndHost();
+  EXPECT_GE(host["frames_pushed"], video["frames_whole"]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, Repair,
+                         testing::Values(Case{"h264", "H.264", "10", 80},
+                                         Case{"hevc", "HEVC", "5", 20}),
+                         [](const auto& given) { return std::string(given.param.codec); });
+
+}  // namespace
+}  // namespace Veldrift

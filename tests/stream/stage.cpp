@@ -1,0 +1,131 @@
+#include "tests/stream/stage.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "platform/file.h"
+#include "platform/system.h"
+#include "tools/host/exit_codes.h"
+
+namespace Veldrift {
+
+namespace {
+
+// What a test forgets or loses ends by itself.
+constexpr const char* kLongestRunSeconds = "300";
+constexpr const char* kWaitSeconds = "60";
+
+constexpr std::array kRoles = {HostApplication::MediaEncoder, HostApplication::AfterEffects,
+                               HostApplication::Premiere, HostApplication::UnknownHost};
+constexpr std::array kRoleNames = {"premiere", "aftereffects", "mediaencoder", "unknown"};
+
+Arguments Join(Arguments first, const Arguments& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+}  // namespace
+
+std::string Stage::NewAddress() {
+  static int count = 0;
+  const uint32_t process = ProcessNumber();
+  return "127." + std::to_string(16 + process / 256 % 200) + "." + std::to_string(process % 256) +
+         "." + std::to_string(1 + count++ % 254);
+}
+
+std::string Stage::NewStem(const std::string& what) {
+  return PathText(folder_.Path() / (what + "-" + std::to_string(++stems_)));
+}
+
+std::string Stage::HostLog() const {
+  return PathText(home_ / "local" / "Veldrift" / PerHostFileName(role_, "plugin", ".log"));
+}
+
+size_t Stage::CountInHostLog(std::string_view text) const {
+  const std::string log = ReadWholeFile(HostLog()).value_or("");
+  size_t count = 0;
+  for (size_t at = log.find(text); at != log.npos; at = log.find(text, at + 1)) ++count;
+  return count;
+}
+
+bool Stage::TryHost(const Arguments& arguments) {
+  const std::string stem = NewStem("host");
+  home_ = stem + "-home";
+  host_ = std::make_unique<Child>("veldrift-host",
+                                  Join({"--host", kRoleNames[size_t(role_)], "--home",
+                                        PathText(home_), "--json", "--seconds", kLongestRunSeconds},
+                                       arguments),
+                                  stem);
+  bool listens = false;
+  Eventually([&] {
+    listens = CountInHostLog(" Listening on :") > 0;
+    return listens || CountInHostLog("CreateTcpListener") > 0 || host_->Ended();
+  });
+  return listens;
+}
+
+void Stage::StartHost(const Arguments& arguments) {
+  const bool started = Eventually([&] {
+    for (const HostApplication role : kRoles) {
+      role_ = role;
+      if (TryHost(arguments)) return true;
+      host_->Kill();
+      const int code = host_->Wait();
+      if (code != kExitPortInUse && code != -1) return true;  // a fault, and no use to try again
+    }
+    return false;
+  });
+  ASSERT_TRUE(started) << "every control port stays in use";
+  ASSERT_FALSE(host_->Ended()) << testing::PrintToString(host_->Complaints());
+}
+
+Child& Stage::StartPhone(const std::string& id, const Arguments& arguments) {
+  return StartPhoneWithoutCode(id, Join({"--code-from-log", HostLog()}, arguments));
+}
+
+Child& Stage::StartPhoneWithoutCode(const std::string& id, const Arguments& arguments) {
+  const Arguments common = {"--host",
+                            "127.0.0.1:" + std::to_string(ControlPort()),
+                            "--bind",
+                            NewAddress(),
+                            "--id",
+                            id,
+                            "--name",
+                            "Phone " + id,
+                            "--wait",
+                            kWaitSeconds,
+                            "--json",
+                            "--token-file",
+                            PathText(File(id + ".token"))};
+  return phones_.emplace_back("veldrift-phone", Join(common, arguments), NewStem(id));
+}
+
+nlohmann::json Stage::EndHost() {
+  host_->Interrupt();
+  EXPECT_EQ(host_->Wait(), 0) << testing::PrintToString(host_->Complaints());
+  EXPECT_TRUE(host_->Complaints().empty()) << testing::PrintToString(host_->Complaints());
+  nlohmann::json summary = host_->Summary();
+  EXPECT_EQ(summary.value("undisposed", -1), 0);
+  EXPECT_EQ(summary.value("wrongly_disposed", -1), 0);
+  EXPECT_EQ(summary.value("suites_held", -1), 0);
+  return summary;
+}
+
+bool ShowsPictures(const std::filesystem::path& snapshots) {
+  return Eventually([&] { return std::filesystem::exists(snapshots / "picture-01.png"); });
+}
+
+void ExpectGoodPictures(const nlohmann::json& summary) {
+  ASSERT_TRUE(summary.contains("stamps")) << "no summary";
+  EXPECT_EQ(summary["exit"], 0) << summary["verdict"];
+  EXPECT_EQ(summary["video"]["violations"], 0);
+  EXPECT_EQ(summary["audio"]["violations"], 0);
+  EXPECT_EQ(summary["decoder"]["failed"], 0);
+  EXPECT_EQ(summary["stamps"]["out_of_order"], 0);
+  EXPECT_EQ(summary["stamps"]["unreadable"], 0);
+  EXPECT_EQ(summary["stamps"]["stamped"], summary["decoder"]["decoded"]);
+  EXPECT_GE(summary["decoder"]["decoded"], 10);
+}
+
+}  // namespace Veldrift

@@ -1,0 +1,63 @@
+// Where the stand-ins meet: a folder of its own, loopback addresses that no other run of these
+// tests has, a host, and phones.
+//
+// Threads: one thread uses it.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/paths.h"
+#include "tests/stream/child.h"
+#include "tests/support/scratch.h"
+
+namespace Veldrift {
+
+using Arguments = std::vector<std::string>;
+
+class Stage {
+ public:
+  // Starts a host and waits until a phone can connect. It takes the part of an application whose
+  // control port is free: the machine may be shared.
+  void StartHost(const Arguments& arguments = {"--size", "640x360", "--fps", "30"});
+
+  Child& Host() { return *host_; }
+  uint16_t ControlPort() const { return TraitsOf(role_).controlPort; }
+  std::string HostLog() const;
+  size_t CountInHostLog(std::string_view text) const;
+
+  // A phone that pairs by the code in the host's log. `id` names the phone: the same id again has
+  // the same token file.
+  Child& StartPhone(const std::string& id, const Arguments& arguments);
+  // The same without a code: the token must do, or what `arguments` give.
+  Child& StartPhoneWithoutCode(const std::string& id, const Arguments& arguments);
+
+  // Ends the host by Ctrl-C and expects that it got every frame back; its summary.
+  nlohmann::json EndHost();
+
+  std::filesystem::path File(const std::string& name) const { return folder_.Path() / name; }
+  // A loopback address that is this process's own.
+  std::string NewAddress();
+  std::string NewStem(const std::string& what);
+
+ private:
+  bool TryHost(const Arguments& arguments);
+
+  ScratchFolder folder_;  // first, so that the children are gone before it
+  std::filesystem::path home_;
+  HostApplication role_ = HostApplication::MediaEncoder;
+  std::unique_ptr<Child> host_;
+  std::deque<Child> phones_;
+  int stems_ = 0;
+};
+
+// True once the phone has decoded pictures for a while: it writes one then.
+bool ShowsPictures(const std::filesystem::path& snapshots);
+
+// Expects the summary of a phone that got its pictures, in order and right.
+void ExpectGoodPictures(const nlohmann::json& summary);
+
+}  // namespace Veldrift

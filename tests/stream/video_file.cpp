@@ -1,0 +1,147 @@
+#include "tests/stream/video_file.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "platform/file.h"
+#include "tools/av/av_handles.h"
+#include "tools/pattern/pattern.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr double kPictureSeconds = 1.0 / 30;
+
+std::vector<uint8_t> ToBgra(const AVFrame& picture) {
+  const Scaler scaler(sws_getContext(picture.width, picture.height, AVPixelFormat(picture.format),
+                                     picture.width, picture.height, AV_PIX_FMT_BGRA,
+                                     SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+  const int* matrix = sws_getCoefficients(SWS_CS_ITU709);
+  sws_setColorspaceDetails(scaler.get(), matrix, 0, matrix, 1, 0, 1 << 16, 1 << 16);
+  std::vector<uint8_t> bgra(size_t(picture.width) * size_t(picture.height) * 4);
+  uint8_t* planes[] = {bgra.data()};
+  const int strides[] = {picture.width * 4};
+  sws_scale(scaler.get(), picture.data, picture.linesize, 0, picture.height, planes, strides);
+  return bgra;
+}
+
+double DifferenceFromPainted(const AVFrame& picture, const PatternStamp& stamp) {
+  const std::vector<uint8_t> seen = ToBgra(picture);
+  std::vector<uint8_t> painted(seen.size());
+  PaintPattern(painted.data(), picture.width, picture.height, picture.width * 4, stamp);
+  double sum = 0;
+  for (size_t i = 0; i < seen.size(); ++i) {
+    if (i % 4 != 3) sum += std::abs(int(seen[i]) - int(painted[i]));
+  }
+  return sum / (double(seen.size()) * 3 / 4);
+}
+
+// Reads one file into a VideoFile.
+class Reading {
+ public:
+  explicit Reading(VideoFile& out) : out_(out) {}
+
+  void Run(const std::filesystem::path& path) {
+    AVFormatContext* opened = nullptr;
+    if (avformat_open_input(&opened, path.c_str(), nullptr, nullptr) < 0) return Fail("no file");
+    const InputFile file(opened);
+    if (avformat_find_stream_info(file.get(), nullptr) < 0) return Fail("no streams");
+    for (unsigned i = 0; i < file->nb_streams; ++i) decoders_.push_back(OpenDecoder(*file, i));
+    const Packet packet(av_packet_alloc());
+    while (av_read_frame(file.get(), packet.get()) >= 0) {
+      Decode(*file, packet->stream_index, packet.get());
+      av_packet_unref(packet.get());
+    }
+    for (int i = 0; i < int(decoders_.size()); ++i) Decode(*file, i, nullptr);
+    if (samples_ > 0) out_.soundLevel = std::sqrt(squares_ / double(samples_));
+  }
+
+ private:
+  void Fail(const char* what) {
+    if (out_.error.empty()) out_.error = what;
+  }
+
+  CodecContext OpenDecoder(const AVFormatContext& file, unsigned index) {
+    const AVCodecParameters& parameters = *file.streams[index]->codecpar;
+    const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+    CodecContext context(avcodec_alloc_context3(codec));
+    // A picture that is not all there must not pass.
+    context->err_recognition = AV_EF_EXPLODE | AV_EF_CRCCHECK;
+    if (avcodec_parameters_to_context(context.get(), &parameters) < 0 ||
+        avcodec_open2(context.get(), codec, nullptr) < 0) {
+      Fail("no decoder");
+    }
+    if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) out_.codec = avcodec_get_name(codec->id);
+    return context;
+  }
+
+  void Decode(const AVFormatContext& file, int index, const AVPacket* packet) {
+    AVCodecContext* decoder = decoders_[size_t(index)].get();
+    if (avcodec_send_packet(decoder, packet) < 0) Fail("a packet that can't be decoded");
+    const Picture frame(av_frame_alloc());
+    while (avcodec_receive_frame(decoder, frame.get()) >= 0) {
+      if (decoder->codec_type == AVMEDIA_TYPE_VIDEO) {
+        TakePicture(*frame, file.streams[index]->time_base);
+      } else {
+        TakeSound(*frame);
+      }
+    }
+  }
+
+  void TakePicture(const AVFrame& picture, AVRational timeBase) {
+    if (picture.decode_error_flags != 0) Fail("a broken picture");
+    const bool bt709 =
+        picture.color_range == AVCOL_RANGE_MPEG && picture.colorspace == AVCOL_SPC_BT709 &&
+        picture.color_primaries == AVCOL_PRI_BT709 && picture.color_trc == AVCOL_TRC_BT709;
+    out_.saysBt709Limited = bt709 && (out_.pictures == 0 || out_.saysBt709Limited);
+    out_.width = picture.width;
+    out_.height = picture.height;
+    ++out_.pictures;
+    out_.videoSeconds = double(picture.pts) * av_q2d(timeBase) + kPictureSeconds;
+    const auto stamp =
+        ReadStamp(picture.data[0], picture.width, picture.height, picture.linesize[0]);
+    if (!stamp) return;
+    out_.stamps.push_back(stamp->frameNumber);
+    out_.worstDifference = std::max(out_.worstDifference, DifferenceFromPainted(picture, *stamp));
+  }
+
+  void TakeSound(const AVFrame& sound) {
+    out_.soundRate = sound.sample_rate;
+    out_.soundChannels = sound.ch_layout.nb_channels;
+    out_.soundSeconds += double(sound.nb_samples) / sound.sample_rate;
+    if (sound.format != AV_SAMPLE_FMT_FLT) return Fail("sound that isn't floats");
+    const auto* samples = reinterpret_cast<const float*>(sound.data[0]);
+    const int count = sound.nb_samples * sound.ch_layout.nb_channels;
+    for (int i = 0; i < count; ++i) squares_ += double(samples[i]) * double(samples[i]);
+    samples_ += count;
+  }
+
+  VideoFile& out_;
+  std::vector<CodecContext> decoders_;
+  double squares_ = 0;
+  int64_t samples_ = 0;
+};
+
+}  // namespace
+
+VideoFile ReadVideoFile(const std::filesystem::path& path) {
+  av_log_set_level(AV_LOG_FATAL);
+  VideoFile file;
+  Reading(file).Run(path);
+  return file;
+}
+
+std::vector<ImageSize> ReadPngs(const std::filesystem::path& folder) {
+  std::vector<ImageSize> sizes;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.path().extension() != ".png") continue;
+    const VideoFile image = ReadVideoFile(entry.path());
+    const bool good = image.error.empty() && image.codec == "png" && image.pictures == 1;
+    sizes.push_back(good ? ImageSize{image.width, image.height} : ImageSize{});
+  }
+  return sizes;
+}
+
+}  // namespace Veldrift

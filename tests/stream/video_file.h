@@ -1,0 +1,42 @@
+// What another reader of a recording or a snapshot finds in it: everything is opened and decoded by
+// the media library, never by the stand-ins' own code.
+//
+// Threads: plain data.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Veldrift {
+
+struct VideoFile {
+  std::string error;  // empty: opened, read to its end and decoded without a complaint
+  std::string codec;
+  int width = 0;
+  int height = 0;
+  int pictures = 0;
+  bool saysBt709Limited = false;  // of every decoded picture
+  double videoSeconds = 0;        // the end of the last picture, at 30 pictures a second
+  std::vector<uint32_t> stamps;   // in the order of decoding
+  double worstDifference = 0;     // of a picture from what was painted: mean levels a channel
+
+  int soundRate = 0;
+  int soundChannels = 0;
+  double soundSeconds = 0;
+  double soundLevel = 0;  // root mean square
+};
+
+VideoFile ReadVideoFile(const std::filesystem::path& path);
+
+struct ImageSize {
+  int width = 0;
+  int height = 0;
+  bool operator==(const ImageSize&) const = default;
+};
+
+// Of each PNG in the folder, decoded; {0, 0} for one that can't be.
+std::vector<ImageSize> ReadPngs(const std::filesystem::path& folder);
+
+}  // namespace Veldrift
