@@ -14,11 +14,10 @@ namespace {
 
 constexpr int64_t kAskNanos = 5 * kNanosPerMilli;
 constexpr const char* kShell = "/bin/sh";
-constexpr const char* kSuppressions = VD_SOURCE_DIR "/tests/stream/thread_sanitizer.txt";
 // "exec" keeps the process's number, so that the child is the stand-in itself.
 constexpr const char* kRedirect = R"sh(
-  export TMPDIR="$(dirname "$1")" TSAN_OPTIONS="$TSAN_OPTIONS suppressions=$2"
-  out="$1.out"; err="$1.err"; shift 2
+  export TMPDIR="$(dirname "$1")"
+  out="$1.out"; err="$1.err"; shift
   exec "$@" </dev/null >"$out" 2>"$err")sh";
 
 }  // namespace
@@ -39,8 +38,8 @@ std::filesystem::path BesideThis(const std::string& name) {
 Child::Child(const std::string& program, std::vector<std::string> arguments,
              std::filesystem::path stem)
     : stem_(std::move(stem)) {
-  std::vector<std::string> all = {
-      "-c", kRedirect, "sh", PathText(stem_), kSuppressions, PathText(BesideThis(program))};
+  std::vector<std::string> all = {"-c", kRedirect, "sh", PathText(stem_),
+                                  PathText(BesideThis(program))};
   all.insert(all.end(), arguments.begin(), arguments.end());
   process_ = StartProcess(kShell, all);
 }
