@@ -37,7 +37,7 @@ class Child {
   bool Ended() { return process_->WaitFor(0).has_value(); }
 
   std::string Output() const;
-  // What it said on stderr but for the block code's own greeting; one line an entry.
+  // What it said on stderr, without what libraries add of their own; one line an entry.
   std::vector<std::string> Complaints() const;
   // The summary that --json makes; an empty object if there is none.
   nlohmann::json Summary() const;

@@ -13,6 +13,8 @@ struct Case {
   int fewestFrames;  // of 30 a second; a machine that is busy or under a sanitizer gets fewer
 };
 
+void PrintTo(const Case& given, std::ostream* out) { *out << given.codec; }
+
 class Repair : public testing::TestWithParam<Case> {};
 
 // Any K of a frame's K+M fragments give it back: only more than M losses may cost a frame.
