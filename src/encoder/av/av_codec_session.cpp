@@ -5,7 +5,6 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <limits>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,7 +20,8 @@ namespace {
 constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
 
 // The decoder's buffer that the rate may fill, in parts of a second at the highest rate.
-constexpr uint32_t kBufferParts = 4;
+constexpr int64_t kBufferParts = 4;
+constexpr int64_t kBitsPerByte = 8;
 
 // A frame's rows or slices are encoded in parallel: half of the machine is the host's, but a second
 // thread pays even on two processors, since the host waits for the frame.
@@ -50,11 +50,16 @@ std::string HevcParameters(int threads) {
          (threads > 1 ? "pools=" + std::to_string(threads) : std::string("pools=none:wpp=0"));
 }
 
-void SetRatesOf(AVCodecContext& context, const CodecRates& rates) {
-  context.bit_rate = rates.mean;
-  context.rc_max_rate = std::max(rates.mean, rates.max);
-  context.rc_buffer_size = static_cast<int>(
-      std::min<int64_t>(context.rc_max_rate / kBufferParts, std::numeric_limits<int>::max()));
+// No frame is larger than the decoder's buffer. The buffer ends at the frame byte cap, so that key
+// frames too stay within what the erasure code can protect: beyond that, the loss of one datagram
+// in hundreds is the loss of the frame. The codecs take no buffer below the highest rate's share of
+// a frame, so the rates end where every frame is as large as the cap.
+void SetRatesOf(AVCodecContext& context, const CodecConfig& config, const CodecRates& rates) {
+  const int64_t capBits = int64_t{config.frameByteCap} * kBitsPerByte;
+  const int64_t highest = capBits * config.fps;
+  context.bit_rate = std::min<int64_t>(rates.mean, highest);
+  context.rc_max_rate = std::min<int64_t>(std::max(rates.mean, rates.max), highest);
+  context.rc_buffer_size = static_cast<int>(std::min(context.rc_max_rate / kBufferParts, capBits));
 }
 
 // libx265 takes no offsets here: its emergency is a codec of its own.
@@ -75,7 +80,7 @@ void Describe(AVCodecContext& context, const CodecConfig& config) {
   context.colorspace = AVCOL_SPC_BT709;
   context.color_range = AVCOL_RANGE_MPEG;
   if (config.rateControl != kRateControlQuality && !HasConstantQp(config)) {
-    SetRatesOf(context, config.rates);
+    SetRatesOf(context, config, config.rates);
   }
 }
 
@@ -232,7 +237,7 @@ void AvCodecSession::Assemble(ByteSpan packet, bool marked, EncodedUnit& unit) {
 
 bool AvCodecSession::SetRates(const CodecRates& rates) {
   if (!IsH264(config_)) return false;
-  if (config_.rateControl != kRateControlQuality) SetRatesOf(*context_, rates);
+  if (config_.rateControl != kRateControlQuality) SetRatesOf(*context_, config_, rates);
   return true;
 }
 

@@ -10,6 +10,7 @@
 #include "encoder/annex_b.h"
 #include "encoder/av/av_handles.h"
 #include "encoder/av/codec_log.h"
+#include "encoder/hardware_encoder.h"
 
 namespace Veldrift {
 
@@ -27,6 +28,7 @@ struct CodecConfig {
   int32_t rateControl = 0;
   float quality = 0.75F;
   CodecRates rates;
+  uint32_t frameByteCap = kDefaultFrameByteCap;
   bool emergency = false;  // at the worst quantiser, for a codec that can't change to it
 };
 

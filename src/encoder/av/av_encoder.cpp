@@ -65,6 +65,7 @@ bool AvEncoder::OpenSession(bool emergency) {
   config.rateControl = rateControl_;
   config.quality = quality_;
   config.rates = rates_;
+  config.frameByteCap = frameByteCap_;
   config.emergency = emergency;
   session_.reset();  // the old codec's threads end before the new one's start
   session_ = AvCodecSession::Open(config);
