@@ -9,7 +9,6 @@
 #include <string>
 
 #include "encoder/encoder_pipeline.h"
-#include "net/media_datagram.h"
 #include "platform/mutex.h"
 #include "session/audio_road.h"
 #include "session/frame_cache.h"
