@@ -28,4 +28,8 @@ struct ModuleOptions {
 std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std::string& error,
                                          const ModuleOptions& options = {});
 
+// The export `symbol` of a library of this file name that somebody else has loaded already; it is
+// never loaded from here. Null if the library or the export isn't there.
+void* FindLoadedSymbol(const std::string& fileName, const char* symbol);
+
 }  // namespace Veldrift

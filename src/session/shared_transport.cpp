@@ -6,6 +6,8 @@
 #include "net/control_protocol.h"
 #include "net/media_datagram.h"
 #include "session/transmit_instance.h"
+#include "support/control_bridge.h"
+#include "support/host_keys.h"
 #include "support/little_endian.h"
 #include "support/paths.h"
 #include "support/plugin_log.h"
@@ -148,7 +150,8 @@ bool SharedTransport::AnyInstanceRunning() {
 
 void SharedTransport::DispatchControlCommand(uint8_t opcode, std::span<const std::byte> payload) {
   if (opcode >= kHostCommandFirst && opcode <= kHostCommandLast) {
-    PluginLog(kLog, kLogInfo, "control: host command 0x%02x has no road into this host", opcode);
+    // No lock is held here: neither the sibling module nor the keyboard may hold up the instances.
+    if (!CallCtrlBridge(BridgeOperation(opcode - kHostCommandFirst))) SendHostKeys(opcode);
     return;
   }
   MutexLock lock(instancesMutex_);

@@ -5,6 +5,8 @@
 #include "net/control_protocol.h"
 #include "session/engine_list.h"
 #include "session/transmit_instance.h"
+#include "support/control_bridge.h"
+#include "support/host_keys.h"
 #include "support/plugin_log.h"
 
 using namespace Veldrift;
@@ -34,6 +36,15 @@ void TransmitInstance::OnNewClient() {
   PublishEncoderStatus();
   announcer_.SendEncoderInfoIfChanged();
   ReplayCachedFrame();
+  NudgeHost();
+}
+
+// A paused host renders, and so pushes, a frame.
+void TransmitInstance::NudgeHost() {
+  PluginLog(kLog, kLogInfo, "new client nudge (initial frame)");
+  if (CallCtrlBridge(BridgeOperation::NewClientNudge)) return;
+  PluginLog(kLog, kLogInfo, "Ctrl bridge unavailable — fallback to keyboard nudge");
+  NudgeHostByKeyboard(GetClock());
 }
 
 void TransmitInstance::SendHostPlatform() {

@@ -56,6 +56,7 @@ size_t LeastPayload(uint8_t opcode) {
     case kSetGopMode:
     case kSetCodec:
     case kSetEncoderEngine:
+    case kTestMarker:
       return 1;
     case kSetMaxResolution:
     case kSetEncoderMode:
@@ -122,6 +123,9 @@ void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> pay
       break;
     case kAppSettingsSnapshot:
       ApplySettingsSnapshot(payload);
+      break;
+    case kTestMarker:
+      ObeyTestMarker(payload);
       break;
     case kSetBitrate:
       PluginLog(kLog, kLogInfo, "control: retired opcode 0x02 (SetBitrate) — ignored");

@@ -19,7 +19,8 @@ TransmitInstance::TransmitInstance(const Host::SuiteAccess* hostServices, Sessio
           services_.transport, timeBase_, [this] { return IsRunning(); },
           [this] { return ElapsedMicros(); }),
       announcer_(
-          services_.transport, [this] { return Pipeline(); }, [this] { PublishEncoderStatus(); }) {
+          services_.transport, [this] { return Pipeline(); }, [this] { PublishEncoderStatus(); }),
+      stressDriver_([this] { return Pipeline(); }, GetClock()) {
   InitDebugTopics();
   std::unique_ptr<IHardwareEncoder> encoder = services_.createDefaultEncoder();
   if (!encoder) {
@@ -48,6 +49,7 @@ TransmitInstance::~TransmitInstance() {
 }
 
 void TransmitInstance::FullStop() {
+  stressDriver_.Stop();
   audio_.StopClock();
   audio_.StopCounting();
   Stop();
@@ -76,6 +78,7 @@ void TransmitInstance::Start() {
   running_ = true;
   announcer_.ResetAnnouncedState(true);
   PluginLog(kLog, kLogDebug, "[dx] Start: dedup state invalidated for re-emit");
+  stressDriver_.StartIfAsked();
 }
 
 void TransmitInstance::Stop() {

@@ -18,6 +18,7 @@
 #include "session/session_services.h"
 #include "session/stall_watch.h"
 #include "session/stream_announcer.h"
+#include "session/stress_driver.h"
 
 // Dormant (no encoder to be had: HasPipeline is false, and the owner destroys it at once), stopped
 // (frames are disposed of unread) or running. Even then frames are disposed of unread while no
@@ -51,6 +52,10 @@ class TransmitInstance {
   void OnNewClient();
   void OnUdpFailures();
 
+  // "P3" races writers, readers and resetters of what an instance announces and caches, on a copy
+  // of that state, for 150 ms; false if a cached frame was ever torn. `result` describes it.
+  static bool RunSelfTest(const std::string& id, std::string& result);
+
   // One access unit from the encoder, `timestamp` in microseconds since the instance's creation.
   void OnEncodedFrame(const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp);
 
@@ -81,11 +86,13 @@ class TransmitInstance {
   void SetEncoderMode(uint8_t mode, uint8_t quality);
   void SetEncoderEngine(std::span<const std::byte> payload);
   void ApplySettingsSnapshot(std::span<const std::byte> payload);
+  void ObeyTestMarker(std::span<const std::byte> payload);
   void SwitchEncoderEngine(const std::string& id);
   std::unique_ptr<Veldrift::IHardwareEncoder> CreateEncoderFor(const std::string& id);
   void SendEncoderEngineList();
   void SendHostPlatform();
   void ReplayCachedFrame();
+  void NudgeHost();
   void PublishEncoderStatus();
   void RequestIdr();
 
@@ -110,5 +117,6 @@ class TransmitInstance {
   Veldrift::StreamAnnouncer announcer_;
   Veldrift::FrameCache frameCache_;
   Veldrift::StallWatch stallWatch_;
+  Veldrift::StressDriver stressDriver_;
   uint32_t lastBadPixelFormat_ = 0;  // the host's thread's
 };

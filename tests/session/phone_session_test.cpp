@@ -13,7 +13,9 @@ class PhoneSession : public SessionFixture {
   int RememberedGop() { return shared.GetClientSettings().gopMode; }
 };
 
-TEST_F(PhoneSession, TheGreetingComesInOrder) {
+TEST_F(PhoneSession, TheGreetingComesInOrderAndThenTheHostIsMadeToRender) {
+  const std::string nudge = "kbd:INFO] nudge: →← (Premiere)";
+  const size_t nudges = CountInPluginLog(nudge);
   instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
   instance->Start();
   while (shared.ListeningPort() == 0) std::this_thread::yield();
@@ -22,6 +24,7 @@ TEST_F(PhoneSession, TheGreetingComesInOrder) {
   EXPECT_EQ(OpcodesUpTo(kTransmitState),
             (std::vector<int>{kHostPlatform, kAudioState, kEncoderEngineList, kPlaybackState,
                               kTransmitState}));
+  EXPECT_EQ(CountInPluginLog(nudge), nudges + 1);
 }
 
 TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
@@ -110,6 +113,27 @@ TEST_F(PhoneSession, AnEngineSwitchReplacesThePipelineAndAnnouncesAnew) {
   EXPECT_EQ(encoder->ConfigureCount(), 2U);
   Command(kSetEncoderEngine, {9, 'x'});
   EXPECT_EQ(CountInPluginLog("SetEncoderEngine malformed (idLen=9 payloadLen=2)"), 1U);
+}
+
+TEST_F(PhoneSession, AMarkerOfATestClientIsLoggedOrRunsATest) {
+  StartSession();
+  const auto mark = [this](std::string text, int length) {
+    std::vector<int> payload{length};
+    payload.insert(payload.end(), text.begin(), text.end());
+    Command(kTestMarker, payload);
+  };
+  mark("here it begins", 14);
+  mark("SELFTEST", 200);  // counts more than there is
+  mark("SELFTEST P3  \r\n", 15);
+  mark("SELFTEST P2.1", 13);
+  mark("SELFTEST P1.1", 13);
+  mark("SELFTEST P9", 11);
+  for (const char* line : {"[TEST] here it begins", "[TEST] SELFTEST\r\n",
+                           "[FIXTEST P3] PASS — concurrent dedup+frame", "tornCopies=0 (want 0)",
+                           "[FIXTEST P2.1] PASS — pre-auth whitelist", "[FIXTEST P1.1] PASS",
+                           "[FIXTEST P9] FAIL — unknown self-test id 'P9'"}) {
+    EXPECT_EQ(CountInPluginLog(line), 1U) << line;
+  }
 }
 
 TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {

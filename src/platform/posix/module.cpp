@@ -1,6 +1,7 @@
 #include "platform/module.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 namespace Veldrift {
 namespace {
@@ -18,6 +19,19 @@ class PosixModule final : public LoadedModule {
   void* const handle_;
 };
 
+struct ModuleSearch {
+  const std::string fileName;
+  std::string path;
+};
+
+int NoteIfWanted(dl_phdr_info* module, size_t, void* data) {
+  auto& search = *static_cast<ModuleSearch*>(data);
+  if (std::filesystem::path(module->dlpi_name).filename() == search.fileName) {
+    search.path = module->dlpi_name;
+  }
+  return search.path.empty() ? 0 : 1;
+}
+
 }  // namespace
 
 std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std::string& error,
@@ -28,6 +42,17 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
   const char* message = dlerror();
   error = message == nullptr ? "" : message;
   return nullptr;
+}
+
+void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
+  ModuleSearch search{fileName, {}};
+  dl_iterate_phdr(NoteIfWanted, &search);
+  if (search.path.empty()) return nullptr;
+  void* handle = dlopen(search.path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle == nullptr) return nullptr;
+  void* address = dlsym(handle, symbol);
+  dlclose(handle);
+  return address;
 }
 
 }  // namespace Veldrift

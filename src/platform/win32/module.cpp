@@ -95,4 +95,9 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
   return std::make_unique<WinModule>(module);
 }
 
+void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
+  const HMODULE module = GetModuleHandleW(WideText(fileName).c_str());
+  return module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, symbol));
+}
+
 }  // namespace Veldrift

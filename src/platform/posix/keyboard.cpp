@@ -1,0 +1,9 @@
+#include "platform/keyboard.h"
+
+namespace Veldrift {
+
+bool CanTypeKeys() { return false; }
+
+TypedKeys TypeKeys(std::span<const KeyEvent>) { return {}; }
+
+}  // namespace Veldrift

@@ -1,0 +1,26 @@
+#include "platform/keyboard.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/win32/windows_headers.h"
+
+namespace Veldrift {
+
+bool CanTypeKeys() { return true; }
+
+TypedKeys TypeKeys(std::span<const KeyEvent> events) {
+  std::array<INPUT, 4> inputs{};
+  const size_t count = std::min(events.size(), inputs.size());
+  for (size_t i = 0; i < count; ++i) {
+    inputs[i].type = INPUT_KEYBOARD;
+    inputs[i].ki.wVk = events[i].virtualKey;
+    inputs[i].ki.dwFlags = events[i].up ? KEYEVENTF_KEYUP : 0;
+  }
+  TypedKeys typed;
+  typed.sent = SendInput(static_cast<UINT>(count), inputs.data(), sizeof(INPUT));
+  if (typed.sent != count) typed.error = GetLastError();
+  return typed;
+}
+
+}  // namespace Veldrift
