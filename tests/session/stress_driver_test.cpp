@@ -96,7 +96,7 @@ TEST_F(StressDriverTest, FlipsChangeSizeGopAndCodecInTurn) {
   for (const char* line : {"flip res -> 540x960", "flip gop -> 600", "flip codec -> H264"}) {
     EXPECT_EQ(CountInPluginLog(std::string("[STRESS] ") + line), 1U) << line;
   }
-  EXPECT_GE(CountInPluginLog("[STRESS] alive: "), 3U);
+  EXPECT_GE(CountInPluginLog("[STRESS] alive: "), 1U);
 }
 
 TEST_F(StressDriverTest, WithoutTheVariableNothingStarts) {
