@@ -52,8 +52,7 @@ StressLevel StressLevelOf(const std::optional<std::string>& text) {
     case 5:
       return {.level = level, .realistic = true, .pro4K = true, .keyframes = true};
     case 6:
-      return {
-          .level = level, .realistic = true, .pro4K = true, .keyframes = true, .flipRes = true};
+      return {.level = level, .realistic = true, .pro4K = true, .keyframes = true, .flipRes = true};
     default:
       return {.level = level};
   }
@@ -92,9 +91,8 @@ void StressDriver::StartIfAsked() {
             "keyframes=%d flipRes=%d). NOT for production.",
             level.level, level.realistic, level.pro4K, level.keyframes, level.flipRes);
   try {
-    stressThread_ = std::thread([this, level] {
-      RunGuarded(kLog, "stress driver", [&] { Run(level); });
-    });
+    stressThread_ =
+        std::thread([this, level] { RunGuarded(kLog, "stress driver", [&] { Run(level); }); });
   } catch (...) {
     owner = 0;
     throw;

@@ -16,7 +16,7 @@ namespace Veldrift {
 namespace {
 
 TEST(StressDriver, TheFirstCharacterIsTheLevel) {
-  const std::pair<const char*, int> rows[] = {{"0", 0}, {"", 0},   {"x", 1},
+  const std::pair<const char*, int> rows[] = {{"0", 0},  {"", 0},  {"x", 1},
                                               {"15", 1}, {"6", 6}, {"9", 9}};
   for (const auto& [text, level] : rows) EXPECT_EQ(StressLevelOf(text).level, level) << text;
   EXPECT_EQ(StressLevelOf(std::nullopt).level, 0);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "platform/file.h"
 #include "tests/stream/stage.h"
@@ -96,6 +97,36 @@ TEST_F(Recording, CanBeStreamedWithItsSound) {
   EXPECT_GT(copy.soundLevel, 0.01);
   EXPECT_LT(copy.worstDifference, kWorstDifference);
 }
+
+// Whether a click lies within a frame of each flash that has sound around it.
+class InStep : public testing::TestWithParam<const char*> {};
+
+TEST_P(InStep, AFlashAndItsClickAreLessThanAFrameApart) {
+  constexpr double kFrame = 1.0 / 30;
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost(
+      {"--size", "320x240", "--fps", "30", "--clapper", "--audio-road", GetParam()}));
+  Child& phone = stage.StartPhone(
+      "a", {"--codec", "h264", "--seconds", "8", "--record", PathText(stage.File("take.mkv"))});
+  EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
+  stage.EndHost();
+  const VideoFile take = ReadVideoFile(stage.File("take.mkv"));
+  EXPECT_EQ(take.error, "");
+  size_t pairs = 0;
+  for (const double flash : take.flashes) {
+    // The recorder takes its first second to see how far the sound is off.
+    if (flash < 2 || flash > take.soundSeconds - 0.1) continue;
+    double nearest = 1;
+    for (const double click : take.clicks) {
+      if (std::abs(click - flash) < std::abs(nearest)) nearest = click - flash;
+    }
+    EXPECT_LT(std::abs(nearest), kFrame) << "at " << flash << " s";
+    ++pairs;
+  }
+  EXPECT_GE(pairs, 2U) << testing::PrintToString(take.flashes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Roads, InStep, testing::Values("push", "pull"));
 
 TEST(Scaling, TheShorterSideIsNoLongerThanThePhoneAllows) {
   Stage stage;

@@ -6,6 +6,7 @@
 
 #include "platform/file.h"
 #include "tools/av/av_handles.h"
+#include "tools/pattern/clapper.h"
 #include "tools/pattern/pattern.h"
 
 namespace Veldrift {
@@ -13,6 +14,7 @@ namespace Veldrift {
 namespace {
 
 constexpr double kPictureSeconds = 1.0 / 30;
+constexpr double kQuietSeconds = 0.5;  // before a click
 
 std::vector<uint8_t> ToBgra(const AVFrame& picture) {
   const Scaler scaler(sws_getContext(picture.width, picture.height, AVPixelFormat(picture.format),
@@ -85,7 +87,7 @@ class Reading {
       if (decoder->codec_type == AVMEDIA_TYPE_VIDEO) {
         TakePicture(*frame, file.streams[index]->time_base);
       } else {
-        TakeSound(*frame);
+        TakeSound(*frame, file.streams[index]->time_base);
       }
     }
   }
@@ -103,18 +105,40 @@ class Reading {
     const auto stamp =
         ReadStamp(picture.data[0], picture.width, picture.height, picture.linesize[0]);
     if (!stamp) return;
+    NoteFlash(picture, double(picture.pts) * av_q2d(timeBase), stamp->frameNumber);
     out_.stamps.push_back(stamp->frameNumber);
     out_.worstDifference = std::max(out_.worstDifference, DifferenceFromPainted(picture, *stamp));
   }
 
-  void TakeSound(const AVFrame& sound) {
+  // Where the flash begins, unless the picture before it is missing.
+  void NoteFlash(const AVFrame& picture, double seconds, uint32_t frameNumber) {
+    const bool flash =
+        HasFlash(picture.data[0], picture.width, picture.height, picture.linesize[0]);
+    const bool began = flash && !flashed_ && frameNumber == lastNumber_ + 1;
+    if (began) out_.flashes.push_back(seconds);
+    flashed_ = flash;
+    lastNumber_ = frameNumber;
+  }
+
+  void NoteClick(float sample, double seconds) {
+    if (!IsClick(sample)) return;
+    if (seconds - lastLoud_ > kQuietSeconds) out_.clicks.push_back(seconds);
+    lastLoud_ = seconds;
+  }
+
+  void TakeSound(const AVFrame& sound, AVRational timeBase) {
+    const double begin = double(sound.pts) * av_q2d(timeBase);
     out_.soundRate = sound.sample_rate;
     out_.soundChannels = sound.ch_layout.nb_channels;
     out_.soundSeconds += double(sound.nb_samples) / sound.sample_rate;
     if (sound.format != AV_SAMPLE_FMT_FLT) return Fail("sound that isn't floats");
     const auto* samples = reinterpret_cast<const float*>(sound.data[0]);
     const int count = sound.nb_samples * sound.ch_layout.nb_channels;
-    for (int i = 0; i < count; ++i) squares_ += double(samples[i]) * double(samples[i]);
+    for (int i = 0; i < count; ++i) {
+      squares_ += double(samples[i]) * double(samples[i]);
+      NoteClick(samples[i],
+                begin + double(i / sound.ch_layout.nb_channels) / double(sound.sample_rate));
+    }
     samples_ += count;
   }
 
@@ -122,6 +146,9 @@ class Reading {
   std::vector<CodecContext> decoders_;
   double squares_ = 0;
   int64_t samples_ = 0;
+  bool flashed_ = false;
+  uint32_t lastNumber_ = 0;
+  double lastLoud_ = -1;
 };
 
 }  // namespace

@@ -26,6 +26,9 @@ struct VideoFile {
   int soundChannels = 0;
   double soundSeconds = 0;
   double soundLevel = 0;  // root mean square
+
+  std::vector<double> flashes;  // where they begin, in seconds
+  std::vector<double> clicks;
 };
 
 VideoFile ReadVideoFile(const std::filesystem::path& path);

@@ -11,8 +11,8 @@ namespace {
 
 TEST(ControlBridge, OnlyAfterEffectsHasASiblingOfItsOwn) {
   EXPECT_STREQ(BridgeModuleName(HostApplication::AfterEffects), "VeldriftAE.aex");
-  for (const HostApplication host : {HostApplication::Premiere, HostApplication::MediaEncoder,
-                                     HostApplication::UnknownHost}) {
+  for (const HostApplication host :
+       {HostApplication::Premiere, HostApplication::MediaEncoder, HostApplication::UnknownHost}) {
     EXPECT_STREQ(BridgeModuleName(host), "VeldriftCtrl.acsrf");
   }
 }
@@ -35,10 +35,9 @@ TEST(ControlBridge, TheSiblingIsUsedFromItsAppearanceOnWhereItsTableFits) {
   EXPECT_EQ(sibling.lastOperation, 10);
 
   const VdTestSibling before = sibling;
-  const std::pair<const char*, VdTestSibling> refused[] = {
-      {"another version", {.version = 2}},
-      {"no table", {.handsOutTable = false}},
-      {"no function", {.hasInvoke = false}}};
+  const std::pair<const char*, VdTestSibling> refused[] = {{"another version", {.version = 2}},
+                                                           {"no table", {.handsOutTable = false}},
+                                                           {"no function", {.hasInvoke = false}}};
   for (const auto& [what, state] : refused) {
     sibling = state;
     EXPECT_FALSE(CallCtrlBridge(BridgeOperation::PlayPause)) << what;

@@ -31,6 +31,8 @@ class FrameSource {
 };
 
 std::unique_ptr<FrameSource> MakePatternSource(int width, int height, double fps);
+// The same pictures with a flash at each whole second; MakeClickSource has the clicks to it.
+std::unique_ptr<FrameSource> MakeFlashing(std::unique_ptr<FrameSource> pictures);
 
 // What a file opens to. Without pictures, `error` says why; without sound, there is none in it.
 struct FileSources {

@@ -65,8 +65,11 @@ void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
       ->check(CLI::Range(1.0, 240.0))
       ->excludes(input);
   app.add_flag("--stamp", options.stamp, "paints the frame's number over the file's pictures");
+  auto* clapper = app.add_flag("--clapper", options.clapper,
+                               "a flash and a click each second, to see whether they are in step");
   app.add_option("--audio", typed.audio, "tone, file or none (default: what the source has)")
-      ->check(CLI::IsMember(NamesOf(kSounds)));
+      ->check(CLI::IsMember(NamesOf(kSounds)))
+      ->excludes(clapper);
   app.add_option("--audio-road", typed.road, "push or pull: who asks for the sound")
       ->capture_default_str()
       ->check(CLI::IsMember(NamesOf(kRoads)));

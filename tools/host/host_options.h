@@ -20,7 +20,8 @@ struct HostOptions {
   int width = 1280;
   int height = 720;
   double fps = 30;
-  bool stamp = false;  // stamps the pictures of a file
+  bool clapper = false;  // flashes and clicks
+  bool stamp = false;    // stamps the pictures of a file
   SoundChoice sound = SoundChoice::Default;
   AudioRoad audioRoad = AudioRoad::Push;
   double seconds = 0;   // 0: until Ctrl-C

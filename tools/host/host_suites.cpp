@@ -12,6 +12,8 @@ namespace {
 constexpr Host::Error kErrorBadHandle = -1;
 constexpr Host::Error kErrorNoSuite = -2;
 
+constexpr int kToleratedShare = 100;  // of a second that pulled sound may be behind the clock
+
 Host::Error DisposeFrame(Host::FrameHandle frame) {
   return HostSuites::Instance().Frames().Dispose(frame) ? Host::kNoError : kErrorBadHandle;
 }
@@ -63,7 +65,9 @@ Host::Error HostSuites::PullSound(int32_t playID, int64_t, float** buffers, uint
   HostSuites& suites = Instance();
   const MutexLock lock(suites.mutex_);
   if (playID == 0 || suites.sound_ == nullptr || buffers == nullptr) return kErrorBadHandle;
+  suites.CatchUpWithClock();
   suites.sound_->Next(buffers, frameCount);
+  suites.samplesPulled_ += frameCount;
   return Host::kNoError;
 }
 
@@ -92,9 +96,26 @@ const Host::Utilities& HostSuites::Utilities() const {
   return kUtilities;
 }
 
-void HostSuites::SetSound(SoundSource* sound) {
+void HostSuites::SetSound(SoundSource* sound, std::function<int64_t()> clockTicks) {
   const MutexLock lock(mutex_);
   sound_ = sound;
+  clockTicks_ = std::move(clockTicks);
+  samplesPulled_ = 0;
+}
+
+// Who pulls one frame's sound a frame, and waits a little longer than a frame each time, falls
+// behind the clock.
+void HostSuites::CatchUpWithClock() {
+  const HostSoundFormat format = sound_->Format();
+  const auto due = int64_t(double(clockTicks_()) * format.sampleRate / double(kTicksPerSecond));
+  const int64_t behind = due - samplesPulled_;
+  if (behind < format.sampleRate / kToleratedShare) return;
+  std::vector<std::vector<float>> unheard(size_t(format.channels),
+                                          std::vector<float>(size_t(behind)));
+  std::vector<float*> buffers;
+  for (auto& channel : unheard) buffers.push_back(channel.data());
+  sound_->Next(buffers.data(), uint32_t(behind));
+  samplesPulled_ = due;
 }
 
 int HostSuites::SuitesHeld() const {

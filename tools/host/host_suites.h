@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "frame_pool.h"
@@ -22,8 +23,9 @@ class HostSuites {
   const Host::Utilities& Utilities() const;
   FramePool& Frames() { return frames_; }
 
-  // What the audio suite hands out; null: nothing.
-  void SetSound(SoundSource* sound);
+  // What the audio suite hands out, in step with the host's clock, whose ticks `clockTicks` tells;
+  // null: nothing.
+  void SetSound(SoundSource* sound, std::function<int64_t()> clockTicks);
 
   // Acquired and not released.
   int SuitesHeld() const;
@@ -36,9 +38,13 @@ class HostSuites {
   static Host::Error PullSound(int32_t playID, int64_t startTicks, float** buffers,
                                uint32_t frameCount);
 
+  void CatchUpWithClock() VD_REQUIRES(mutex_);
+
   FramePool frames_;
   mutable Mutex mutex_;
   SoundSource* sound_ VD_GUARDED_BY(mutex_) = nullptr;
+  std::function<int64_t()> clockTicks_ VD_GUARDED_BY(mutex_);
+  int64_t samplesPulled_ VD_GUARDED_BY(mutex_) = 0;
   int held_ VD_GUARDED_BY(mutex_) = 0;
 };
 

@@ -45,6 +45,10 @@ HostExit OpenSources(const HostOptions& options, Sources& sources, std::string& 
     if (choice != SoundChoice::None) sources.sound = std::move(file.sound);
   }
   if (choice == SoundChoice::Tone) sources.sound = MakeToneSource();
+  if (options.clapper) {
+    sources.pictures = MakeFlashing(std::move(sources.pictures));
+    sources.sound = MakeClickSource();
+  }
   return kExitGood;
 }
 

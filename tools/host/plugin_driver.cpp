@@ -74,7 +74,9 @@ HostExit PluginDriver::MakeInstance(std::string& sentence) {
 }
 
 void PluginDriver::StartPlayback() {
-  if (road_ == AudioRoad::Pull) HostSuites::Instance().SetSound(sound_);
+  if (road_ == AudioRoad::Pull) {
+    HostSuites::Instance().SetSound(sound_, [this] { return clockTicks_.load(); });
+  }
   table_.ActivateDeactivate(&instance_, sound_ != nullptr ? 1 : 0, 1);
   Host::ClockRecord clock{};
   clock.callback = [](void* data, int64_t ticks) {
@@ -94,19 +96,24 @@ void PluginDriver::StopPlayback() {
   if (sound_ != nullptr && road_ == AudioRoad::Push) table_.StopPushAudio(&instance_);
   table_.StopClock(&instance_);
   table_.ActivateDeactivate(&instance_, 0, 0);
-  HostSuites::Instance().SetSound(nullptr);
+  HostSuites::Instance().SetSound(nullptr, nullptr);
   counters_.clockTicks = clockTicks_;
 }
 
+// When the next block's first sample is due.
+int64_t PluginDriver::NextSoundNs() const {
+  if (samplesPerBlock_ == 0) return INT64_MAX;
+  return int64_t(double(samplesPushed_) * 1e9 / sound_->Format().sampleRate);
+}
+
 void PluginDriver::PushSoundUpTo(int64_t playedNs) {
-  if (samplesPerBlock_ == 0) return;
+  if (NextSoundNs() > playedNs) return;
   const HostSoundFormat format = sound_->Format();
-  const auto due = uint64_t(double(playedNs) * format.sampleRate / 1e9);
   std::vector<std::vector<float>> planes(size_t(format.channels),
                                          std::vector<float>(samplesPerBlock_));
   std::vector<float*> buffers;
   for (auto& plane : planes) buffers.push_back(plane.data());
-  while (samplesPushed_ + samplesPerBlock_ <= due) {
+  while (NextSoundNs() <= playedNs) {
     sound_->Next(buffers.data(), samplesPerBlock_);
     const Host::AudioBlock block{buffers.data(), samplesPerBlock_, uint32_t(format.channels)};
     table_.PushAudio(&instance_, &block);
@@ -144,8 +151,10 @@ void PluginDriver::Play(uint64_t frames, double seconds, const std::atomic<bool>
     const int64_t playedNs = SteadyNanos() - startNs;
     if (playedNs >= limitNs) break;
     const int64_t dueNs = int64_t(double(index) * double(ticksPerFrame) * 1e9 / kTicksPerSecond);
+    PushSoundUpTo(playedNs);
     if (playedNs < dueNs) {
-      SystemClock().SleepFor(std::min(dueNs - playedNs, kLongestSleepNs));
+      const int64_t nextNs = std::min(dueNs, NextSoundNs());
+      SystemClock().SleepFor(std::clamp<int64_t>(nextNs - playedNs, 0, kLongestSleepNs));
       continue;
     }
     if (playedNs >= dueNs + periodNs) {  // its time has passed
@@ -153,7 +162,6 @@ void PluginDriver::Play(uint64_t frames, double seconds, const std::atomic<bool>
       ++counters_.framesSkipped;
       continue;
     }
-    PushSoundUpTo(playedNs);
     PushFrame(uint32_t(index++));
   }
   counters_.playedNs = SteadyNanos() - startNs;

@@ -56,6 +56,7 @@ class PluginDriver {
   void StartPlayback();
   void StopPlayback();
   void PushFrame(uint32_t index);
+  int64_t NextSoundNs() const;
   void PushSoundUpTo(int64_t playedNs);
 
   FrameSource& pictures_;

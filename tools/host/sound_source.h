@@ -25,5 +25,7 @@ class SoundSource {
 
 // A quiet tone, another one on the right.
 std::unique_ptr<SoundSource> MakeToneSource();
+// Silence, and a click at each whole second.
+std::unique_ptr<SoundSource> MakeClickSource();
 
 }  // namespace Veldrift

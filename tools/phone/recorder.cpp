@@ -1,6 +1,7 @@
 #include "recorder.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -14,7 +15,8 @@ namespace {
 // A file begins once so much of the stream is here: by then a sender that has sound has sent some,
 // and settings that were asked for have taken effect.
 constexpr int64_t kPrerollMicros = 600'000;
-constexpr int64_t kAudibleDriftMicros = 60'000;
+constexpr int64_t kToleratedDriftMicros = 8'000;
+constexpr int64_t kObservedMicros = 1'000'000;
 constexpr int64_t kLostBlockMicros = 5'000;
 constexpr int64_t kLongestSilenceMicros = 60'000'000;
 
@@ -106,6 +108,7 @@ void Recorder::StartFile() {
   }
   ++files_;
   lastBlock_.reset();
+  observedSince_.reset();
   for (const Entry& entry : waiting_) Write(entry);
   waiting_.clear();
 }
@@ -123,14 +126,33 @@ void Recorder::WriteSound(const Entry& entry, int64_t timeMicros) {
   const bool gap = lastBlock_ && uint16_t(*lastBlock_ + 1) != entry.frame->frameNumber;
   lastBlock_ = entry.frame->frameNumber;
   const int64_t haveMicros = file_->SoundSamples() * 1'000'000 / sound_->sampleRate;
-  const int64_t behind = timeMicros - haveMicros;
-  const int64_t tolerated = gap || haveMicros == 0 ? kLostBlockMicros : kAudibleDriftMicros;
-  if (behind < -kAudibleDriftMicros) return;  // more sound than time: this block is too much
-  if (behind > tolerated && behind < kLongestSilenceMicros) {
-    const auto samples = size_t(behind * sound_->sampleRate / 1'000'000);
-    file_->WriteSound(std::vector<float>(samples * size_t(sound_->channels)));
+  const int64_t late = timeMicros - haveMicros;
+  std::vector<float> samples = SamplesOf(*entry.frame);
+  const bool lost = (gap || haveMicros == 0) && late > kLostBlockMicros;
+  const int64_t missing = lost ? late : DriftAt(timeMicros, late);
+  const auto channels = size_t(sound_->channels);
+  const auto shift = size_t(std::abs(missing) * sound_->sampleRate / 1'000'000) * channels;
+  if (missing > 0 && missing < kLongestSilenceMicros) {
+    file_->WriteSound(std::vector<float>(shift));
+  } else if (missing < 0) {
+    samples.erase(samples.begin(), samples.begin() + ptrdiff_t(std::min(shift, samples.size())));
   }
-  file_->WriteSound(SamplesOf(*entry.frame));
+  if (missing != 0) observedSince_.reset();
+  file_->WriteSound(samples);
+}
+
+// A block can be stamped too late, by a sender that was held up, but never too early: the least
+// lateness of a while is the drift. 0 while it is too small to hear, or not known yet.
+int64_t Recorder::DriftAt(int64_t timeMicros, int64_t lateMicros) {
+  if (!observedSince_) {
+    observedSince_ = timeMicros;
+    leastLate_ = lateMicros;
+  }
+  leastLate_ = std::min(leastLate_, lateMicros);
+  if (timeMicros - *observedSince_ < kObservedMicros) return 0;
+  const int64_t drift = leastLate_;
+  observedSince_.reset();
+  return std::abs(drift) > kToleratedDriftMicros ? drift : 0;
 }
 
 void Recorder::Write(const Entry& entry) {

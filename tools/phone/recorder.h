@@ -46,6 +46,7 @@ class Recorder {
   void EndFile();
   void Write(const Entry& entry);
   void WriteSound(const Entry& entry, int64_t timeMicros);
+  int64_t DriftAt(int64_t timeMicros, int64_t lateMicros);
   std::filesystem::path NextPath() const;
   bool ReadyToStart() const;
 
@@ -57,6 +58,8 @@ class Recorder {
   std::unique_ptr<RecordingFile> file_;
   int64_t fileStartMicros_ = 0;
   std::optional<uint16_t> lastBlock_;
+  std::optional<int64_t> observedSince_;  // microseconds in the file
+  int64_t leastLate_ = 0;                 // since then
   int files_ = 0;
   int64_t lengthMicros_ = 0;
   bool failed_ = false;
