@@ -61,6 +61,18 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"PhoneUnknownOption", kPhone, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"PhoneBadCode", kPhone, {"--host", "127.0.0.1", "--code", "12"}, 2, "six digits"},
         Mistake{"PhoneBadAddress", kPhone, {"--host", "nowhere"}, 2, "nowhere"},
+        Mistake{"PhoneBadCommand",
+                kPhone,
+                {"--host", "127.0.0.1", "--send", "jump"},
+                2,
+                "no command jump"},
+        Mistake{"PhoneBadPayload",
+                kPhone,
+                {"--host", "127.0.0.1", "--send", "set-gop=0102"},
+                2,
+                "payload 0102"},
+        Mistake{
+            "PhoneNoLog", kPhone, {"--host", "127.0.0.1", "--self-test", "P3"}, 2, "--plugin-log"},
         Mistake{"PhoneUri", kPhone, {"--uri", "veldrift://x"}, 8, "aren't built yet"},
         Mistake{"PhoneDiscover", kPhone, {"--discover"}, 8, "aren't built yet"}),
     [](const auto& given) { return std::string(given.param.name); });

@@ -1,6 +1,8 @@
 // What the host stand-in's exit code says. --help lists them.
 #pragma once
 
+#include "tools/cli/complaint.h"
+
 namespace Veldrift {
 
 enum HostExit : int {
@@ -14,5 +16,9 @@ enum HostExit : int {
   kExitNotBuiltYet = 7,
   kExitPortInUse = 8,  // the control port: no phone could ever connect
 };
+
+inline int Complain(HostExit exit, const std::string& sentence) {
+  return Complain("veldrift-host", exit, sentence);
+}
 
 }  // namespace Veldrift

@@ -1,10 +1,8 @@
 #include "host_options.h"
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
-
 #include "exit_codes.h"
 #include "platform/file.h"
+#include "tools/cli/command_line.h"
 
 namespace Veldrift {
 
@@ -43,13 +41,6 @@ const std::map<std::string, SoundChoice> kSounds = {
     {"tone", SoundChoice::Tone}, {"file", SoundChoice::File}, {"none", SoundChoice::None}};
 const std::map<std::string, AudioRoad> kRoads = {{"push", AudioRoad::Push},
                                                  {"pull", AudioRoad::Pull}};
-
-template <typename Value>
-std::vector<std::string> NamesOf(const std::map<std::string, Value>& values) {
-  std::vector<std::string> names;
-  for (const auto& [name, value] : values) names.push_back(name);
-  return names;
-}
 
 void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--module", typed.module,
@@ -90,11 +81,6 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--remove-at-exit", typed.removeAtExit)->group("");
 }
 
-int Complain(HostExit exit, const std::string& sentence) {
-  std::fprintf(stderr, "veldrift-host: %s\n", sentence.c_str());
-  return exit;
-}
-
 bool ParseSize(const std::string& text, HostOptions& options) {
   const size_t cross = text.find('x');
   return cross != std::string::npos &&
@@ -133,14 +119,7 @@ std::optional<int> ParseHostOptions(int argc, char** argv, HostOptions& options)
   Typed typed;
   AddSource(app, options, typed);
   AddRun(app, options, typed);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::printf("%s", app.help().c_str());
-    return kExitGood;
-  } catch (const CLI::ParseError& error) {
-    return Complain(kExitUsage, std::string(error.what()) + "; see --help");
-  }
+  if (const std::optional<int> exit = ParseCommandLine(app, argc, argv)) return exit;
   return Interpret(typed, options);
 }
 

@@ -18,11 +18,6 @@
 namespace Veldrift {
 namespace {
 
-int Complain(HostExit exit, const std::string& sentence) {
-  std::fprintf(stderr, "veldrift-host: %s\n", sentence.c_str());
-  return exit;
-}
-
 struct Sources {
   std::unique_ptr<FrameSource> pictures;
   std::unique_ptr<SoundSource> sound;

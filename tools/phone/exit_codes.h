@@ -1,6 +1,8 @@
 // What the phone stand-in's exit code says. --help lists them.
 #pragma once
 
+#include "tools/cli/complaint.h"
+
 namespace Veldrift {
 
 enum PhoneExit : int {
@@ -13,6 +15,11 @@ enum PhoneExit : int {
   kExitBroken = 6,   // broken stream, or a violation of the protocol
   kExitNoPicture = 7,
   kExitNotBuiltYet = 8,
+  kExitSelfTest = 9,
 };
+
+inline int Complain(PhoneExit exit, const std::string& sentence) {
+  return Complain("veldrift-phone", exit, sentence);
+}
 
 }  // namespace Veldrift

@@ -1,13 +1,16 @@
 // The phone stand-in: what the phone app does with the plug-in, without a screen, and with a
 // judgement at the end.
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "exit_codes.h"
 #include "media_pipeline.h"
+#include "net/control_protocol.h"
 #include "phone_link.h"
 #include "phone_options.h"
 #include "platform/interrupt.h"
+#include "self_tests.h"
 #include "status_line.h"
 #include "summary.h"
 #include "support/clock.h"
@@ -18,11 +21,6 @@ namespace {
 
 constexpr int64_t kTickNs = 20 * kNanosPerMilli;
 constexpr int64_t kKeyFramePeriodNs = 300 * kNanosPerMilli;
-
-int Complain(PhoneExit exit, const std::string& sentence) {
-  std::fprintf(stderr, "veldrift-phone: %s\n", sentence.c_str());
-  return exit;
-}
 
 std::string StatusText(const MediaReceiver& receiver, const MediaPipeline& media, int64_t runNs) {
   const LiveCounters live = media.Live();
@@ -48,7 +46,7 @@ void Watch(const PhoneOptions& options, const std::atomic<bool>& interrupted,
     const int64_t nowNs = SteadyNanos();
     if (options.seconds > 0 && nowNs - startNs >= int64_t(options.seconds * 1e9)) break;
     if (media.WantsKeyFrame() && nowNs - askedNs >= kKeyFramePeriodNs) {
-      link.AskForKeyFrame();
+      link.Send({kRequestIdr, {}});
       askedNs = nowNs;
     }
     status.Show(StatusText(receiver, media, nowNs - startNs), nowNs);
@@ -62,6 +60,19 @@ int Report(const PhoneOptions& options, const RunResult& result) {
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
   return verdict.sentence.empty() ? verdict.exit : Complain(verdict.exit, verdict.sentence);
+}
+
+int RunSelfTests(const PhoneOptions& options, const std::atomic<bool>& interrupted,
+                 PhoneLink& link) {
+  SelfTests tests(options.pluginLog);
+  const std::vector<SelfTestVerdict> verdicts =
+      tests.Run(options.selfTests, link, options.waitSeconds, interrupted);
+  link.Close();
+  const std::string text = options.json ? VerdictJson(verdicts) : VerdictText(verdicts);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  const bool passed = std::all_of(verdicts.begin(), verdicts.end(),
+                                  [](const SelfTestVerdict& verdict) { return verdict.passed; });
+  return passed ? kExitGood : kExitSelfTest;
 }
 
 int Run(const PhoneOptions& options) {
@@ -87,6 +98,11 @@ int Run(const PhoneOptions& options) {
     media.Finish();
     return Complain(exit, sentence);
   }
+  if (!options.selfTests.empty()) {
+    receiver.Stop();
+    media.Finish();
+    return RunSelfTests(options, interrupted, link);
+  }
   const int64_t startNs = SteadyNanos();
   Watch(options, interrupted, receiver, media, link);
   const int64_t endNs = SteadyNanos();
@@ -96,7 +112,7 @@ int Run(const PhoneOptions& options) {
   return Report(options,
                 {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio),
                  receiver.Lost(StreamType::Video), media, link.EncoderText(), link.Violation(),
-                 link.Messages(), startNs, endNs});
+                 link.Messages(), link.Sent(), startNs, endNs});
 }
 
 }  // namespace

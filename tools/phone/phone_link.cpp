@@ -1,6 +1,5 @@
 #include "phone_link.h"
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -9,7 +8,6 @@
 #include "net/control_protocol.h"
 #include "platform/file.h"
 #include "support/clock.h"
-#include "support/little_endian.h"
 #include "tools/receiver/token_file.h"
 
 namespace Veldrift {
@@ -38,11 +36,8 @@ PhoneExit PhoneLink::Open(std::string& sentence) {
   PhoneExit exit = Connect(sentence);
   if (exit == kExitGood && sentence.empty()) exit = Pair(sentence);
   if (exit != kExitGood || !sentence.empty()) return exit;
-  client_->StartReading([this](const StatusMessage& message) {
-    const MutexLock lock(mutex_);
-    messages_.push_back(message);
-  });
-  SendSettings();
+  client_->StartReading([this](const StatusMessage& message) { Note(message); });
+  for (const Command& command : options_.commands) Send(command);
   return kExitGood;
 }
 
@@ -132,31 +127,29 @@ PhoneExit PhoneLink::Pair(std::string& sentence) {
   return kExitGood;
 }
 
-// The engine first: a new engine starts from its own defaults.
-void PhoneLink::SendSettings() {
-  if (!options_.engine.empty()) {
-    std::vector<std::byte> payload{std::byte(options_.engine.size())};
-    for (const char c : options_.engine) payload.push_back(std::byte(c));
-    client_->Send(kSetEncoderEngine, payload);
+void PhoneLink::Send(const Command& command) {
+  {
+    const MutexLock lock(mutex_);
+    sent_.push_back({command, SteadyNanos(), std::nullopt});
   }
-  const auto sendByte = [this](uint8_t opcode, std::optional<uint8_t> value) {
-    if (value) client_->Send(opcode, std::array{std::byte(*value)});
-  };
-  sendByte(kSetCodec, options_.codec);
-  sendByte(kSetGopMode, options_.gopMode);
-  if (options_.encoderMode) {
-    client_->Send(kSetEncoderMode,
-                  std::array{std::byte(*options_.encoderMode), std::byte(options_.quality)});
-  }
-  if (options_.maxShortSide) {
-    std::array<std::byte, 2> payload;
-    PutU16(payload.data(), *options_.maxShortSide);
-    client_->Send(kSetMaxResolution, payload);
-  }
-  for (const uint8_t key : options_.keys) client_->Send(key);
+  client_->Send(command.opcode, command.payload);
 }
 
-void PhoneLink::AskForKeyFrame() { client_->Send(kRequestIdr); }
+void PhoneLink::Note(const StatusMessage& message) {
+  const MutexLock lock(mutex_);
+  messages_.push_back(message);
+  if (message.opcode != kCommandAck) return;
+  for (SentCommand& sent : sent_) {
+    if (sent.acknowledgedNs || std::byte(sent.command.opcode) != message.payload[0]) continue;
+    sent.acknowledgedNs = message.timeNs;
+    return;
+  }
+}
+
+std::vector<SentCommand> PhoneLink::Sent() const {
+  const MutexLock lock(mutex_);
+  return sent_;
+}
 
 std::vector<StatusMessage> PhoneLink::Messages() const {
   const MutexLock lock(mutex_);

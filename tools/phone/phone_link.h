@@ -13,25 +13,33 @@
 #include "exit_codes.h"
 #include "phone_options.h"
 #include "platform/mutex.h"
+#include "tools/receiver/commands.h"
 #include "tools/receiver/control_client.h"
 #include "tools/receiver/pairing_code_log.h"
 
 namespace Veldrift {
 
+struct SentCommand {
+  Command command;
+  int64_t sentNs = 0;
+  std::optional<int64_t> acknowledgedNs;  // by the first instance that answered
+};
+
 class PhoneLink {
  public:
   explicit PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted);
 
-  // Connects, pairs, and sends the settings. Otherwise `sentence` says why not. An interrupt gives
-  // kExitGood with a sentence.
+  // Connects, pairs, and sends the commands of the options. Otherwise `sentence` says why not. An
+  // interrupt gives kExitGood with a sentence.
   PhoneExit Open(std::string& sentence);
 
-  void AskForKeyFrame();
+  void Send(const Command& command);
   bool Ended() const { return client_->Ended(); }
   void Close() { client_->Disconnect(); }
 
   std::string Violation() const { return client_->Violation(); }
   std::vector<StatusMessage> Messages() const;
+  std::vector<SentCommand> Sent() const;
   // The encoder's last description of itself; empty if there was none.
   std::string EncoderText() const;
 
@@ -41,7 +49,7 @@ class PhoneLink {
   std::optional<std::string> FindCode();
   std::optional<std::string> AskForCode();
   ControlClient::PairResult PairWatched(std::string& token);
-  void SendSettings();
+  void Note(const StatusMessage& message);
 
   const PhoneOptions& options_;
   const std::atomic<bool>& interrupted_;
@@ -50,6 +58,7 @@ class PhoneLink {
   std::atomic<bool> asking_{false};  // somebody is typing the code
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
+  std::vector<SentCommand> sent_ VD_GUARDED_BY(mutex_);
 };
 
 }  // namespace Veldrift

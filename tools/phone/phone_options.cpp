@@ -1,19 +1,17 @@
 #include "phone_options.h"
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
 #include <map>
 
 #include "exit_codes.h"
 #include "net/control_protocol.h"
 #include "platform/file.h"
+#include "tools/cli/command_line.h"
 
 namespace Veldrift {
 
 namespace {
 
 constexpr uint16_t kDefaultPort = 47100;
-constexpr const char* kSay = "veldrift-phone: ";
 
 constexpr const char* kFooter = R"(
 Exit codes:
@@ -26,39 +24,40 @@ Exit codes:
   6  a broken stream, or a violation of the protocol
   7  no picture arrived
   8  an option that isn't built yet
+  9  a self-test of the plug-in failed, or gave no verdict
 
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
   veldrift-phone --host 127.0.0.1 --bind 127.0.0.2 --token-file phone.token \
       --code-from-log plugin.log --seconds 10 --record take.mkv --snapshots pictures
   veldrift-phone --host 127.0.0.1:47110 --codec h264 --gop long --drop 5 --reorder 2 --seed 7
+  veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --send set-gop=01 --key play --json
+  veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --self-test P0.1 --self-test P3
 )";
 
 // What the user typed, before it means anything.
 struct Typed {
-  std::string host, uri, bind, codec, gop, mode, tokenFile, codeFromLog, record, snapshots;
+  std::string host, uri, bind, codec, gop, mode, tokenFile, codeFromLog, pluginLog, record,
+      snapshots;
   bool discover = false;
-  std::vector<std::string> keys;
+  std::vector<std::string> keys, sends, markers;
   std::optional<int> maxShortSide;
+  bool atOnce = false;
+  std::string engine;
   int quality = 75;
 };
 
 const std::map<std::string, uint8_t> kCodecs = {{"hevc", 0}, {"h264", 1}};
 const std::map<std::string, uint8_t> kGopModes = {{"intra", 0}, {"short", 1}, {"long", 3}};
 const std::map<std::string, uint8_t> kModes = {{"bitrate", 0}, {"quality", 1}, {"vbr", 2}};
-const std::map<std::string, uint8_t> kKeys = {
-    {"play", 0x20},         {"step-forward", 0x21},   {"step-back", 0x22}, {"jump-forward", 0x23},
-    {"jump-back", 0x24},    {"go-to-in", 0x25},       {"go-to-out", 0x26}, {"shuttle-back", 0x27},
-    {"shuttle-stop", 0x28}, {"shuttle-forward", 0x29}};
+std::string ListOf(const std::vector<std::string>& names) { return CLI::detail::join(names, ", "); }
 
-std::vector<std::string> NamesOf(const std::map<std::string, uint8_t>& values) {
+std::vector<std::string> KeyNames() {
   std::vector<std::string> names;
-  for (const auto& [name, value] : values) names.push_back(name);
+  for (int opcode = kHostCommandFirst; opcode <= kHostCommandLast; ++opcode) {
+    names.emplace_back(CommandName(uint8_t(opcode)));
+  }
   return names;
-}
-
-std::string ListOf(const std::map<std::string, uint8_t>& values) {
-  return CLI::detail::join(NamesOf(values), ", ");
 }
 
 void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
@@ -78,22 +77,38 @@ void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
       ->check(CLI::Range(0.0, 3600.0));
 }
 
-void AddSettings(CLI::App& app, PhoneOptions& options, Typed& typed) {
-  app.add_option("--engine", options.engine, "encoder engine, by its id")
+void AddSettings(CLI::App& app, Typed& typed) {
+  app.add_option("--engine", typed.engine, "encoder engine, by its id")
       ->check([](const std::string& id) {
         return id.size() > 255 ? std::string("an engine id has 255 bytes at most") : std::string();
       });
-  app.add_option("--codec", typed.codec, ListOf(kCodecs))->check(CLI::IsMember(NamesOf(kCodecs)));
-  app.add_option("--gop", typed.gop, ListOf(kGopModes))->check(CLI::IsMember(NamesOf(kGopModes)));
-  app.add_option("--mode", typed.mode, ListOf(kModes))->check(CLI::IsMember(NamesOf(kModes)));
+  app.add_option("--codec", typed.codec, ListOf(NamesOf(kCodecs)))
+      ->check(CLI::IsMember(NamesOf(kCodecs)));
+  app.add_option("--gop", typed.gop, ListOf(NamesOf(kGopModes)))
+      ->check(CLI::IsMember(NamesOf(kGopModes)));
+  app.add_option("--mode", typed.mode, ListOf(NamesOf(kModes)))
+      ->check(CLI::IsMember(NamesOf(kModes)));
   app.add_option("--quality", typed.quality, "per cent, for --mode")
       ->capture_default_str()
       ->check(CLI::Range(0, 100));
   app.add_option("--max-short-side", typed.maxShortSide, "pixels; 0 is no limit")
       ->check(CLI::Range(0, 65'535));
-  app.add_option("--key", typed.keys,
-                 "transport key, sent once paired; may be repeated: " + ListOf(kKeys))
-      ->check(CLI::IsMember(NamesOf(kKeys)));
+  app.add_flag("--settings-at-once", typed.atOnce,
+               "sends the settings in one message, as an app does");
+}
+
+void AddCommands(CLI::App& app, PhoneOptions& options, Typed& typed) {
+  app.add_option("--key", typed.keys, "transport key, sent once paired: " + ListOf(KeyNames()))
+      ->check(CLI::IsMember(KeyNames()));
+  app.add_option(
+      "--send", typed.sends,
+      "any command, as NAME or NAME=PAYLOAD in hexadecimal digits: " + ListOf(CommandNames()));
+  app.add_option("--marker", typed.markers, "leaves this text in the plug-in's log");
+  app.add_option("--self-test", options.selfTests,
+                 "runs a built-in test of the plug-in (P0.1, P0.3, P0.4, P1.1, P1.2, P2.1, P3, "
+                 "P6.1, P6.2), prints the verdict from its log, and ends");
+  app.add_option("--plugin-log", typed.pluginLog,
+                 "the plug-in's log, for --self-test (default: what --code-from-log names)");
 }
 
 void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
@@ -111,11 +126,6 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option("--seconds", options.seconds, "ends so long after the pairing (0: goes on)")
       ->check(CLI::Range(0.0, 1e6));
   app.add_flag("--json", options.json, "prints the summary as JSON, with every control message");
-}
-
-int Complain(PhoneExit code, const std::string& sentence) {
-  std::fprintf(stderr, "%s%s\n", kSay, sentence.c_str());
-  return code;
 }
 
 bool ParseHost(const std::string& text, Ipv4Endpoint& host) {
@@ -164,17 +174,63 @@ std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
   return std::nullopt;
 }
 
-void Fill(const Typed& typed, PhoneOptions& options) {
+template <typename Map>
+std::optional<uint8_t> ValueOf(const Map& values, const std::string& name) {
+  return name.empty() ? std::nullopt : std::optional<uint8_t>(values.at(name));
+}
+
+// The engine first: a new engine starts from its own defaults.
+void AddSeparateSettings(const Typed& typed, std::vector<Command>& commands) {
+  if (!typed.engine.empty()) commands.push_back(EngineCommand(typed.engine));
+  const auto add = [&](uint8_t opcode, std::optional<uint8_t> value) {
+    if (value) commands.push_back({opcode, {std::byte(*value)}});
+  };
+  add(kSetCodec, ValueOf(kCodecs, typed.codec));
+  add(kSetGopMode, ValueOf(kGopModes, typed.gop));
+  if (const auto mode = ValueOf(kModes, typed.mode)) {
+    commands.push_back({kSetEncoderMode, {std::byte(*mode), std::byte(typed.quality)}});
+  }
+  if (typed.maxShortSide) {
+    commands.push_back(MaxResolutionCommand(uint16_t(*typed.maxShortSide)));
+  }
+}
+
+Command SettingsAtOnce(const Typed& typed) {
+  return SnapshotCommand({uint16_t(typed.maxShortSide.value_or(0)),
+                          ValueOf(kCodecs, typed.codec).value_or(0),
+                          ValueOf(kGopModes, typed.gop).value_or(0),
+                          ValueOf(kModes, typed.mode).value_or(0), typed.engine});
+}
+
+// In the order in which they go out. Otherwise the exit code.
+std::optional<int> FillCommands(const Typed& typed, std::vector<Command>& commands) {
+  if (typed.atOnce) {
+    commands.push_back(SettingsAtOnce(typed));
+  } else {
+    AddSeparateSettings(typed, commands);
+  }
+  std::vector<std::string> sends = typed.sends;
+  sends.insert(sends.end(), typed.keys.begin(), typed.keys.end());
+  for (const std::string& text : sends) {
+    std::string error;
+    const std::optional<Command> command = ParseCommand(text, error);
+    if (!command) return Complain(kExitUsage, "--send: " + error);
+    commands.push_back(*command);
+  }
+  for (const std::string& text : typed.markers) commands.push_back(MarkerCommand(text));
+  return std::nullopt;
+}
+
+std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   options.tokenFile = PathFromText(typed.tokenFile);
   options.codeFromLog = PathFromText(typed.codeFromLog);
+  options.pluginLog = typed.pluginLog.empty() ? options.codeFromLog : PathFromText(typed.pluginLog);
   options.record = PathFromText(typed.record);
   options.snapshots = PathFromText(typed.snapshots);
-  if (!typed.codec.empty()) options.codec = kCodecs.at(typed.codec);
-  if (!typed.gop.empty()) options.gopMode = kGopModes.at(typed.gop);
-  if (!typed.mode.empty()) options.encoderMode = kModes.at(typed.mode);
-  options.quality = uint8_t(typed.quality);
-  if (typed.maxShortSide) options.maxShortSide = uint16_t(*typed.maxShortSide);
-  for (const std::string& key : typed.keys) options.keys.push_back(kKeys.at(key));
+  if (!options.selfTests.empty() && options.pluginLog.empty()) {
+    return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");
+  }
+  return FillCommands(typed, options.commands);
 }
 
 }  // namespace
@@ -185,19 +241,12 @@ std::optional<int> ParsePhoneOptions(int argc, char** argv, PhoneOptions& option
   app.footer(kFooter);
   Typed typed;
   AddConnection(app, options, typed);
-  AddSettings(app, options, typed);
+  AddSettings(app, typed);
+  AddCommands(app, options, typed);
   AddOutput(app, options, typed);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::printf("%s", app.help().c_str());
-    return kExitGood;
-  } catch (const CLI::ParseError& error) {
-    return Complain(kExitUsage, std::string(error.what()) + "; see --help");
-  }
+  if (const std::optional<int> exit = ParseCommandLine(app, argc, argv)) return exit;
   if (const std::optional<int> bad = Interpret(typed, options)) return bad;
-  Fill(typed, options);
-  return std::nullopt;
+  return Fill(typed, options);
 }
 
 }  // namespace Veldrift

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "tools/receiver/commands.h"
 #include "tools/receiver/loss_simulator.h"
 
 namespace Veldrift {
@@ -22,14 +23,9 @@ struct PhoneOptions {
   std::filesystem::path codeFromLog;
   double waitSeconds = 10;  // for the plug-in, and for the code
 
-  // Settings for the plug-in; what is absent isn't sent.
-  std::string engine;
-  std::optional<uint8_t> codec;
-  std::optional<uint8_t> gopMode;
-  std::optional<uint8_t> encoderMode;
-  uint8_t quality = 75;
-  std::optional<uint16_t> maxShortSide;
-  std::vector<uint8_t> keys;  // opcodes
+  std::vector<Command> commands;       // sent once paired, in this order
+  std::vector<std::string> selfTests;  // run instead of watching the stream
+  std::filesystem::path pluginLog;     // where their verdicts stand
 
   LossSettings loss;
   int patienceMs = 60;  // how long a whole frame waits for older ones

@@ -23,6 +23,8 @@ std::string Line(const char* format, ...) {
   return std::string(text) + "\n";
 }
 
+double MillisBetween(int64_t fromNs, int64_t toNs) { return double(toNs - fromNs) / 1e6; }
+
 std::string DelayLine(const char* name, const DelayStats& delays) {
   if (delays.Count() == 0) return "";
   return Line("  %-22s p50 %.1f ms, p99 %.1f ms", name, delays.PercentileMs(50),
@@ -90,7 +92,7 @@ Json LostJson(const std::vector<LostFrame>& lost) {
 }
 
 Json MessageJson(const StatusMessage& message, int64_t startNs) {
-  Json json = {{"ms", double(message.timeNs - startNs) / 1e6},
+  Json json = {{"ms", MillisBetween(startNs, message.timeNs)},
                {"opcode", message.opcode},
                {"name", StatusName(message.opcode)}};
   if (const auto info = ParseStreamInfo(message)) {
@@ -114,6 +116,36 @@ Json MessageJson(const StatusMessage& message, int64_t startNs) {
       json["bytes"].push_back(std::to_integer<int>(byte));
   }
   return json;
+}
+
+Json SentJson(const SentCommand& sent, int64_t startNs) {
+  Json json = {{"ms", MillisBetween(startNs, sent.sentNs)},
+               {"opcode", sent.command.opcode},
+               {"name", CommandName(sent.command.opcode)}};
+  for (const std::byte byte : sent.command.payload) {
+    json["bytes"].push_back(std::to_integer<int>(byte));
+  }
+  if (sent.acknowledgedNs) {
+    json["acknowledged_after_ms"] = MillisBetween(sent.sentNs, *sent.acknowledgedNs);
+  }
+  return json;
+}
+
+std::string SentLines(const std::vector<SentCommand>& commands) {
+  std::string text;
+  size_t keyFrames = 0;
+  for (const SentCommand& sent : commands) {
+    if (sent.command.opcode == kRequestIdr) {
+      ++keyFrames;
+    } else if (sent.acknowledgedNs) {
+      text += Line("  %-22s acknowledged after %.2f ms", CommandName(sent.command.opcode),
+                   MillisBetween(sent.sentNs, *sent.acknowledgedNs));
+    } else {
+      text += Line("  %-22s sent", CommandName(sent.command.opcode));
+    }
+  }
+  if (keyFrames > 0) text += Line("  %-22s %zu asked for", "key frames", keyFrames);
+  return text;
 }
 
 Json CheckJson(const CheckCounters& check) {
@@ -180,7 +212,7 @@ std::string SummaryText(const RunResult& result) {
   text += DelayLine("push to whole frame", result.media.Checker().PushToWhole());
   text += DelayLine("push to picture", result.media.Checker().PushToPicture());
   text += DelayLine("framing to whole frame", result.media.Checker().FramingToWhole());
-  return text + FileLines(result.media);
+  return text + SentLines(result.sent) + FileLines(result.media);
 }
 
 std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
@@ -211,6 +243,10 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   }
   if (const SnapshotWriter* snapshots = result.media.Snapshots()) {
     json["snapshots"] = snapshots->Written();
+  }
+  json["commands"] = Json::array();
+  for (const SentCommand& sent : result.sent) {
+    json["commands"].push_back(SentJson(sent, result.startNs));
   }
   json["control"] = Json::array();
   for (const StatusMessage& message : result.messages) {

@@ -6,6 +6,7 @@
 
 #include "exit_codes.h"
 #include "media_pipeline.h"
+#include "phone_link.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/status_message.h"
 
@@ -19,6 +20,7 @@ struct RunResult {
   std::string encoder;  // as the plug-in describes it
   std::string controlViolation;
   std::vector<StatusMessage> messages;
+  std::vector<SentCommand> sent;
   int64_t startNs = 0;
   int64_t endNs = 0;
 };

@@ -5,10 +5,11 @@
 // Threads: one thread uses it.
 #pragma once
 
-#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
+
+#include "tools/receiver/log_tail.h"
 
 namespace Veldrift {
 
@@ -21,9 +22,8 @@ class PairingCodeLog {
   std::optional<std::string> Find() const;
 
  private:
-  const std::filesystem::path file_;
+  const LogTail log_;
   const std::string phoneName_;
-  const size_t skip_;  // the file's size at the start
 };
 
 }  // namespace Veldrift

@@ -1,0 +1,26 @@
+// What both stand-ins' command lines share.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Veldrift {
+
+inline constexpr int kExitGoodUse = 0;
+inline constexpr int kExitBadUse = 2;
+
+// The exit code to end with, if the program isn't to run: --help, or a mistake, which has been
+// answered by then.
+std::optional<int> ParseCommandLine(CLI::App& app, int argc, char** argv);
+
+template <typename Value>
+std::vector<std::string> NamesOf(const std::map<std::string, Value>& values) {
+  std::vector<std::string> names;
+  for (const auto& [name, value] : values) names.push_back(name);
+  return names;
+}
+
+}  // namespace Veldrift

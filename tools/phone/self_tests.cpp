@@ -1,0 +1,66 @@
+#include "self_tests.h"
+
+#include <nlohmann/json.hpp>
+
+#include "support/clock.h"
+#include "tools/receiver/commands.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr int64_t kLookNs = 20 * kNanosPerMilli;
+constexpr const char* kDash = " — ";
+
+SelfTestVerdict VerdictOf(const std::string& id, const std::string& rest) {
+  const size_t dash = rest.find(kDash);
+  const std::string detail =
+      dash == rest.npos ? "" : rest.substr(dash + std::char_traits<char>::length(kDash));
+  return {id, true, rest.starts_with("PASS"), detail};
+}
+
+}  // namespace
+
+std::vector<SelfTestVerdict> SelfTests::Run(const std::vector<std::string>& ids, PhoneLink& link,
+                                            double seconds, const std::atomic<bool>& interrupted) {
+  std::vector<SelfTestVerdict> verdicts;
+  for (const std::string& id : ids) {
+    const std::string marker = "[FIXTEST " + id + "] ";
+    const size_t before = log_.AllBehind(marker).size();
+    link.Send(MarkerCommand("SELFTEST " + id));
+    const int64_t deadline = SteadyNanos() + int64_t(seconds * 1e9);
+    SelfTestVerdict verdict{id, false, false, ""};
+    while (!verdict.came && !interrupted && !link.Ended() && SteadyNanos() < deadline) {
+      const std::vector<std::string> rests = log_.AllBehind(marker);
+      if (rests.size() > before) {
+        verdict = VerdictOf(id, rests.back());
+      } else {
+        SystemClock().SleepFor(kLookNs);
+      }
+    }
+    verdicts.push_back(verdict);
+  }
+  return verdicts;
+}
+
+std::string VerdictText(const std::vector<SelfTestVerdict>& verdicts) {
+  std::string text;
+  for (const SelfTestVerdict& verdict : verdicts) {
+    text += verdict.id + " " + (verdict.passed ? "PASS" : "FAIL") + kDash +
+            (verdict.came ? verdict.detail : "no verdict in the plug-in's log") + "\n";
+  }
+  return text;
+}
+
+std::string VerdictJson(const std::vector<SelfTestVerdict>& verdicts) {
+  nlohmann::ordered_json json;
+  for (const SelfTestVerdict& verdict : verdicts) {
+    json["self_tests"].push_back({{"id", verdict.id},
+                                  {"came", verdict.came},
+                                  {"passed", verdict.passed},
+                                  {"detail", verdict.detail}});
+  }
+  return json.dump(2) + "\n";
+}
+
+}  // namespace Veldrift
