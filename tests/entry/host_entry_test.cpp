@@ -113,6 +113,35 @@ TEST_F(HostEntry, OffersOneAudioAndOneVideoMode) {
   EXPECT_EQ(table.QueryVideoMode(&record, 1, &video), Host::kErrorUnsupported);
 }
 
+// Whether an instance is to be had depends on the encoders of the system; either answer must leave
+// nothing behind.
+TEST_F(HostEntry, LoadedAndUnloadedTenTimesItLeavesNoThreadAndNoHandleBehind) {
+  module.reset();
+  ProcessResources first;
+  for (int round = 0; round < 10; ++round) {
+    table = {};
+    ASSERT_NO_FATAL_FAILURE(SetUp());
+    Host::PluginRecord plugin{};
+    EXPECT_EQ(table.Startup(&plugin), Host::kNoError);
+    Host::InstanceRecord records[2]{};
+    for (Host::InstanceRecord& record : records) {
+      const bool made = table.CreateInstance(&record) == Host::kNoError;
+      EXPECT_EQ(made, record.slot != nullptr);
+      EXPECT_EQ(table.ActivateDeactivate(&record, 1, 1), Host::kNoError);
+      EXPECT_EQ(table.ActivateDeactivate(&record, 0, 0), Host::kNoError);
+    }
+    for (Host::InstanceRecord& record : records) {
+      EXPECT_EQ(table.DisposeInstance(&record), Host::kNoError);
+      EXPECT_EQ(record.slot, nullptr);
+    }
+    EXPECT_EQ(table.Shutdown(), Host::kNoError);
+    EXPECT_EQ(table.Shutdown(), Host::kNoError);
+    module.reset();
+    if (round == 0) first = CountProcessResources();
+  }
+  EXPECT_EQ(CountProcessResources(), first);
+}
+
 TEST_F(HostEntry, PublishesThePlaybackStateToNobodyWithoutAPhone) {
   const auto publish =
       reinterpret_cast<Host::PublishFunction>(module->FindSymbol(Host::kPublishExport));

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <thread>
 
 #include "tests/support/child.h"
+#include "tests/support/scratch.h"
 
 namespace Veldrift {
 namespace {
@@ -53,6 +55,18 @@ TEST(System, TheLocalTimeIsAPlausibleOne) {
   EXPECT_TRUE(now.month >= 1 && now.month <= 12);
   EXPECT_TRUE(now.day >= 1 && now.day <= 31);
   EXPECT_TRUE(now.millisecond >= 0 && now.millisecond <= 999);
+}
+
+TEST(System, OpenFilesAndThreadsAreCounted) {
+  const ScratchFolder folder;
+  const ProcessResources before = CountProcessResources();
+  EXPECT_GE(before.threads, 1U);
+  {
+    const std::ofstream file(folder.Path() / "open");
+    EXPECT_EQ(CountProcessResources().handles, before.handles + 1);
+    std::thread([&] { EXPECT_EQ(CountProcessResources().threads, before.threads + 1); }).join();
+  }
+  EXPECT_EQ(CountProcessResources(), before);
 }
 
 TEST(System, TheExecutableIsThisFile) {

@@ -11,16 +11,34 @@ namespace {
 TEST(Commands, EachIsTakenAnsweredAndListedWithItsTime) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Arguments arguments = {"--seconds",       "3",    "--marker", "a mark",     "--codec", "h264",
-                         "--gop",           "long", "--mode",   "quality",    "--quality", "60",
-                         "--max-short-side", "240",  "--engine", "software"};
-  const char* const others[] = {
-      "request-idr",     "set-bitrate",        "receiver-report",     "set-auto-mode",
-      "set-hard-frame-cap", "set-congestion-controller", "receiver-report-v2",
-      "set-playback-prefer", "set-mode", "set-max-latency", "app-telemetry", "set-transition-mode",
-      "set-full-quality-when-paused", "settings-snapshot=f00001030100", "play", "step-forward",
-      "step-back", "jump-forward", "jump-back", "go-to-in", "go-to-out", "shuttle-back",
-      "shuttle-stop", "shuttle-forward"};
+  Arguments arguments = {"--seconds",        "3",       "--marker",  "a mark",
+                         "--codec",          "h264",    "--gop",     "long",
+                         "--mode",           "quality", "--quality", "60",
+                         "--max-short-side", "240",     "--engine",  "software"};
+  const char* const others[] = {"request-idr",
+                                "set-bitrate",
+                                "receiver-report",
+                                "set-auto-mode",
+                                "set-hard-frame-cap",
+                                "set-congestion-controller",
+                                "receiver-report-v2",
+                                "set-playback-prefer",
+                                "set-mode",
+                                "set-max-latency",
+                                "app-telemetry",
+                                "set-transition-mode",
+                                "set-full-quality-when-paused",
+                                "settings-snapshot=f00001030100",
+                                "play",
+                                "step-forward",
+                                "step-back",
+                                "jump-forward",
+                                "jump-back",
+                                "go-to-in",
+                                "go-to-out",
+                                "shuttle-back",
+                                "shuttle-stop",
+                                "shuttle-forward"};
   for (const char* other : others) {
     arguments.emplace_back("--send");
     arguments.emplace_back(other);

@@ -38,8 +38,8 @@ TEST(Commands, APayloadMustBeWhatThePlugInWillRead) {
     ASSERT_TRUE(command) << text;
     EXPECT_EQ(Bytes(*command), bytes);
   }
-  for (const char* text : {"set-gop=", "set-gop=1", "set-gop=0x", "set-gop=0102", "set-engine=",
-                           "set-engine=0361", "play=00", "bogus", ""}) {
+  for (const char* text : {"set-gop=", "set-gop=1", "set-gop=0x", "set-gop=0102",
+                           "set-engine=", "set-engine=0361", "play=00", "bogus", ""}) {
     error.clear();
     EXPECT_FALSE(ParseCommand(text, error)) << text;
     EXPECT_FALSE(error.empty()) << text;

@@ -14,7 +14,8 @@ enum HostExit : int {
   kExitNoInput = 5,     // no such file, or no video that can be read
   kExitUndisposed = 6,  // the module kept frames, or disposed of one twice
   kExitNotBuiltYet = 7,
-  kExitPortInUse = 8,  // the control port: no phone could ever connect
+  kExitPortInUse = 8,   // the control port: no phone could ever connect
+  kExitLeftBehind = 9,  // threads or handles
 };
 
 inline int Complain(HostExit exit, const std::string& sentence) {

@@ -19,6 +19,7 @@ Exit codes:
   6  the module kept frames, or disposed of one twice
   7  an option that isn't built yet
   8  the control port is in use by another program
+  9  the module left threads, sockets or files behind
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
@@ -67,9 +68,16 @@ void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
 }
 
 void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
-  app.add_option("--seconds", options.seconds, "ends after so long (0: at Ctrl-C)")
+  app.add_option("--seconds", options.seconds, "ends a round after so long (0: at Ctrl-C)")
       ->check(CLI::Range(0.0, 1e6));
-  app.add_option("--frames", options.frames, "ends after so many frames");
+  app.add_option("--frames", options.frames, "ends a round after so many frames");
+  app.add_option("--instances", options.instances, "makes so many; the first one plays")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100));
+  app.add_option("--rounds", options.rounds,
+                 "loads the module, plays and unloads it so many times, and counts what it leaves")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1'000'000));
   app.add_option("--home", typed.home, "settings, logs and trusted phones live in this folder");
   app.add_option("--host", typed.host,
                  "which application to be: premiere, aftereffects, mediaencoder or unknown; the "

@@ -24,8 +24,10 @@ struct HostOptions {
   bool stamp = false;    // stamps the pictures of a file
   SoundChoice sound = SoundChoice::Default;
   AudioRoad audioRoad = AudioRoad::Push;
-  double seconds = 0;   // 0: until Ctrl-C
-  uint64_t frames = 0;  // 0: no limit
+  size_t instances = 1;  // the first one plays
+  int rounds = 1;        // how often the module is loaded, played into and unloaded
+  double seconds = 0;    // 0: until Ctrl-C
+  uint64_t frames = 0;   // 0: no limit
   std::filesystem::path home;
   HostApplication host = HostApplication::Premiere;
   bool json = false;

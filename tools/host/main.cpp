@@ -84,17 +84,28 @@ void Announce(const HostOptions& options, const PictureFormat& format) {
   std::fflush(stdout);
 }
 
-int Report(const HostOptions& options, const DriverCounters& counters) {
-  const bool clean = counters.undisposed == 0 && counters.wronglyDisposed == 0;
-  const HostExit exit = clean ? kExitGood : kExitUndisposed;
-  const std::string text =
-      options.json ? HostSummaryJson(counters, exit) : HostSummaryText(counters);
+int Report(const HostOptions& options, const HostRun& run) {
+  std::string sentence;
+  const HostExit exit = Judge(run, sentence);
+  const std::string text = options.json ? HostSummaryJson(run, exit) : HostSummaryText(run);
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
-  if (clean) return exit;
-  return Complain(exit, "the module kept " + std::to_string(counters.undisposed) +
-                            " frames and disposed of " + std::to_string(counters.wronglyDisposed) +
-                            " that weren't its");
+  return exit == kExitGood ? exit : Complain(exit, sentence);
+}
+
+// From loading the module to unloading it.
+HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions, Sources& sources,
+                 const std::atomic<bool>& interrupted, HostRun& run, std::string& sentence) {
+  PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad, run.counters);
+  const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
+  const HostExit exit = driver.Open(module, moduleOptions, options.instances, sentence);
+  if (exit == kExitGood) {
+    if (run.afterRounds.empty()) Announce(options, sources.pictures->Format());
+    driver.Play(options.frames, options.seconds, interrupted);
+  }
+  driver.Close();
+  run.afterRounds.push_back(CountProcessResources());
+  return exit;
 }
 
 int Run(const HostOptions& options) {
@@ -105,15 +116,11 @@ int Run(const HostOptions& options) {
   if (exit == kExitGood) exit = CheckControlPort(options.host, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
   const ModuleOptions moduleOptions = MoveHome(options.home);
-  const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
-  PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad);
-  exit = driver.Open(module, moduleOptions, sentence);
-  if (exit == kExitGood) {
-    Announce(options, sources.pictures->Format());
-    driver.Play(options.frames, options.seconds, interrupted);
+  HostRun run;
+  for (int round = 0; round < options.rounds && exit == kExitGood && !interrupted; ++round) {
+    exit = RunOnce(options, moduleOptions, sources, interrupted, run, sentence);
   }
-  driver.Close();
-  return exit == kExitGood ? Report(options, driver.Counters()) : Complain(exit, sentence);
+  return exit == kExitGood ? Report(options, run) : Complain(exit, sentence);
 }
 
 }  // namespace

@@ -21,9 +21,10 @@ int64_t TicksToNanos(int64_t ticks) {
 }  // namespace
 
 HostExit PluginDriver::Open(const std::filesystem::path& module, const ModuleOptions& options,
-                            std::string& sentence) {
-  const HostExit loaded = Load(module, options, sentence);
-  return loaded == kExitGood ? MakeInstance(sentence) : loaded;
+                            size_t instances, std::string& sentence) {
+  HostExit exit = Load(module, options, sentence);
+  while (exit == kExitGood && instances_.size() < instances) exit = MakeInstance(sentence);
+  return exit;
 }
 
 HostExit PluginDriver::Load(const std::filesystem::path& module, const ModuleOptions& options,
@@ -40,7 +41,7 @@ HostExit PluginDriver::Load(const std::filesystem::path& module, const ModuleOpt
     sentence = "the module " + PathText(module) + " has no working " + Host::kEntryExport;
     return kExitNoModule;
   }
-  if (table_.Startup(&plugin_) != Host::kNoError) {
+  if (table_.Startup(&plugin_) != Host::kNoError || !AnswersQueries()) {
     sentence = "the module's startup failed";
     return kExitNoModule;
   }
@@ -48,56 +49,78 @@ HostExit PluginDriver::Load(const std::filesystem::path& module, const ModuleOpt
   return kExitGood;
 }
 
+// What a host asks before it makes an instance, and the two slots that mean nothing.
+bool PluginDriver::AnswersQueries() {
+  int32_t reset = -1, playback = -1, scrubbing = -1;
+  table_.NeedsReset(&reset);
+  table_.SupportsPlayback(&playback);
+  table_.SupportsScrubbing(&scrubbing);
+  return reset == 0 && playback == 1 && scrubbing == 1 && table_.Unused15() == Host::kNoError &&
+         table_.Unused16() == Host::kNoError;
+}
+
 HostExit PluginDriver::MakeInstance(std::string& sentence) {
-  instance_.utilities = &HostSuites::Instance().Utilities();
-  instance_.ticksPerFrame = pictures_.Format().ticksPerFrame;
-  instance_.playID = sound_ != nullptr && road_ == AudioRoad::Pull ? kPlayId : 0;
+  const bool first = instances_.empty();
+  auto instance = std::make_unique<Host::InstanceRecord>();
+  instance->utilities = &HostSuites::Instance().Utilities();
+  instance->ticksPerFrame = pictures_.Format().ticksPerFrame;
   if (sound_ != nullptr) {
-    instance_.sampleRate = float(sound_->Format().sampleRate);
-    instance_.channels = uint32_t(sound_->Format().channels);
+    instance->playID = first && road_ == AudioRoad::Pull ? kPlayId : 0;
+    instance->sampleRate = float(sound_->Format().sampleRate);
+    instance->channels = uint32_t(sound_->Format().channels);
   }
-  const Host::Error error = table_.CreateInstance(&instance_);
+  const Host::Error error = table_.CreateInstance(instance.get());
   if (error != Host::kNoError) {
     sentence = "the module made no instance: error " + std::to_string(error);
     return kExitRefused;
   }
-  instanceMade_ = true;
+  instances_.push_back(std::move(instance));
+  return AskForModes(*instances_.back(), sentence);
+}
+
+// As a host asks: mode after mode until the module has no more.
+HostExit PluginDriver::AskForModes(const Host::InstanceRecord& instance, std::string& sentence) {
   Host::VideoMode video{};
   Host::AudioMode audio{};
-  if (table_.QueryVideoMode(&instance_, 0, &video) != Host::kNoError ||
-      table_.QueryAudioMode(&instance_, 0, &audio) != Host::kNoError ||
-      video.pixelFormat != Host::kPixelFormatBgra) {
-    sentence = "the module offers no video in BGRA, or no sound";
-    return kExitRefused;
+  int32_t videoModes = 0, audioModes = 0;
+  bool bgra = false;
+  while (table_.QueryVideoMode(&instance, videoModes, &video) == Host::kNoError) {
+    bgra = bgra || video.pixelFormat == Host::kPixelFormatBgra;
+    ++videoModes;
   }
-  return kExitGood;
+  while (table_.QueryAudioMode(&instance, audioModes, &audio) == Host::kNoError) ++audioModes;
+  if (bgra && audioModes > 0) return kExitGood;
+  sentence = "the module offers no video in BGRA, or no sound";
+  return kExitRefused;
 }
 
 void PluginDriver::StartPlayback() {
   if (road_ == AudioRoad::Pull) {
     HostSuites::Instance().SetSound(sound_, [this] { return clockTicks_.load(); });
   }
-  table_.ActivateDeactivate(&instance_, sound_ != nullptr ? 1 : 0, 1);
+  for (auto& instance : instances_) {
+    table_.ActivateDeactivate(instance.get(), sound_ != nullptr ? 1 : 0, 1);
+  }
   Host::ClockRecord clock{};
   clock.callback = [](void* data, int64_t ticks) {
     static_cast<PluginDriver*>(data)->clockTicks_ += ticks;
   };
   clock.callbackData = this;
   clock.mode = Host::kPlayModePlaying;
-  table_.StartClock(&instance_, &clock);
+  table_.StartClock(&Playing(), &clock);
   if (sound_ == nullptr || road_ != AudioRoad::Push) return;
   Host::AudioStart start{};
-  if (table_.StartPushAudio(&instance_, &start) == Host::kNoError) {
+  if (table_.StartPushAudio(&Playing(), &start) == Host::kNoError) {
     samplesPerBlock_ = uint32_t(std::max(0, start.samplesPerFrame));
   }
 }
 
 void PluginDriver::StopPlayback() {
-  if (sound_ != nullptr && road_ == AudioRoad::Push) table_.StopPushAudio(&instance_);
-  table_.StopClock(&instance_);
-  table_.ActivateDeactivate(&instance_, 0, 0);
+  if (sound_ != nullptr && road_ == AudioRoad::Push) table_.StopPushAudio(&Playing());
+  table_.StopClock(&Playing());
+  for (auto& instance : instances_) table_.ActivateDeactivate(instance.get(), 0, 0);
   HostSuites::Instance().SetSound(nullptr, nullptr);
-  counters_.clockTicks = clockTicks_;
+  counters_.clockTicks += clockTicks_;
 }
 
 // When the next block's first sample is due.
@@ -116,7 +139,7 @@ void PluginDriver::PushSoundUpTo(int64_t playedNs) {
   while (NextSoundNs() <= playedNs) {
     sound_->Next(buffers.data(), samplesPerBlock_);
     const Host::AudioBlock block{buffers.data(), samplesPerBlock_, uint32_t(format.channels)};
-    table_.PushAudio(&instance_, &block);
+    table_.PushAudio(&Playing(), &block);
     samplesPushed_ += samplesPerBlock_;
     ++counters_.soundBlocks;
   }
@@ -133,7 +156,7 @@ void PluginDriver::PushFrame(uint32_t index) {
   const Host::FrameEntry entry{frame};
   const Host::FrameList list{1, &entry};
   const int64_t before = SteadyNanos();
-  table_.PushVideo(&instance_, &list);
+  table_.PushVideo(&Playing(), &list);
   const int64_t took = SteadyNanos() - before;
   ++counters_.framesPushed;
   counters_.pushNs += took;
@@ -164,15 +187,17 @@ void PluginDriver::Play(uint64_t frames, double seconds, const std::atomic<bool>
     }
     PushFrame(uint32_t(index++));
   }
-  counters_.playedNs = SteadyNanos() - startNs;
+  counters_.playedNs += SteadyNanos() - startNs;
   StopPlayback();
 }
 
 void PluginDriver::Close() {
-  if (instanceMade_) table_.DisposeInstance(&instance_);
+  for (; !instances_.empty(); instances_.pop_back()) {
+    table_.DisposeInstance(instances_.back().get());
+  }
   if (started_) table_.Shutdown();
   if (entry_ != nullptr) entry_(nullptr, 0, nullptr, &table_);
-  instanceMade_ = started_ = false;
+  started_ = false;
   entry_ = nullptr;
   module_.reset();
   counters_.undisposed = HostSuites::Instance().Frames().Undisposed();

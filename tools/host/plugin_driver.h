@@ -1,5 +1,6 @@
-// Drives the module's table as a host does: startup, one instance, playback, and everything back in
-// reverse order, whatever happens in between.
+// Drives the module's table as a host does: startup, one or more instances, playback in the first,
+// and everything back in reverse order, whatever happens in between. An object lives as long as the
+// module is loaded once.
 //
 // Threads: Run belongs to the main thread, which also pushes; the module's clock thread calls back.
 #pragma once
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "exit_codes.h"
 #include "frame_source.h"
@@ -33,11 +35,12 @@ struct DriverCounters {
 
 class PluginDriver {
  public:
-  PluginDriver(FrameSource& pictures, SoundSource* sound, AudioRoad road)
-      : pictures_(pictures), sound_(sound), road_(road) {}
+  // What happens is added to `counters`.
+  PluginDriver(FrameSource& pictures, SoundSource* sound, AudioRoad road, DriverCounters& counters)
+      : pictures_(pictures), sound_(sound), road_(road), counters_(counters) {}
 
-  // Loads the module and makes an instance. Otherwise `sentence` says why not.
-  HostExit Open(const std::filesystem::path& module, const ModuleOptions& options,
+  // Loads the module and makes `instances` instances. Otherwise `sentence` says why not.
+  HostExit Open(const std::filesystem::path& module, const ModuleOptions& options, size_t instances,
                 std::string& sentence);
 
   // Pushes until `frames` places in the timeline are done or `seconds` have passed (0: no limit),
@@ -47,12 +50,13 @@ class PluginDriver {
   // Takes everything down and unloads. Also after an Open that failed.
   void Close();
 
-  const DriverCounters& Counters() const { return counters_; }
-
  private:
   HostExit Load(const std::filesystem::path& module, const ModuleOptions& options,
                 std::string& sentence);
+  bool AnswersQueries();
   HostExit MakeInstance(std::string& sentence);
+  HostExit AskForModes(const Host::InstanceRecord& instance, std::string& sentence);
+  Host::InstanceRecord& Playing() { return *instances_.front(); }
   void StartPlayback();
   void StopPlayback();
   void PushFrame(uint32_t index);
@@ -66,14 +70,14 @@ class PluginDriver {
   Host::EntryFunction entry_ = nullptr;
   Host::TransmitTable table_{};
   Host::PluginRecord plugin_{};
-  Host::InstanceRecord instance_{};
+  // At fixed addresses, since the module may remember them. The first one plays.
+  std::vector<std::unique_ptr<Host::InstanceRecord>> instances_;
   bool started_ = false;
-  bool instanceMade_ = false;
   bool sourceEnded_ = false;
   uint32_t samplesPerBlock_ = 0;
   uint64_t samplesPushed_ = 0;
   std::atomic<int64_t> clockTicks_{0};
-  DriverCounters counters_;
+  DriverCounters& counters_;
 };
 
 }  // namespace Veldrift

@@ -2,13 +2,23 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "exit_codes.h"
+#include "platform/system.h"
 #include "plugin_driver.h"
 
 namespace Veldrift {
 
-std::string HostSummaryText(const DriverCounters& counters);
-std::string HostSummaryJson(const DriverCounters& counters, HostExit exit);
+struct HostRun {
+  DriverCounters counters;                    // of all rounds together
+  std::vector<ProcessResources> afterRounds;  // each time the module was unloaded
+};
+
+// What it comes to; `sentence` says what is wrong.
+HostExit Judge(const HostRun& run, std::string& sentence);
+
+std::string HostSummaryText(const HostRun& run);
+std::string HostSummaryJson(const HostRun& run, HostExit exit);
 
 }  // namespace Veldrift

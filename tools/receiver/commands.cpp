@@ -67,8 +67,8 @@ std::optional<std::vector<std::byte>> ParseHex(std::string_view hex) {
 bool Fits(const PayloadShape& shape, const std::vector<std::byte>& payload) {
   if (!shape.countedTail) return payload.size() == shape.headBytes;
   return payload.size() >= shape.headBytes &&
-         payload.size() == shape.headBytes +
-                               std::to_integer<size_t>(payload[size_t(shape.headBytes) - 1]);
+         payload.size() ==
+             shape.headBytes + std::to_integer<size_t>(payload[size_t(shape.headBytes) - 1]);
 }
 
 void AppendCounted(std::vector<std::byte>& payload, std::string_view text) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
 #include "platform/folders.h"
 
@@ -89,6 +90,17 @@ double ProcessCpuSeconds() {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
   };
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+ProcessResources CountProcessResources() {
+  const auto count = [](const char* folder) {
+    std::error_code failed;
+    const std::filesystem::directory_iterator entries(folder, failed);
+    return failed ? 0U : uint32_t(std::distance(begin(entries), end(entries)));
+  };
+  const uint32_t handles = count("/proc/self/fd");
+  // One of them was the folder itself.
+  return {count("/proc/self/task"), handles > 0 ? handles - 1 : 0};
 }
 
 }  // namespace Veldrift

@@ -6,9 +6,11 @@
 #include <knownfolders.h>
 #include <rpc.h>
 #include <shlobj.h>
+#include <tlhelp32.h>
 
 #include "platform/file.h"
 #include "platform/folders.h"
+#include "platform/win32/handle.h"
 
 namespace Veldrift {
 namespace {
@@ -107,6 +109,20 @@ double ProcessCpuSeconds() {
            kUnitsPerSecond;
   };
   return seconds(kernel) + seconds(user);
+}
+
+ProcessResources CountProcessResources() {
+  ProcessResources resources;
+  DWORD handles = 0;
+  if (GetProcessHandleCount(GetCurrentProcess(), &handles)) resources.handles = handles;
+  const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 thread{};
+  thread.dwSize = sizeof thread;
+  for (BOOL more = snapshot && Thread32First(snapshot.Get(), &thread); more;
+       more = Thread32Next(snapshot.Get(), &thread)) {
+    if (thread.th32OwnerProcessID == GetCurrentProcessId()) ++resources.threads;
+  }
+  return resources;
 }
 
 }  // namespace Veldrift
