@@ -230,6 +230,21 @@ TEST_P(AvEncoderTest, TheHighestRatesOpen) {
   EXPECT_TRUE(encoder_.Configure(1920, 1080, 200'000'000, 60));
 }
 
+TEST_P(AvEncoderTest, TheSmallestPicturesOpenAtTheHighestRate) {
+  struct Case {
+    uint32_t width;
+    uint32_t height;
+  };
+  const std::vector<uint8_t> picture(size_t{16} * 16 * 4, 100);
+  encoder_.SetCodec(GetParam());
+  for (const Case& c : {Case{16, 16}, Case{31, 1080}, Case{1920, 17}}) {
+    EXPECT_TRUE(encoder_.Configure(c.width, c.height, 150'000'000, 30));
+    units_.clear();
+    encoder_.EncodeFrame(picture.data(), 16, 16, 16 * 4, 0);
+    EXPECT_EQ(units_.size(), 1U) << c.width << "x" << c.height;
+  }
+}
+
 // 100,000 bytes are 70 fragments, which the erasure code protects; the small noise picture would
 // take more without a ceiling.
 TEST_P(AvEncoderTest, FramesStayWithinTheByteCap) {
