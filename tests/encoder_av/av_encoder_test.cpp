@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "encoder/annex_b.h"
+#include "encoder/encoder_description.h"
 #include "tests/support/scratch.h"
 
 namespace Veldrift {
@@ -243,6 +244,19 @@ TEST_P(AvEncoderTest, TheSmallestPicturesOpenAtTheHighestRate) {
     encoder_.EncodeFrame(picture.data(), 16, 16, 16 * 4, 0);
     EXPECT_EQ(units_.size(), 1U) << c.width << "x" << c.height;
   }
+}
+
+// The rate asks for a level that forbids the small picture's blocks.
+TEST(AvEncoder, ACodecThatCannotBeOpenedAnewLeavesNothingBehind) {
+  AvEncoder encoder;
+  ASSERT_TRUE(encoder.Configure(1920, 31, 1'000'000, 240));
+  encoder.SetBitrate(150'000'000);
+  const std::vector<uint8_t> picture(size_t{16} * 16 * 4, 100);
+  encoder.EncodeFrame(picture.data(), 16, 16, 16 * 4, 0);
+  EXPECT_FALSE(encoder.Ready());
+  EXPECT_EQ(encoder.GetWidth(), 0);
+  EXPECT_EQ(encoder.GetDescription(), "");
+  EXPECT_EQ(GetActiveEncoderDescription(), "");
 }
 
 // 100,000 bytes are 70 fragments, which the erasure code protects; the small noise picture would
