@@ -158,7 +158,8 @@ void DebugTopicFiles::Write(DebugTopic topic, const char* text) {
   Sink& sink = sinks_[index];
   MutexLock lock(sink.mutex);
   if (!sink.stream.is_open()) return;
-  sink.stream << stamp << " | " << thread << " | " << kTopics[index].word << " | "
+  // As text: the stream would put the host's digit grouping into a number.
+  sink.stream << stamp << " | " << std::to_string(thread) << " | " << kTopics[index].word << " | "
               << (text == nullptr ? "" : text) << '\n'
               << std::flush;
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <locale>
 #include <set>
 #include <thread>
 
@@ -94,6 +95,19 @@ TEST_F(DebugTopicRun, ALineShowsTimeThreadWordAndText) {
               testing::MatchesRegex("....-..-..T..:..:......Z . " +
                                     std::to_string(ThreadHash(ThreadNumber())) +
                                     " . ENCODER . hello . there\r?\n"));
+}
+
+class GroupedDigits : public std::numpunct<char> {
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(DebugTopicRun, TheHostsLocaleChangesNoLine) {
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+  Run("encoder");
+  std::locale::global(before);
+  EXPECT_THAT(Content("debug_encoder.log"),
+              testing::HasSubstr(" | " + std::to_string(ThreadHash(ThreadNumber())) + " | "));
 }
 
 TEST_F(DebugTopicRun, SelectsTheFilesThatExist) {
