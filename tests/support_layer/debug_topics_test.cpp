@@ -178,6 +178,17 @@ TEST_F(DebugTopicRun, LinesOfManyThreadsStayWhole) {
   EXPECT_EQ(whole, 400u);
 }
 
+TEST_F(DebugTopicRun, AnotherAttemptLeavesOpenFilesAlone) {
+  DebugTopicFiles files;
+  files.Init(folder_, "encoder");
+  files.Write(DebugTopic::Encoder, "the first");
+  files.Init(folder_, "encoder");
+  files.Write(DebugTopic::Encoder, "the second");
+  EXPECT_EQ(Names(), std::set<std::string>{"debug_encoder.log"});
+  EXPECT_THAT(Content("debug_encoder.log"), testing::HasSubstr("the first"));
+  EXPECT_THAT(Content("debug_encoder.log"), testing::HasSubstr("the second"));
+}
+
 TEST_F(DebugTopicRun, WithoutAFolderLosesItsLinesSilently) {
   WriteWholeFile(scratch_.Path() / "new", "in the way");
   EXPECT_NO_THROW(Run("encoder"));
