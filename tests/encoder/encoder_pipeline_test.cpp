@@ -271,8 +271,8 @@ TEST_F(EncoderPipelineTest, TransitionsTellTheirStory) {
       "swap complete fromW=100 fromH=100 toW=200 toH=160 swapMs=",
       "begin mode=Seamless fromW=200 fromH=160 toW=300 toH=240 codec=HEVC rc=Bitrate gop=1 bps=",
       "clone failed — falling back to conservative in-place reconfigure",
-      "single-encoder reconfigure fromW=200 fromH=160 toW=300 toH=240 durationMs=0.0 "
-      "framesDropped=0"};
+      ("single-encoder reconfigure fromW=200 fromH=160 toW=300 toH=240 durationMs=0.0 "
+       "framesDropped=0")};
   size_t at = 0;
   for (const char* line : lines) {
     const size_t found = text.find(std::string(" | TRANSITIONS | ") + line, at);
