@@ -11,9 +11,12 @@
 #include "encoder/encoder_pipeline.h"
 #include "encoder/platform_self_test.h"
 #include "platform/mutex.h"
+#include "support/guarded.h"
 
 namespace Veldrift {
 namespace {
+
+constexpr LogCategory kLog{kLogSubsystem, "encoder"};
 
 // Emits a start code for every frame and remembers what it was told. Its first two frames are key
 // frames; after that one that follows RequestIdr is.
@@ -181,7 +184,9 @@ bool EncoderPipeline::RunSelfTest(const std::string& name, std::string& result) 
   constexpr int kPolls = 500;
   auto test = std::make_shared<TransitionTest>();
   // Detached: the test exists to find a deadlock, and then there is no end to wait for.
-  std::thread([test] { RunTransitionTest(test); }).detach();
+  std::thread([test] {
+    RunGuarded(kLog, "transition test", [&] { RunTransitionTest(test); });
+  }).detach();
   for (int poll = 0; poll < kPolls && !test->done; ++poll) {
     SystemClock().SleepFor(10 * kNanosPerMilli);
   }

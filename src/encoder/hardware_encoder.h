@@ -45,7 +45,8 @@ using EncodedFrameCallback =
 // Threads: any operation may come from any thread, and an implementation serialises them itself.
 // The callback can run on the thread of EncodeFrame, of Shutdown or of a platform's worker, so a
 // caller holds no lock across those two that its callback takes. The getters never block on the
-// encoder's own work.
+// encoder's own work. A callback may wait for a lock under which somebody else calls Configure or a
+// setter, so these must never wait for a running callback.
 class IHardwareEncoder {
  public:
   virtual ~IHardwareEncoder() = default;

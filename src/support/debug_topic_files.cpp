@@ -138,9 +138,10 @@ void DebugTopicFiles::Init(const fs::path& folder, const std::optional<std::stri
   fs::create_directories(folder, ignored);
   for (size_t i = 0; i < kDebugTopicCount; ++i) {
     if (!selected[i]) continue;
+    MutexLock lock(sinks_[i].mutex);
+    if (sinks_[i].stream.is_open()) continue;
     const std::string key = kTopics[i].key;
     RotateTopic(folder, key);
-    MutexLock lock(sinks_[i].mutex);
     sinks_[i].stream.open(folder / ("debug_" + key + ".log"), std::ios::out | std::ios::trunc);
   }
 }
@@ -158,7 +159,8 @@ void DebugTopicFiles::Write(DebugTopic topic, const char* text) {
   Sink& sink = sinks_[index];
   MutexLock lock(sink.mutex);
   if (!sink.stream.is_open()) return;
-  sink.stream << stamp << " | " << thread << " | " << kTopics[index].word << " | "
+  // As text: the stream would put the host's digit grouping into a number.
+  sink.stream << stamp << " | " << std::to_string(thread) << " | " << kTopics[index].word << " | "
               << (text == nullptr ? "" : text) << '\n'
               << std::flush;
 }

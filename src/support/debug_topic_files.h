@@ -1,8 +1,8 @@
 // The debug topics' files of one run: the selection, the rotation and the open streams. The process
 // has one; tests make their own in folders of theirs.
 //
-// Threads: Init once, from one thread; Write and IsEnabled from any thread, before it too, when all
-// topics are off. Each topic's mutex guards its stream.
+// Threads: Init from one thread, again if it threw; Write and IsEnabled from any thread, before it
+// too, when all topics are off. Each topic's mutex guards its stream.
 #pragma once
 
 #include <array>
@@ -37,7 +37,8 @@ class DebugTopicFiles {
   DebugTopicFiles() = default;
 
   // Switches the selected topics on, rotates their files and opens them. What can't be opened loses
-  // its lines silently; a failure while the folder is listed throws std::filesystem_error.
+  // its lines silently; a failure while the folder is listed throws std::filesystem_error. Called
+  // again, it leaves the files that are open alone.
   void Init(const std::filesystem::path& folder, const std::optional<std::string>& selection);
 
   bool IsEnabled(DebugTopic topic) const;

@@ -11,6 +11,7 @@
 
 #include "platform/file.h"
 #include "support/debug_topics.h"
+#include "tests/support/child.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scripted_encoder.h"
 
@@ -245,6 +246,39 @@ TEST_F(EncoderPipelineTest, FramesRequestsAndSettersRaceWithoutHarm) {
   stop = true;
   setter.join();
   EXPECT_EQ(static_cast<int64_t>(Outputs().size()), pushed_);
+}
+
+// The process's topics are opened once, so only what this test adds is looked at.
+TEST_F(EncoderPipelineTest, TransitionsTellTheirStory) {
+  const ScopedEnvironment allTopics("VELDRIFT_DEBUG_TOPICS", std::nullopt);
+  InitDebugTopics();
+  const std::filesystem::path file = PathFromText(DebugLogPath("debug_transitions.log"));
+  const size_t before = ReadWholeFile(file).value_or("").size();
+  EncoderSettings wanted = Sized(200, 160);
+  wanted.codec = kCodecH264;
+  wanted.rateControl = kRateControlVbr;
+  wanted.gopSize = 5;
+  pipeline_->RequestTransition(wanted);
+  PushUntilWidth(200);
+  script_->Change([](auto& now) { now.failClone = true; });
+  pipeline_->RequestTransition(Sized(300, 240));
+  PushUntilWidth(300);
+  pipeline_->Stop();
+  const std::string text = ReadWholeFile(file).value_or("").substr(before);
+  const char* const lines[] = {
+      "begin mode=Seamless fromW=100 fromH=100 toW=200 toH=160 codec=H264 rc=VBR gop=5 bps=1000000",
+      "clone ok cloneSetupMs=0.0",
+      "swap complete fromW=100 fromH=100 toW=200 toH=160 swapMs=",
+      "begin mode=Seamless fromW=200 fromH=160 toW=300 toH=240 codec=HEVC rc=Bitrate gop=1 bps=",
+      "clone failed — falling back to conservative in-place reconfigure",
+      ("single-encoder reconfigure fromW=200 fromH=160 toW=300 toH=240 durationMs=0.0 "
+       "framesDropped=0")};
+  size_t at = 0;
+  for (const char* line : lines) {
+    const size_t found = text.find(std::string(" | TRANSITIONS | ") + line, at);
+    ASSERT_NE(found, std::string::npos) << line << "\nin\n" << text;
+    at = found;
+  }
 }
 
 TEST(EncoderPipelineSelfTest, ATransitionOnTheMockCompletesOnce) {

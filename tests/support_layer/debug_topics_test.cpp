@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <locale>
 #include <set>
 #include <thread>
 
@@ -96,6 +97,19 @@ TEST_F(DebugTopicRun, ALineShowsTimeThreadWordAndText) {
                                     " . ENCODER . hello . there\r?\n"));
 }
 
+class GroupedDigits : public std::numpunct<char> {
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(DebugTopicRun, TheHostsLocaleChangesNoLine) {
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+  Run("encoder");
+  std::locale::global(before);
+  EXPECT_THAT(Content("debug_encoder.log"),
+              testing::HasSubstr(" | " + std::to_string(ThreadHash(ThreadNumber())) + " | "));
+}
+
 TEST_F(DebugTopicRun, SelectsTheFilesThatExist) {
   Run("encoder, ui_sync");
   EXPECT_EQ(Names(), (std::set<std::string>{"debug_encoder.log", "debug_ui_sync.log"}));
@@ -162,6 +176,17 @@ TEST_F(DebugTopicRun, LinesOfManyThreadsStayWhole) {
     ++whole;
   }
   EXPECT_EQ(whole, 400u);
+}
+
+TEST_F(DebugTopicRun, AnotherAttemptLeavesOpenFilesAlone) {
+  DebugTopicFiles files;
+  files.Init(folder_, "encoder");
+  files.Write(DebugTopic::Encoder, "the first");
+  files.Init(folder_, "encoder");
+  files.Write(DebugTopic::Encoder, "the second");
+  EXPECT_EQ(Names(), std::set<std::string>{"debug_encoder.log"});
+  EXPECT_THAT(Content("debug_encoder.log"), testing::HasSubstr("the first"));
+  EXPECT_THAT(Content("debug_encoder.log"), testing::HasSubstr("the second"));
 }
 
 TEST_F(DebugTopicRun, WithoutAFolderLosesItsLinesSilently) {

@@ -22,6 +22,7 @@ constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
 // The decoder's buffer that the rate may fill, in parts of a second at the highest rate.
 constexpr int64_t kBufferParts = 4;
 constexpr int64_t kBitsPerByte = 8;
+constexpr int64_t kRawBitsPerPixel = 12;  // 4:2:0
 
 // A frame's rows or slices are encoded in parallel: half of the machine is the host's, but a second
 // thread pays even on two processors, since the host waits for the frame.
@@ -42,21 +43,27 @@ std::string H264Parameters() {
 
 // This library writes to standard error itself: its own log is off. The shortest decisions:
 // all-intra HEVC is heavy for a processor. Coding tree blocks of 16 would be faster still, but high
-// rates need a level that forbids them.
-std::string HevcParameters(int threads) {
-  return "log-level=none:keyint=-1:min-keyint=1:scenecut=0:open-gop=0:bframes=0:rc-lookahead=0:"
-         "cutree=0:ctu=32:min-cu-size=16:rd=1:fast-intra=1:strong-intra-smoothing=0:signhide=0:"
-         "psy-rd=0:aq-mode=0:repeat-headers=1:annexb=1:hrd=0:aud=0:info=0:frame-threads=1:" +
+// rates need a level that forbids them; a picture that has no room for one of 32 gets them.
+std::string HevcParameters(const CodecConfig& config, int threads) {
+  constexpr int32_t kBlockSide = 32;
+  const bool small = std::min(config.width, config.height) < kBlockSide;
+  return std::string("log-level=none:keyint=-1:min-keyint=1:scenecut=0:open-gop=0:bframes=0:") +
+         "rc-lookahead=0:cutree=0:rd=1:fast-intra=1:strong-intra-smoothing=0:signhide=0:psy-rd=0:" +
+         "aq-mode=0:repeat-headers=1:annexb=1:hrd=0:aud=0:info=0:frame-threads=1:min-cu-size=16:" +
+         (small ? "ctu=16:" : "ctu=32:") +
          (threads > 1 ? "pools=" + std::to_string(threads) : std::string("pools=none:wpp=0"));
 }
 
 // No frame is larger than the decoder's buffer. The buffer ends at the frame byte cap, so that key
 // frames too stay within what the erasure code can protect: beyond that, the loss of one datagram
 // in hundreds is the loss of the frame. The codecs take no buffer below the highest rate's share of
-// a frame, so the rates end where every frame is as large as the cap.
+// a frame, so the rates end where every frame is as large as the cap, and before that where it is
+// as large as the raw picture: a higher rate asks for a level that forbids a small picture's
+// blocks.
 void SetRatesOf(AVCodecContext& context, const CodecConfig& config, const CodecRates& rates) {
   const int64_t capBits = int64_t{config.frameByteCap} * kBitsPerByte;
-  const int64_t highest = capBits * config.fps;
+  const int64_t rawBits = int64_t{config.width} * config.height * kRawBitsPerPixel;
+  const int64_t highest = std::min(capBits, rawBits) * config.fps;
   context.bit_rate = std::min<int64_t>(rates.mean, highest);
   context.rc_max_rate = std::min<int64_t>(std::max(rates.mean, rates.max), highest);
   context.rc_buffer_size = static_cast<int>(std::min(context.rc_max_rate / kBufferParts, capBits));
@@ -91,7 +98,7 @@ void SetOptions(AvOptions& options, const CodecConfig& config) {
   if (IsH264(config)) {
     options.Set("x264-params", H264Parameters());
   } else {
-    options.Set("x265-params", HevcParameters(ThreadCount()));
+    options.Set("x265-params", HevcParameters(config, ThreadCount()));
   }
   if (HasConstantQp(config)) {
     options.Set("qp", std::to_string(kEmergencyQp));

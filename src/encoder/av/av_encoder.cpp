@@ -55,7 +55,8 @@ bool AvEncoder::ConfigureLocked(int32_t width, int32_t height, uint32_t bitrate,
   return true;
 }
 
-// A newly opened codec has nothing to refer to: its first frame is a key frame.
+// A newly opened codec has nothing to refer to: its first frame is a key frame. Behind a failure
+// the caller tears down.
 bool AvEncoder::OpenSession(bool emergency) {
   CodecConfig config;
   config.codec = codec_ == kCodecH264 ? kCodecH264 : kCodecHevc;
@@ -69,11 +70,12 @@ bool AvEncoder::OpenSession(bool emergency) {
   config.emergency = emergency;
   session_.reset();  // the old codec's threads end before the new one's start
   session_ = AvCodecSession::Open(config);
-  ready_ = session_ != nullptr;
-  if (session_) session_->SetEmergency(emergency);
+  if (!session_) return false;
+  ready_ = true;
+  session_->SetEmergency(emergency);
   reopen_ = false;
   keyFrames_.Request();
-  return ready_;
+  return true;
 }
 
 void AvEncoder::RebuildLocked() {
@@ -146,7 +148,10 @@ bool AvEncoder::EncodeLocked(const uint8_t* bgra, int32_t width, int32_t height,
                              int32_t strideBytes, int64_t timestampMicros) {
   if (!session_) return false;
   const bool emergency = emergency_.Take();
-  if ((!session_->SetEmergency(emergency) || reopen_) && !OpenSession(emergency)) return false;
+  if ((!session_->SetEmergency(emergency) || reopen_) && !OpenSession(emergency)) {
+    TearDown();
+    return false;
+  }
   if (width != width_ || height != height_) {
     scaled_.resize(size_t{4} * static_cast<size_t>(width_) * static_cast<size_t>(height_));
     ScaleNearest(bgra, static_cast<size_t>(strideBytes), width, height, scaled_.data(), width_,

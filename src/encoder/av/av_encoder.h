@@ -21,8 +21,8 @@ namespace Veldrift {
 // came with.
 //
 // The frame byte cap ends the rate control's buffer, so that frames are about that large at most;
-// at 30 frames/s the usual cap ends the rate at 81.6 Mbit/s. A new cap counts from the next
-// Configure on. The quality mode knows no ceiling.
+// at 30 frames/s the usual cap ends the rate at 81.6 Mbit/s. A new cap counts when the codec is
+// opened the next time. The quality mode knows no ceiling.
 //
 // H.264 takes new rates and a new quality while it runs. HEVC is opened anew at the next frame,
 // which then is a key frame; so it is at both ends of an emergency.
