@@ -9,12 +9,14 @@ namespace {
 
 TEST(Lifecycle, TenLoadsWithSeveralInstancesAndPhonesLeaveNothingBehind) {
   Stage stage;
-  ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30", "--rounds", "10",
-                                           "--instances", "3", "--frames", "45", "--audio-road",
-                                           "pull"}));
+  ASSERT_NO_FATAL_FAILURE(
+      stage.StartHost({"--size", "320x240", "--fps", "30", "--rounds", "10", "--instances", "3",
+                       "--frames", "45", "--audio-road", "pull"}));
   // A phone goes when the module does; the next one comes by its token.
-  for (int i = 0; i < 12 && !stage.Host().Ended(); ++i) {
-    stage.StartPhone("a", {"--codec", "h264", "--wait", "3"}).Wait();
+  while (!stage.Host().Ended()) {
+    Child& phone = stage.StartPhone("a", {"--codec", "h264"});
+    ASSERT_TRUE(Eventually([&] { return phone.Ended() || stage.Host().Ended(); }));
+    phone.Kill();
   }
   EXPECT_EQ(stage.Host().Wait(), 0) << testing::PrintToString(stage.Host().Complaints());
   const nlohmann::json summary = stage.Host().Summary();
