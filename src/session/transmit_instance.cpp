@@ -62,8 +62,12 @@ TransmitInstance::PipelineReference TransmitInstance::Pipeline() const {
 }
 
 void TransmitInstance::InstallEncoderCallback(EncoderPipeline& pipeline) {
+  const uint32_t number = ++pipelinesMade_;
   pipeline.SetOutputCallback(
-      [this](const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp) {
+      [this, number](const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp) {
+        MutexLock lock(outputMutex_);
+        if (number < newestHeard_) return;  // replaced: its last frames come too late
+        newestHeard_ = number;
         OnEncodedFrame(data, size, keyFrame, timestamp);
       });
 }
