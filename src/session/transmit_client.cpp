@@ -126,6 +126,9 @@ void TransmitInstance::SwitchEncoderEngine(const std::string& id) {
   if (!encoder) return;
   PipelineReference pipeline = std::make_shared<EncoderPipeline>(std::move(encoder));
   InstallEncoderCallback(*pipeline);
+  // Silent before the new one speaks: a late frame of the old stream behind the new one's key frame
+  // would break the picture.
+  if (const PipelineReference old = Pipeline()) old->SetOutputCallback({});
   {
     WriterLock lock(pipelineLock_);
     pipeline_.swap(pipeline);

@@ -62,12 +62,8 @@ TransmitInstance::PipelineReference TransmitInstance::Pipeline() const {
 }
 
 void TransmitInstance::InstallEncoderCallback(EncoderPipeline& pipeline) {
-  const uint32_t number = ++pipelinesMade_;
   pipeline.SetOutputCallback(
-      [this, number](const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp) {
-        MutexLock lock(outputMutex_);
-        if (number < newestHeard_) return;  // replaced: its last frames come too late
-        newestHeard_ = number;
+      [this](const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp) {
         OnEncodedFrame(data, size, keyFrame, timestamp);
       });
 }

@@ -106,12 +106,6 @@ class TransmitInstance {
   mutable Veldrift::SharedMutex pipelineLock_;
   PipelineReference pipeline_ VD_GUARDED_BY(pipelineLock_);
 
-  // While an engine is replaced, the old pipeline's last frames and the new one's first can come at
-  // the same time. Once the new one has been heard, the old one is silent.
-  Veldrift::Mutex outputMutex_;
-  uint32_t pipelinesMade_ = 0;  // the constructor's, then the transport's instance lock guards it
-  uint32_t newestHeard_ VD_GUARDED_BY(outputMutex_) = 0;
-
   std::atomic<bool> running_{false};
   int64_t epochNanos_ = 0;  // steady clock at creation: the origin of all time stamps
 
