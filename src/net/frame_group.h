@@ -1,14 +1,14 @@
-// All datagrams of one frame, in sending order, in one block of memory: one allocation a frame, and
-// the datagrams are built where they will be sent from.
+// All datagrams of one frame, in sending order, in one block of memory: at most one allocation a
+// frame, and the datagrams are built where they will be sent from.
 #pragma once
 
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 
 #include "net/media_datagram.h"
+#include "net/spare_memory.h"
 #include "support/little_endian.h"
 
 namespace Veldrift {
@@ -65,7 +65,7 @@ class FrameGroup {
     return memory_.get() + (past == 0 ? 0 : kLine - past);
   }
 
-  std::unique_ptr<std::byte[]> memory_;
+  SpareMemory memory_;
   size_t capacity_ = 0;
   size_t used_ = 0;
   uint64_t bytes_ = 0;
