@@ -13,11 +13,12 @@ namespace {
 constexpr size_t kKeptBlocks = 4;
 constexpr size_t kLargestKept = 1 << 20;
 
-// A block's size stands in front of it.
-constexpr size_t kSizeBytes = alignof(std::max_align_t);
+// A block's size stands on the line in front of it.
+constexpr size_t kSizeBytes = kCacheLine;
+constexpr std::align_val_t kAlignment{kCacheLine};
 
 std::byte* NewBlock(size_t size) {
-  auto* memory = static_cast<std::byte*>(::operator new(kSizeBytes + size));
+  auto* memory = static_cast<std::byte*>(::operator new(kSizeBytes + size, kAlignment));
   std::memcpy(memory, &size, sizeof size);
   return memory + kSizeBytes;
 }
@@ -28,7 +29,7 @@ size_t SizeOf(const std::byte* block) {
   return size;
 }
 
-void FreeBlock(std::byte* block) { ::operator delete(block - kSizeBytes); }
+void FreeBlock(std::byte* block) { ::operator delete(block - kSizeBytes, kAlignment); }
 
 // A place is emptied and filled in one step each, so no lock is needed.
 class Shelf {

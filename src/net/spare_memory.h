@@ -15,8 +15,10 @@ struct GiveBack {
 };
 using SpareMemory = std::unique_ptr<std::byte[], GiveBack>;
 
-// At least `size` bytes, of any content. A kept block that is too small is freed: what is kept
-// grows to the largest groups in use, up to 1 MiB each.
+inline constexpr size_t kCacheLine = 64;
+
+// At least `size` bytes, of any content, from a cache line's start. A kept block that is too small
+// is freed: what is kept grows to the largest groups in use, up to 1 MiB each.
 SpareMemory TakeSpareMemory(size_t size);
 
 }  // namespace Veldrift
