@@ -116,6 +116,8 @@ const int kRatios = [] {
     const std::string arg = "/" + std::to_string(count);
     PrintRatio({"FragmentFrame / encode and copy, " + std::to_string(count) + " fragments",
                 "BM_FragmentFrame" + arg, "BM_EncodeAndCopy" + arg, "at most 1.2"});
+    PrintRatio(
+        {"  of it the group's memory", "BM_MakeFrameGroup" + arg, "BM_EncodeAndCopy" + arg, ""});
   }
   return 0;
 }();
