@@ -1,6 +1,8 @@
 #include "bench/wire/coded_file.h"
 
+#include <algorithm>
 #include <memory>
+#include <random>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -39,6 +41,17 @@ bool CodedFile::Open(const std::string& path, std::string& error) {
   }
   if (units_.empty()) error = path + " holds no video";
   return !units_.empty();
+}
+
+void CodedFile::Generate(double mbitsPerSecond, double fps) {
+  std::mt19937 random(1);
+  const size_t count = std::max<size_t>(1, size_t(fps));
+  const double usual = mbitsPerSecond * 1e6 / 8 / double(count + 3);
+  std::uniform_real_distribution<double> share(0.75, 1.25);
+  for (size_t i = 0; i < count; ++i) {
+    const double size = usual * (i == 0 ? 4 : share(random));
+    units_.push_back({std::vector<uint8_t>(std::max<size_t>(1, size_t(size)), 0x42), i == 0});
+  }
 }
 
 }  // namespace Veldrift

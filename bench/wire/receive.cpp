@@ -26,6 +26,7 @@ int WireReceive(const WireReceiveOptions& options) {
     std::fprintf(stderr, "veldrift-wire: %s\n", error.c_str());
     return 1;
   }
+  log << "# receiving" << std::endl;
   const double cpuBefore = ProcessCpuSeconds();
   const int64_t start = SteadyNanos();
   uint64_t whole = 0;

@@ -3,6 +3,7 @@
 #include <cm256cc/cm256.h>
 
 #include <array>
+#include <cstring>
 
 #include "net/media_datagram.h"
 
@@ -21,14 +22,21 @@ CM256::cm256_encoder_params Shape(size_t dataCount, size_t parityCount) {
 
 bool BlockCodeAvailable() { return codec.isInitialized(); }
 
-bool EncodeParity(std::span<const std::byte* const> blocks, size_t parityCount, std::byte* parity) {
+bool EncodeParity(std::span<const std::byte> data, size_t parityCount, std::byte* parity) {
   std::array<CM256::cm256_block, kMaxCodeBlocks> table;
-  if (blocks.size() > table.size()) return false;
-  for (size_t i = 0; i < blocks.size(); ++i) {
+  std::array<std::byte, kFragmentBytes> padded;
+  const size_t dataCount = (data.size() + kFragmentBytes - 1) / kFragmentBytes;
+  if (dataCount > table.size()) return false;
+  for (size_t i = 0; i < dataCount; ++i) {
     // The library's record serves its decoder too; the encoder only reads.
-    table[i] = {const_cast<std::byte*>(blocks[i]), uint8_t(i)};
+    table[i] = {const_cast<std::byte*>(data.data() + i * kFragmentBytes), uint8_t(i)};
   }
-  return codec.cm256_encode(Shape(blocks.size(), parityCount), table.data(), parity) == 0;
+  if (const size_t rest = data.size() % kFragmentBytes; rest != 0) {
+    std::memcpy(padded.data(), data.data() + data.size() - rest, rest);
+    std::memset(padded.data() + rest, 0, kFragmentBytes - rest);
+    table[dataCount - 1].Block = padded.data();
+  }
+  return codec.cm256_encode(Shape(dataCount, parityCount), table.data(), parity) == 0;
 }
 
 bool RecoverBlocks(std::span<CodeBlock> blocks, size_t parityCount) {

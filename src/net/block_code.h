@@ -11,10 +11,10 @@ namespace Veldrift {
 // False if the code's library failed to initialise at load: frames then go without parity.
 bool BlockCodeAvailable();
 
-// Computes `parityCount` recovery blocks, end to end into `parity`, from the data blocks
-// `blocks[i]` of kFragmentBytes each. At least 1 of both, and 256 at most together.
-// False if the library refused.
-bool EncodeParity(std::span<const std::byte* const> blocks, size_t parityCount, std::byte* parity);
+// Computes `parityCount` recovery blocks, end to end into `parity`, from the blocks that `data` is
+// cut into, read where they lie; the last one counts as padded with zeros. At least 1 of both, and
+// 256 at most together. False if the library refused.
+bool EncodeParity(std::span<const std::byte> data, size_t parityCount, std::byte* parity);
 
 // One received block: data blocks have their index, recovery blocks K + their number.
 struct CodeBlock {

@@ -5,7 +5,7 @@
 namespace Veldrift {
 
 FrameGroup::FrameGroup(bool isVideo, size_t datagrams, size_t longest)
-    : memory_(std::make_unique_for_overwrite<std::byte[]>(datagrams * Stride(longest) + kLine)),
+    : memory_(TakeSpareMemory(datagrams * Stride(longest) + kCacheLine)),
       capacity_(datagrams * Stride(longest)),
       isVideo_(isVideo) {}
 

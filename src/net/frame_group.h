@@ -1,14 +1,14 @@
-// All datagrams of one frame, in sending order, in one block of memory: one allocation a frame, and
-// the datagrams are built where they will be sent from.
+// All datagrams of one frame, in sending order, in one block of memory: at most one allocation a
+// frame, and the datagrams are built where they will be sent from.
 #pragma once
 
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 
 #include "net/media_datagram.h"
+#include "net/spare_memory.h"
 #include "support/little_endian.h"
 
 namespace Veldrift {
@@ -53,19 +53,15 @@ class FrameGroup {
   // Each datagram stands behind its length, at a place where what follows its header lies on a
   // cache line's start: the copies of the payloads are the cost of framing.
   static constexpr size_t kLengthBytes = 2;
-  static constexpr size_t kLine = 64;
   static constexpr size_t kLead = kDatagramHeaderBytes + kLengthBytes;
   static constexpr size_t Stride(size_t length) {
-    return (kLengthBytes + length + kLine - 1) / kLine * kLine;
+    return (kLengthBytes + length + kCacheLine - 1) / kCacheLine * kCacheLine;
   }
 
   // Where the first datagram's length stands.
-  std::byte* First() const {
-    const size_t past = (reinterpret_cast<uintptr_t>(memory_.get()) + kLead) % kLine;
-    return memory_.get() + (past == 0 ? 0 : kLine - past);
-  }
+  std::byte* First() const { return memory_.get() + (kCacheLine - kLead); }
 
-  std::unique_ptr<std::byte[]> memory_;
+  SpareMemory memory_;
   size_t capacity_ = 0;
   size_t used_ = 0;
   uint64_t bytes_ = 0;

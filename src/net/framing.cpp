@@ -1,7 +1,6 @@
 #include "net/framing.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <vector>
 
@@ -22,54 +21,58 @@ bool SendsParity(size_t dataCount, size_t parityCount) {
 
 size_t SendTimeBytes(const FrameToSend& frame) { return frame.withSendTime ? kSendTimeBytes : 0; }
 
-// The last block of `data`, padded with zeros in memory of the calling thread where it is short.
-const std::byte* LastBlock(std::span<const std::byte> rest) {
-  if (rest.size() == kFragmentBytes) return rest.data();
-  thread_local std::array<std::byte, kFragmentBytes> padded;
-  std::memcpy(padded.data(), rest.data(), rest.size());
-  std::memset(padded.data() + rest.size(), 0, kFragmentBytes - rest.size());
-  return padded.data();
+// Memory of the calling thread for `parityCount` recovery blocks.
+std::byte* ParityScratch(size_t parityCount) {
+  thread_local std::vector<std::byte> scratch;
+  if (scratch.size() < parityCount * kFragmentBytes) scratch.resize(parityCount * kFragmentBytes);
+  return scratch.data();
 }
 
-// The recovery blocks of `data`, end to end, in memory of the calling thread. The code reads whole
-// blocks where they lie.
-const std::byte* ComputeParity(std::span<const std::byte> data, size_t parityCount) {
-  thread_local std::vector<std::byte> parity;
-  thread_local std::array<const std::byte*, kMostProtectedFragments> blocks;
-  const size_t dataCount = DataFragmentCount(data.size());
-  for (size_t i = 0; i < dataCount; ++i) blocks[i] = data.data() + i * kFragmentBytes;
-  blocks[dataCount - 1] = LastBlock(data.subspan((dataCount - 1) * kFragmentBytes));
-
-  if (parity.size() < parityCount * kFragmentBytes) parity.resize(parityCount * kFragmentBytes);
-  // Its refusals are excluded by the counts.
-  (void)EncodeParity({blocks.data(), dataCount}, parityCount, parity.data());
-  return parity.data();
+// Begins a datagram with what is its own in the frame's header; answers where its payload goes.
+std::byte* AppendHeader(DatagramHeader& header, size_t fragmentIndex, size_t payloadLength,
+                        size_t trailer, uint32_t& sequence, FrameGroup& sink) {
+  header.sequence = sequence++;
+  header.fragmentIndex = uint16_t(fragmentIndex);
+  header.payloadLength = uint16_t(payloadLength);
+  std::byte* out = sink.Append(kDatagramHeaderBytes + payloadLength + trailer);
+  WriteDatagramHeader(header, out);
+  return out + kDatagramHeaderBytes;
 }
 
 void AppendData(const FrameToSend& frame, DatagramHeader header, size_t dataCount,
                 uint32_t& sequence, uint32_t sendTimeMicros, FrameGroup& sink) {
   if (frame.withSendTime) header.flags = uint8_t(header.flags | kFlagSendTime);
-  const FragmentHeaders headers(header);
   const size_t trailer = SendTimeBytes(frame);
   for (size_t i = 0; i < dataCount; ++i) {
     const size_t at = i * kFragmentBytes;
     const size_t length = std::min(kFragmentBytes, frame.data.size() - at);
-    std::byte* out = sink.Append(kDatagramHeaderBytes + length + trailer);
-    headers.Write(sequence++, i, length, out);
-    std::memcpy(out + kDatagramHeaderBytes, frame.data.data() + at, length);
-    if (trailer != 0) PutU32(out + kDatagramHeaderBytes + length, sendTimeMicros);
+    std::byte* out = AppendHeader(header, i, length, trailer, sequence, sink);
+    std::memcpy(out, frame.data.data() + at, length);
+    if (trailer != 0) PutU32(out + length, sendTimeMicros);
   }
 }
 
-void AppendParity(const std::byte* parity, const DatagramHeader& header, size_t dataCount,
-                  size_t parityCount, size_t size, uint32_t& sequence, FrameGroup& sink) {
-  const FragmentHeaders headers(header);
-  const uint16_t lastFragmentLength = uint16_t(size - (dataCount - 1) * kFragmentBytes);
+// The same for a parity fragment; answers where its block goes.
+std::byte* AppendParityHead(DatagramHeader& header, size_t fragmentIndex,
+                            uint16_t lastFragmentLength, uint32_t& sequence, FrameGroup& sink) {
+  std::byte* out = AppendHeader(header, fragmentIndex, kParityPayloadBytes, 0, sequence, sink);
+  PutU16(out, lastFragmentLength);
+  return out + 2;
+}
+
+void AppendParity(const FrameToSend& frame, DatagramHeader header, size_t dataCount,
+                  size_t parityCount, uint32_t& sequence, FrameGroup& sink) {
+  const uint16_t last = uint16_t(frame.data.size() - (dataCount - 1) * kFragmentBytes);
+  // What the code refuses is excluded by the counts.
+  if (dataCount == 1 && parityCount == 1) {  // a copy: made where it is sent from
+    (void)EncodeParity(frame.data, 1, AppendParityHead(header, 1, last, sequence, sink));
+    return;
+  }
+  std::byte* parity = ParityScratch(parityCount);
+  (void)EncodeParity(frame.data, parityCount, parity);
   for (size_t i = 0; i < parityCount; ++i) {
-    std::byte* out = sink.Append(kDatagramHeaderBytes + kParityPayloadBytes);
-    headers.Write(sequence++, dataCount + i, kParityPayloadBytes, out);
-    PutU16(out + kDatagramHeaderBytes, lastFragmentLength);
-    std::memcpy(out + kDatagramHeaderBytes + 2, parity + i * kFragmentBytes, kFragmentBytes);
+    std::memcpy(AppendParityHead(header, dataCount + i, last, sequence, sink),
+                parity + i * kFragmentBytes, kFragmentBytes);
   }
 }
 
@@ -114,8 +117,7 @@ bool FragmentFrame(const FrameToSend& frame, uint32_t& sequence, int64_t nowNano
 
   AppendData(frame, header, dataCount, sequence, uint32_t(nowNanos / kNanosPerMicro), sink);
   if (SendsParity(dataCount, parityCount)) {
-    AppendParity(ComputeParity(frame.data, parityCount), header, dataCount, parityCount,
-                 frame.data.size(), sequence, sink);
+    AppendParity(frame, header, dataCount, parityCount, sequence, sink);
   }
   return true;
 }

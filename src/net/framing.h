@@ -1,7 +1,7 @@
 // Cuts an encoded frame or an audio block into datagrams, parity included.
 //
 // Threads: any, at once; the scratch buffers belong to the calling thread and are kept until it
-// ends, so that a steady stream allocates nothing but its groups.
+// ends, so that a steady stream allocates nothing.
 #pragma once
 
 #include <cstddef>

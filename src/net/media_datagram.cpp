@@ -1,22 +1,8 @@
 #include "net/media_datagram.h"
 
-#include <cstring>
-
-#include "support/little_endian.h"
-
 namespace Veldrift {
 
 namespace {
-
-// Of the header's fields behind the magic.
-constexpr size_t kStreamType = 4;
-constexpr size_t kFlags = 5;
-constexpr size_t kFrameNumber = 6;
-constexpr size_t kSequence = 8;
-constexpr size_t kTimestamp = 12;
-constexpr size_t kFragmentIndex = 16;
-constexpr size_t kFragmentCount = 18;
-constexpr size_t kPayloadLength = 20;
 
 constexpr size_t kHeadSampleRate = 0;
 constexpr size_t kHeadChannels = 4;
@@ -25,14 +11,14 @@ constexpr size_t kHeadReserved = 7;
 
 DatagramHeader ReadHeader(const std::byte* in) {
   DatagramHeader header;
-  header.streamType = StreamType(std::to_integer<uint8_t>(in[kStreamType]));
-  header.flags = std::to_integer<uint8_t>(in[kFlags]);
-  header.frameNumber = GetU16(in + kFrameNumber);
-  header.sequence = GetU32(in + kSequence);
-  header.timestamp = GetU32(in + kTimestamp);
-  header.fragmentIndex = GetU16(in + kFragmentIndex);
-  header.fragmentCount = GetU16(in + kFragmentCount);
-  header.payloadLength = GetU16(in + kPayloadLength);
+  header.streamType = StreamType(std::to_integer<uint8_t>(in[HeaderOffset::kStreamType]));
+  header.flags = std::to_integer<uint8_t>(in[HeaderOffset::kFlags]);
+  header.frameNumber = GetU16(in + HeaderOffset::kFrameNumber);
+  header.sequence = GetU32(in + HeaderOffset::kSequence);
+  header.timestamp = GetU32(in + HeaderOffset::kTimestamp);
+  header.fragmentIndex = GetU16(in + HeaderOffset::kFragmentIndex);
+  header.fragmentCount = GetU16(in + HeaderOffset::kFragmentCount);
+  header.payloadLength = GetU16(in + HeaderOffset::kPayloadLength);
   return header;
 }
 
@@ -79,30 +65,6 @@ std::optional<MediaDatagram> ParseData(MediaDatagram datagram, size_t dataCount,
 }
 
 }  // namespace
-
-void WriteDatagramHeader(const DatagramHeader& header, std::byte* out) {
-  PutU32(out, kDatagramMagic);
-  out[kStreamType] = std::byte(header.streamType);
-  out[kFlags] = std::byte(header.flags);
-  PutU16(out + kFrameNumber, header.frameNumber);
-  PutU32(out + kSequence, header.sequence);
-  PutU32(out + kTimestamp, header.timestamp);
-  PutU16(out + kFragmentIndex, header.fragmentIndex);
-  PutU16(out + kFragmentCount, header.fragmentCount);
-  PutU16(out + kPayloadLength, header.payloadLength);
-}
-
-FragmentHeaders::FragmentHeaders(const DatagramHeader& header) {
-  WriteDatagramHeader(header, common_.data());
-}
-
-void FragmentHeaders::Write(uint32_t sequence, size_t fragmentIndex, size_t payloadLength,
-                            std::byte* out) const {
-  std::memcpy(out, common_.data(), common_.size());
-  PutU32(out + kSequence, sequence);
-  PutU16(out + kFragmentIndex, uint16_t(fragmentIndex));
-  PutU16(out + kPayloadLength, uint16_t(payloadLength));
-}
 
 std::optional<MediaDatagram> ParseDatagram(std::span<const std::byte> bytes) {
   if (bytes.size() < kDatagramHeaderBytes || GetU32(bytes.data()) != kDatagramMagic) {

@@ -2,11 +2,12 @@
 // write receivers, with a worked example. All fields are little-endian and packed.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+
+#include "support/little_endian.h"
 
 namespace Veldrift {
 
@@ -46,6 +47,18 @@ struct DatagramHeader {
   size_t ParityCount() const { return flags >> kFlagParityShift; }
 };
 
+// Where its fields stand.
+namespace HeaderOffset {
+inline constexpr size_t kStreamType = 4;
+inline constexpr size_t kFlags = 5;
+inline constexpr size_t kFrameNumber = 6;
+inline constexpr size_t kSequence = 8;
+inline constexpr size_t kTimestamp = 12;
+inline constexpr size_t kFragmentIndex = 16;
+inline constexpr size_t kFragmentCount = 18;
+inline constexpr size_t kPayloadLength = 20;
+}  // namespace HeaderOffset
+
 // A datagram taken apart; the spans point into it.
 struct MediaDatagram {
   DatagramHeader header;
@@ -55,19 +68,18 @@ struct MediaDatagram {
   std::optional<uint32_t> sendTimeMicros;  // video data only
 };
 
-// Writes the header's 22 bytes to `out`.
-void WriteDatagramHeader(const DatagramHeader& header, std::byte* out);
-
-// The headers of one frame's fragments, which differ in three fields: made once, copied and patched
-// for each.
-class FragmentHeaders {
- public:
-  explicit FragmentHeaders(const DatagramHeader& header);
-  void Write(uint32_t sequence, size_t fragmentIndex, size_t payloadLength, std::byte* out) const;
-
- private:
-  std::array<std::byte, kDatagramHeaderBytes> common_;
-};
+// Writes the header's 22 bytes to `out`. Here, since each of a frame's datagrams passes it.
+inline void WriteDatagramHeader(const DatagramHeader& header, std::byte* out) {
+  PutU32(out, kDatagramMagic);
+  out[HeaderOffset::kStreamType] = std::byte(header.streamType);
+  out[HeaderOffset::kFlags] = std::byte(header.flags);
+  PutU16(out + HeaderOffset::kFrameNumber, header.frameNumber);
+  PutU32(out + HeaderOffset::kSequence, header.sequence);
+  PutU32(out + HeaderOffset::kTimestamp, header.timestamp);
+  PutU16(out + HeaderOffset::kFragmentIndex, header.fragmentIndex);
+  PutU16(out + HeaderOffset::kFragmentCount, header.fragmentCount);
+  PutU16(out + HeaderOffset::kPayloadLength, header.payloadLength);
+}
 
 // Takes a datagram apart. Nothing for one that no sender of this format makes: wrong magic or
 // stream, lengths that don't add up, an index outside the count, parity of another length.
