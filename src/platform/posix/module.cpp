@@ -1,6 +1,7 @@
 #include "platform/module.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 namespace Veldrift {
 namespace {
@@ -28,6 +29,20 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
   const char* message = dlerror();
   error = message == nullptr ? "" : message;
   return nullptr;
+}
+
+bool PinThisModule() {
+  Dl_info info{};
+  void* map = nullptr;
+  if (dladdr1(reinterpret_cast<void*>(&PinThisModule), &info, &map, RTLD_DL_LINKMAP) == 0) {
+    return false;
+  }
+  const char* name = static_cast<link_map*>(map)->l_name;
+  if (*name == '\0') return true;  // the executable
+  void* handle = dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+  if (handle == nullptr) return false;
+  dlclose(handle);
+  return true;
 }
 
 }  // namespace Veldrift
