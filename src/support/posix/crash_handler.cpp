@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -132,6 +133,11 @@ void WriteText(int file, std::string_view text) {
   }
 }
 
+bool IsInModule(uint64_t address) {
+  dl_find_object found{};
+  return _dl_find_object(reinterpret_cast<void*>(address), &found) == 0;
+}
+
 // "module+0x12", or "?+0x0" for an address in no module.
 void AddPlace(SignalText& text, uint64_t address) {
   dl_find_object found{};
@@ -209,9 +215,15 @@ void WriteMaps(int file) {
   close(maps);
 }
 
+void WriteFrame(int file, int number, uint64_t address) {
+  SignalText text;
+  text.Add("#").AddDecimal(static_cast<uint64_t>(number)).Add(" ").AddAddress(address);
+  AddPlace(text.Add(" "), address);
+  WriteText(file, text.Add("\n").View());
+}
+
 // From the faulting instruction on, where the unwinder comes that far; else all that it found.
-void WriteBackTrace(int file, const Crash& crash) {
-  WriteText(file, "\nback-trace\n");
+void WriteFrames(int file, const Crash& crash) {
   void* frames[kMostFrames];
   const int count = backtrace(frames, kMostFrames);
   int first = 0;
@@ -219,11 +231,28 @@ void WriteBackTrace(int file, const Crash& crash) {
     if (reinterpret_cast<uint64_t>(frames[i]) == crash.Instruction()) first = i;
   }
   for (int i = first; i < count; ++i) {
-    const auto address = reinterpret_cast<uint64_t>(frames[i]);
-    SignalText text;
-    text.Add("#").AddDecimal(static_cast<uint64_t>(i - first)).Add(" ").AddAddress(address);
-    AddPlace(text.Add(" "), address);
-    WriteText(file, text.Add("\n").View());
+    WriteFrame(file, i - first, reinterpret_cast<uint64_t>(frames[i]));
+  }
+}
+
+// After a call to where no code is, the unwinder would read that place and crash. The word on top
+// of the stack is then the caller.
+void WriteCaller(int file, const Crash& crash) {
+  WriteFrame(file, 0, crash.Instruction());
+  uint64_t word = 0;
+  const iovec here{&word, sizeof word};
+  const iovec there{reinterpret_cast<void*>(crash.Register(REG_RSP)), sizeof word};
+  if (process_vm_readv(getpid(), &here, 1, &there, 1, 0) == sizeof word) {
+    WriteFrame(file, 1, word);
+  }
+}
+
+void WriteBackTrace(int file, const Crash& crash) {
+  WriteText(file, "\nback-trace\n");
+  if (IsInModule(crash.Instruction())) {
+    WriteFrames(file, crash);
+  } else {
+    WriteCaller(file, crash);
   }
 }
 

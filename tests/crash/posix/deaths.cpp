@@ -17,7 +17,7 @@ namespace {
 sigjmp_buf safety;
 
 // The first address that the machine never maps.
-void JumpNowhere() { asm volatile("jmp *%0" ::"r"(8L)); }
+void CallNowhere() { asm volatile("call *%0" ::"r"(8L)); }
 
 __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int Descend(int depth) {
   volatile char room[4096];
@@ -41,7 +41,7 @@ constexpr Death kDeaths[] = {
     {"division by zero", DivideByZero, SIGFPE, true, "", SIGFPE},
     {"abort", std::abort, SIGABRT, false, "addr=0x[0-9a-f]+ module=libc\\.so\\.6\\+0x[0-9a-f]+",
      SIGABRT},
-    {"no module", JumpNowhere, SIGSEGV, false, "addr=0x8 module=\\?\\+0x0", SIGSEGV},
+    {"no module", CallNowhere, SIGSEGV, false, "addr=0x8 module=\\?\\+0x0", SIGSEGV},
     {"stack overflow", OverflowStack, SIGSEGV, true, "", SIGSEGV},
     {"another thread", DieOnAnotherThread, SIGSEGV, true, "", SIGSEGV},
 };
