@@ -37,7 +37,7 @@ std::string CodeText(uint32_t code) {
 // One line about the fault, whole and in the log's own shape.
 void ExpectLine(const std::string& log, const Death& death) {
   const std::string place =
-      death.inProgram ? "addr=0x[0-9a-f]+ module=crash_test(\\.exe)?\\+0x[1-9a-f][0-9a-f]*"
+      death.inProgram ? "addr=(0x)?[0-9a-f]+ module=crash_test(\\.exe)?\\+0x[1-9a-f][0-9a-f]*"
                       : death.place;
   const std::regex line(
       "\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "
