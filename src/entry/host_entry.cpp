@@ -9,8 +9,8 @@
 #include "session/host_interface.h"
 #include "session/shared_transport.h"
 #include "session/transmit_instance.h"
-#include "support/guarded.h"
 #include "support/crash_handler.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
 using namespace Veldrift;

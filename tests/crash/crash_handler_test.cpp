@@ -132,7 +132,7 @@ TEST_F(CrashHandler, OtherExceptionsPassWithoutALine) {
   EXPECT_TRUE(Dumps(folder).empty());
 }
 
-// ---- The module ------------------------------------------------------------------------------
+// ---- The module ---------------------------------------------------------------------------------
 
 void LoadStartAndUnload(const std::filesystem::path& local) {
   std::string error;

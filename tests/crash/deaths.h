@@ -22,8 +22,7 @@ std::span<const Death> Deaths();
 extern const char* const kDumpEnding;
 std::string FaultOfDump(const std::string& bytes, const Death& death);
 
-// ---- In the child
-// --------------------------------------------------------------------------------
+// ---- In the child -------------------------------------------------------------------------------
 
 // No core dumps and no dialogs.
 void PrepareToDie();

@@ -21,9 +21,7 @@ ScratchFolder::~ScratchFolder() {
 
 ScratchHome::ScratchHome() { UseFoldersUnder(folder_.Path()); }
 
-std::string ReadPluginLog() {
-  return ReadWholeFile(GetPluginLogPath()).value_or("");
-}
+std::string ReadPluginLog() { return ReadWholeFile(GetPluginLogPath()).value_or(""); }
 
 size_t CountInPluginLog(const std::string& text) {
   const std::string log = ReadPluginLog();

@@ -92,8 +92,7 @@ CalendarTime LocalTime() {
                         static_cast<int>(now.tv_nsec / 1'000'000));
 }
 
-// ---- One report at a time
-// ------------------------------------------------------------------------
+// ---- One report at a time -----------------------------------------------------------------------
 
 // The thread that is writing a report; 0: none; kNoMore: a report crashed, so that none is tried
 // any more.
@@ -121,8 +120,7 @@ void EndReport() {
   reporting.compare_exchange_strong(self, 0);
 }
 
-// ---- Writing
-// -------------------------------------------------------------------------------------
+// ---- Writing ------------------------------------------------------------------------------------
 
 void WriteText(int file, std::string_view text) {
   while (!text.empty()) {
@@ -276,8 +274,7 @@ void WriteDump(const Crash& crash) {
   close(file);
 }
 
-// ---- Handing on
-// ----------------------------------------------------------------------------------
+// ---- Handing on ---------------------------------------------------------------------------------
 
 // A fault comes again when the handler returns, at the same instruction, and ends the process; what
 // a program sent has to be sent again.
@@ -299,15 +296,19 @@ bool IsSpent(const struct sigaction& action, int signal) {
   return (action.sa_flags & SA_RESETHAND) != 0 && previousSpent[signal].exchange(true);
 }
 
-void HandOn(int signal, siginfo_t* info, void* context) {
+enum class Next { Ignore, EndByDefault, EarlierHandler };
+
+// The system doesn't let a process ignore a fault either.
+Next WhatFollows(int signal, const siginfo_t* info) {
   const struct sigaction& action = previousActions[signal];
-  const bool ignored = action.sa_handler == SIG_IGN;
-  if (ignored && info->si_code <= 0) return;
-  // The system doesn't let a process ignore a fault either.
-  if (ignored || action.sa_handler == SIG_DFL || IsSpent(action, signal)) {
-    EndByDefault(signal, info);
-    return;
-  }
+  const bool sent = info->si_code <= 0;
+  if (action.sa_handler == SIG_IGN) return sent ? Next::Ignore : Next::EndByDefault;
+  if (action.sa_handler == SIG_DFL || IsSpent(action, signal)) return Next::EndByDefault;
+  return Next::EarlierHandler;
+}
+
+void CallEarlierHandler(int signal, siginfo_t* info, void* context) {
+  const struct sigaction& action = previousActions[signal];
   BlockAsAskedBy(action, signal);
   if ((action.sa_flags & SA_SIGINFO) != 0) {
     action.sa_sigaction(signal, info, context);
@@ -320,18 +321,22 @@ void HandOn(int signal, siginfo_t* info, void* context) {
 // for good, and still reaches what was installed before.
 void OnSignal(int signal, siginfo_t* info, void* context) {
   const int error = errno;
-  if (BeginReport()) {
+  const bool reports = BeginReport();
+  if (reports) {
     const Crash crash{signal, info, static_cast<const ucontext_t*>(context), LocalTime()};
     WriteLogLine(crash);
     WriteDump(crash);
-    EndReport();
   }
+  const Next next = WhatFollows(signal, info);
+  // While the process ends, no other thread may begin a report, which would replace this one by
+  // half of its own.
+  if (reports && next != Next::EndByDefault) EndReport();
   errno = error;
-  HandOn(signal, info, context);
+  if (next == Next::EarlierHandler) CallEarlierHandler(signal, info, context);
+  if (next == Next::EndByDefault) EndByDefault(signal, info);
 }
 
-// ---- Installation
-// --------------------------------------------------------------------------------
+// ---- Installation -------------------------------------------------------------------------------
 
 template <size_t size>
 void Keep(char (&place)[size], const std::string& text) {

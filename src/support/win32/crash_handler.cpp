@@ -35,8 +35,7 @@ std::atomic<LPTOP_LEVEL_EXCEPTION_FILTER> previousFilter = nullptr;
 // Not null on a thread that is logging a fault.
 DWORD loggingSlot = TLS_OUT_OF_INDEXES;
 
-// ---- The line
-// ------------------------------------------------------------------------------------
+// ---- The line -----------------------------------------------------------------------------------
 
 bool IsLogged(DWORD code) {
   return code == EXCEPTION_ACCESS_VIOLATION || code == EXCEPTION_ILLEGAL_INSTRUCTION ||
@@ -97,8 +96,7 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
-// ---- The dump
-// ------------------------------------------------------------------------------------
+// ---- The dump -----------------------------------------------------------------------------------
 
 HANDLE CreateDump(wchar_t (&path)[kPathSize]) {
   if (dumpFolder.parent[0] != L'\0') {
@@ -135,8 +133,7 @@ LONG WINAPI OnUnhandledException(EXCEPTION_POINTERS* exception) {
   return previous != nullptr ? previous(exception) : EXCEPTION_CONTINUE_SEARCH;
 }
 
-// ---- Installation
-// --------------------------------------------------------------------------------
+// ---- Installation -------------------------------------------------------------------------------
 
 // The user's local application data; empty if it can't be had.
 std::wstring LocalFolder() {

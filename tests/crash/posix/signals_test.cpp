@@ -3,7 +3,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <regex>
+#include <thread>
 #include <vector>
 
 #include "support/crash_handler.h"
@@ -31,7 +33,7 @@ void InstallInChild() {
   InstallCrashHandler();
 }
 
-// ---- Whom it hands on to -----------------------------------------------------------------------
+// ---- Whom it hands on to ------------------------------------------------------------------------
 
 // Called a second time, this one would end the process by itself.
 void ReturnOnce(int) {
@@ -100,7 +102,7 @@ TEST_F(PosixCrashHandler, AnInformedHandlerIsToldWhatTheSystemTold) {
             kEarlierExit);
 }
 
-// ---- A crash in the report ---------------------------------------------------------------------
+// ---- A crash in the report ----------------------------------------------------------------------
 
 // The unwinder follows these two registers, and crashes.
 TEST_F(PosixCrashHandler, DISABLED_DiesWithoutAStack) {
@@ -118,7 +120,32 @@ TEST_F(PosixCrashHandler, ACrashInTheReportKeepsWhatIsWrittenAndEndsTheProcess) 
   EXPECT_TRUE(dump.ends_with("\nback-trace\n")) << dump;
 }
 
-// ---- The text ----------------------------------------------------------------------------------
+// ---- Many at once ----------------------------------------------------------------------------
+
+TEST_F(PosixCrashHandler, DISABLED_DiesOnManyThreads) {
+  InstallInChild();
+  std::barrier together(8);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&together] {
+      together.arrive_and_wait();
+      StoreAtAddressEight();
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+TEST_F(PosixCrashHandler, OfManyThreadsThatCrashTogetherOneLeavesAWholeDump) {
+  for (int turn = 0; turn < 5; ++turn) {
+    const ScratchFolder folder;
+    EXPECT_EQ(Run(folder, "PosixCrashHandler.DISABLED_DiesOnManyThreads").killedBy,
+              uint32_t{SIGSEGV});
+    EXPECT_EQ(FaultLines(folder), 1u) << LogOf(folder);
+    EXPECT_TRUE(OnlyDump(folder).ends_with("\nend\n")) << OnlyDump(folder);
+  }
+}
+
+// ---- The text -----------------------------------------------------------------------------------
 
 TEST_F(PosixCrashHandler, DISABLED_DiesFarFromGreenwich) {
   InstallInChild();

@@ -29,13 +29,13 @@ constexpr Death kDeaths[] = {
     {"division by zero", DivideByZero, 0xC0000094, true, "", 0xC0000094},
     {"heap corruption", CorruptHeap, 0xC0000374, false,
      "addr=[0-9a-f]{16} module=[a-zA-Z]+\\.dll\\+0x[0-9a-f]+", 0xC0000374},
-    {"no module", CallNowhere, 0xC0000005, false, "addr=0000000000000008 module=\\?\\+0x0", 0xC0000005},
+    {"no module", CallNowhere, 0xC0000005, false, "addr=0000000000000008 module=\\?\\+0x0",
+     0xC0000005},
     {"another thread", DieOnAnotherThread, 0xC0000005, true, "", 0xC0000005},
     {"stack overflow", RaiseStackOverflow, 0, true, "", 0xC00000FD},
 };
 
-// ---- Handlers of the test's own
-// ------------------------------------------------------------------
+// ---- Handlers of the test's own -----------------------------------------------------------------
 
 LONG WINAPI EndProcess(EXCEPTION_POINTERS*) {
   TerminateProcess(GetCurrentProcess(), kEarlierExit);
@@ -59,8 +59,7 @@ LONG CALLBACK ResumeAfterHarmless(EXCEPTION_POINTERS* exception) {
 
 constexpr ULONG kLast = 0;
 
-// ---- Reading a minidump
-// --------------------------------------------------------------------------
+// ---- Reading a minidump -------------------------------------------------------------------------
 
 template <typename T>
 bool Read(const std::string& bytes, size_t at, T& value) {
