@@ -21,8 +21,8 @@ struct ModuleOptions {
   // What the module is told when it asks the system for the user's roaming and local application
   // data. Only Windows has such questions, and no variables that answer them; elsewhere this does
   // nothing, since the environment decides.
-  std::optional<std::filesystem::path> roamingFolder;
-  std::optional<std::filesystem::path> localFolder;
+  std::optional<std::filesystem::path> roamingFolder = {};
+  std::optional<std::filesystem::path> localFolder = {};
 };
 
 // Null on failure, with the system's message in `error`.
