@@ -20,9 +20,9 @@ sigjmp_buf safety;
 void CallNowhere() { asm volatile("call *%0" ::"r"(8L)); }
 
 __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int Descend(int depth) {
-  volatile char room[4096];
+  char room[4096];
   if (depth < 0) return 0;
-  room[0] = static_cast<char>(depth);
+  asm volatile("" ::"r"(room) : "memory");  // all of it is needed
   return Descend(depth + 1) + room[0];
 }
 void OverflowStack() { Descend(0); }

@@ -69,9 +69,9 @@ TEST_F(WindowsCrashHandler, AStackOverflowIsToldToTheDebuggerOnly) {
 }
 
 __attribute__((noinline)) int Descend(int depth) {
-  volatile char room[4096];
+  char room[4096];
   if (depth < 0) return 0;
-  room[0] = static_cast<char>(depth);
+  asm volatile("" ::"r"(room) : "memory");  // all of it is needed
   return Descend(depth + 1) + room[0];
 }
 
