@@ -9,6 +9,7 @@
 #include "session/host_interface.h"
 #include "session/shared_transport.h"
 #include "session/transmit_instance.h"
+#include "support/crash_handler.h"
 #include "support/guarded.h"
 #include "support/plugin_log.h"
 
@@ -65,6 +66,7 @@ Host::Error Answer(int32_t* out, int32_t value) {
 
 Host::Error Startup(Host::PluginRecord* plugin) {
   return Guarded("Startup", [&] {
+    InstallCrashHandler();
     PluginLog(kLog, kLogInfo, "Ombrette plugin v%{public}s starting up", kPluginVersion);
     if (plugin == nullptr) return Host::kNoError;
     *plugin = {};

@@ -18,10 +18,11 @@ class LoadedModule {
 };
 
 struct ModuleOptions {
-  // What the module is told when it asks the system for the user's roaming application data. Only
-  // Windows has such a question, and no variable that answers it; elsewhere this does nothing,
-  // since the environment decides.
-  std::optional<std::filesystem::path> roamingFolder;
+  // What the module is told when it asks the system for the user's roaming and local application
+  // data. Only Windows has such questions, and no variables that answer them; elsewhere this does
+  // nothing, since the environment decides.
+  std::optional<std::filesystem::path> roamingFolder = {};
+  std::optional<std::filesystem::path> localFolder = {};
 };
 
 // Null on failure, with the system's message in `error`.
@@ -31,5 +32,11 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
 // The export `symbol` of a library of this file name that somebody else has loaded already; it is
 // never loaded from here. Null if the library or the export isn't there.
 void* FindLoadedSymbol(const std::string& fileName, const char* symbol);
+
+// Keeps the library that holds this code loaded until the process ends, whoever unloads it: what
+// the process calls at any time, such as a crash handler, must never point into memory that is
+// gone. Loading the library again finds its statics as they were. In the executable itself it does
+// nothing. False: the system refused.
+bool PinThisModule();
 
 }  // namespace Veldrift

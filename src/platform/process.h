@@ -36,6 +36,10 @@ class ChildProcess {
 
   // The system's number of it; 0 once its end was seen.
   virtual uint32_t Number() const = 0;
+
+  // Once its end was seen: the signal that ended it, or on Windows the exception that nobody
+  // handled; 0 if it ended by itself or by Kill() there.
+  virtual uint32_t KilledBy() const = 0;
 };
 
 // Starts `program` with `arguments` (UTF-8), this process's environment and console. Null: it

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cwctype>
-#include <optional>
 #include <system_error>
 #include <type_traits>
 
@@ -106,9 +105,18 @@ bool EnsureAppSupportDir() {
   return false;
 }
 
+std::optional<std::filesystem::path> MovedLocalFolder() {
+  if (!FoldersHome()) return std::nullopt;
+  return *FoldersHome() / "local";
+}
+
 std::filesystem::path GetLocalDir() {
-  if (FoldersHome()) return *FoldersHome() / "local" / kFolderName;
-  return FindLocalFolder() / kFolderName;
+  const auto moved = MovedLocalFolder();
+  return (moved ? *moved : FindLocalFolder()) / kFolderName;
+}
+
+std::filesystem::path GetPluginLogPath() {
+  return GetLocalDir() / PerHostFileName(DetectHostApplication(), "plugin", ".log");
 }
 
 std::string GetHostComputerName() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -44,11 +45,16 @@ bool EnsureAppSupportDir();
 // `<local>/Veldrift`, for logs, dumps and "transitions.csv"; worked out anew at each call.
 std::filesystem::path GetLocalDir();
 
+// The plug-in log of this host, in GetLocalDir(); worked out anew at each call.
+std::filesystem::path GetPluginLogPath();
+
 // The machine's name as UTF-8 text, "PC" if it has none.
 std::string GetHostComputerName();
 
 // Puts both folders under `home` for this process (`home/settings` and `home/local` take the places
 // of `<roaming>` and `<local>`). For tests; call it before other threads exist.
 void UseFoldersUnder(const std::filesystem::path& home);
+// What takes the place of `<local>`; nothing where UseFoldersUnder wasn't called.
+std::optional<std::filesystem::path> MovedLocalFolder();
 
 }  // namespace Veldrift

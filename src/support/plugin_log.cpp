@@ -20,8 +20,7 @@ Mutex& FileMutex() {
 
 void AppendToLog(std::string_view line) {
   MutexLock lock(FileMutex());
-  const auto name = PerHostFileName(DetectHostApplication(), "plugin", ".log");
-  AppendRotating(GetLocalDir() / name, line);
+  AppendRotating(GetPluginLogPath(), line);
 }
 
 }  // namespace

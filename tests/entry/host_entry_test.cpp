@@ -21,7 +21,7 @@ class HostEntry : public testing::Test {
     }
     std::string error;
     module = LoadModule(GetExecutablePath().parent_path() / "Veldrift.prm", error,
-                        {.roamingFolder = folder.Path()});
+                        {.roamingFolder = folder.Path(), .localFolder = folder.Path()});
     ASSERT_TRUE(module) << error;
     const auto entry =
         reinterpret_cast<Host::EntryFunction>(module->FindSymbol(Host::kEntryExport));

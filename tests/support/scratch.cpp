@@ -21,10 +21,7 @@ ScratchFolder::~ScratchFolder() {
 
 ScratchHome::ScratchHome() { UseFoldersUnder(folder_.Path()); }
 
-std::string ReadPluginLog() {
-  return ReadWholeFile(GetLocalDir() / PerHostFileName(DetectHostApplication(), "plugin", ".log"))
-      .value_or("");
-}
+std::string ReadPluginLog() { return ReadWholeFile(GetPluginLogPath()).value_or(""); }
 
 size_t CountInPluginLog(const std::string& text) {
   const std::string log = ReadPluginLog();

@@ -59,6 +59,7 @@ ModuleOptions MoveHome(const std::filesystem::path& home) {
   for (const char* name : {"XDG_CONFIG_HOME", "APPDATA"}) SetEnvironment(name, PathText(settings));
   for (const char* name : {"XDG_STATE_HOME", "LOCALAPPDATA"}) SetEnvironment(name, PathText(local));
   options.roamingFolder = settings;
+  options.localFolder = local;
   return options;
 }
 

@@ -55,4 +55,18 @@ void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
   return address;
 }
 
+bool PinThisModule() {
+  Dl_info info{};
+  void* map = nullptr;
+  if (dladdr1(reinterpret_cast<void*>(&PinThisModule), &info, &map, RTLD_DL_LINKMAP) == 0) {
+    return false;
+  }
+  const char* name = static_cast<link_map*>(map)->l_name;
+  if (*name == '\0') return true;  // the executable
+  void* handle = dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+  if (handle == nullptr) return false;
+  dlclose(handle);
+  return true;
+}
+
 }  // namespace Veldrift

@@ -65,6 +65,7 @@ class PosixChildProcess final : public ChildProcess {
   }
 
   uint32_t Number() const override { return uint32_t(process_); }
+  uint32_t KilledBy() const override { return killedBy_; }
 
  private:
   // False: it still runs.
@@ -77,11 +78,13 @@ class PosixChildProcess final : public ChildProcess {
     if (ended == 0) return false;
     process_ = 0;
     exitCode_ = ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (ended > 0 && WIFSIGNALED(status)) killedBy_ = uint32_t(WTERMSIG(status));
     return true;
   }
 
   pid_t process_;
   int exitCode_ = -1;
+  uint32_t killedBy_ = 0;
 };
 
 }  // namespace

@@ -11,19 +11,25 @@ namespace Veldrift {
 namespace {
 
 // Read by the answering function below, which has no argument to carry it.
-std::wstring& RoamingAnswer() {
-  static std::wstring folder;
-  return folder;
+ModuleOptions& Answers() {
+  static ModuleOptions answers;
+  return answers;
+}
+
+const std::optional<std::filesystem::path>* AnswerFor(REFKNOWNFOLDERID id) {
+  if (IsEqualGUID(id, FOLDERID_RoamingAppData)) return &Answers().roamingFolder;
+  if (IsEqualGUID(id, FOLDERID_LocalAppData)) return &Answers().localFolder;
+  return nullptr;
 }
 
 HRESULT WINAPI AnswerKnownFolder(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path) {
-  if (!IsEqualGUID(id, FOLDERID_RoamingAppData)) {
-    return SHGetKnownFolderPath(id, flags, token, path);
-  }
-  const size_t bytes = (RoamingAnswer().size() + 1) * sizeof(wchar_t);
+  const auto* answer = AnswerFor(id);
+  if (answer == nullptr || !*answer) return SHGetKnownFolderPath(id, flags, token, path);
+  const std::wstring& folder = (*answer)->native();
+  const size_t bytes = (folder.size() + 1) * sizeof(wchar_t);
   *path = static_cast<PWSTR>(CoTaskMemAlloc(bytes));
   if (*path == nullptr) return E_OUTOFMEMORY;
-  std::memcpy(*path, RoamingAnswer().c_str(), bytes);
+  std::memcpy(*path, folder.c_str(), bytes);
   return S_OK;
 }
 
@@ -88,8 +94,8 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
     error = SystemMessage(GetLastError());
     return nullptr;
   }
-  if (options.roamingFolder) {
-    RoamingAnswer() = options.roamingFolder->native();
+  if (options.roamingFolder || options.localFolder) {
+    Answers() = options;
     ReplaceImport(module, "SHGetKnownFolderPath", reinterpret_cast<ULONGLONG>(&AnswerKnownFolder));
   }
   return std::make_unique<WinModule>(module);
@@ -98,6 +104,19 @@ std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std:
 void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
   const HMODULE module = GetModuleHandleW(WideText(fileName).c_str());
   return module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, symbol));
+}
+
+bool PinThisModule() {
+  const auto* here = reinterpret_cast<const char*>(&PinThisModule);
+  HMODULE module = nullptr;
+  if (!GetModuleHandleExA(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          here, &module)) {
+    return false;
+  }
+  if (module == GetModuleHandleW(nullptr)) return true;
+  return GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                            here, &module) != 0;
 }
 
 }  // namespace Veldrift

@@ -23,7 +23,9 @@ class WinChildProcess final : public ChildProcess {
     ended_ = true;
     DWORD code = kKilled;
     GetExitCodeProcess(process_.Get(), &code);
-    return code == kKilled ? -1 : static_cast<int>(code);
+    if (code == kKilled) return -1;
+    if (code >= kLeastError) killedBy_ = code;
+    return static_cast<int>(code);
   }
 
   std::optional<int> WaitFor(int64_t timeoutNanos) override {
@@ -33,12 +35,15 @@ class WinChildProcess final : public ChildProcess {
   }
 
   uint32_t Number() const override { return ended_ ? 0 : GetProcessId(process_.Get()); }
+  uint32_t KilledBy() const override { return killedBy_; }
 
  private:
   static constexpr DWORD kKilled = 0xFFFFFFFF;
+  static constexpr DWORD kLeastError = 0xC0000000;  // an exception code of error severity
 
   const Handle process_;
   bool ended_ = false;
+  uint32_t killedBy_ = 0;
 };
 
 }  // namespace
