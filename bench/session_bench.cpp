@@ -4,14 +4,18 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/stub_encoder.h"
+#include "net/control_protocol.h"
 #include "net/framing.h"
 #include "session/transmit_instance.h"
 #include "support/paths.h"
 #include "tests/support/scratch.h"
+#include "tests/support/test_phone.h"
 #include "tests/support/transport_probe.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/receive_stats.h"
@@ -60,22 +64,32 @@ Host::Error AcquireSuite(const char* name, int32_t, const void** suite) {
 Host::Error ReleaseSuite(const char*, int32_t) { return Host::kNoError; }
 constexpr Host::SuiteAccess kSuites{AcquireSuite, ReleaseSuite};
 
-// A running instance whose media goes to `address`.
+// A running instance whose media goes to `address`, or to the phone that pairs.
 class Session {
  public:
-  explicit Session(size_t accessUnitBytes, const std::string& address = kReceiver) {
+  explicit Session(size_t accessUnitBytes,
+                   const std::optional<std::string>& address = std::string(kReceiver)) {
     TransportProbe::ChoosePort(shared_, 0);
+    shared_.SetPairingDialogFactory(ShowTo(shown_));
     SessionServices services{shared_};
     services.createDefaultEncoder = [accessUnitBytes] {
       return std::make_unique<StubEncoder>(accessUnitBytes);
     };
     instance_ = std::make_unique<TransmitInstance>(&kSuites, std::move(services));
     instance_->Start();
-    TransportProbe::AssumePeer(shared_, *ParseAddress(address));
+    if (address) TransportProbe::AssumePeer(shared_, *ParseAddress(*address));
   }
   ~Session() {
     instance_.reset();
     shared_.Shutdown();
+  }
+
+  TestPhone PairPhone(const std::string& from) {
+    while (shared_.ListeningPort() == 0) std::this_thread::yield();
+    TestPhone phone = TestPhone::Connect(shared_.ListeningPort(), from);
+    PairByCode(phone, *shown_);
+    phone.NextOf(kTransmitState);  // behind the whole greeting
+    return phone;
   }
 
   TransmitInstance& Instance() { return *instance_; }
@@ -83,6 +97,8 @@ class Session {
 
  private:
   ScratchHome home_;
+  SocketLayer sockets_;
+  const std::shared_ptr<ShownCode> shown_ = std::make_shared<ShownCode>();
   SharedTransport shared_;
   std::unique_ptr<TransmitInstance> instance_;
 };
@@ -142,6 +158,114 @@ void BM_EndToEnd(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_EndToEnd)->Arg(60)->Arg(300)->Arg(600)->Iterations(1)->UseManualTime();
+
+// ---- Commands beside a stream
+// --------------------------------------------------------------------
+
+// Frames at 60 a second through a session, and how long each takes to a receiver on loopback.
+class Playback {
+ public:
+  explicit Playback(Session& session) : session_(session), thread_([this] { Run(); }) {}
+  ~Playback() {
+    playing_ = false;
+    thread_.join();
+  }
+
+ private:
+  void Run() {
+    constexpr int64_t kPeriodNanos = kNanosPerSecond / 60;
+    int anything = 0;
+    const Host::FrameEntry entry{reinterpret_cast<Host::FrameHandle>(&anything)};
+    const Host::FrameList frames{1, &entry};
+    for (int64_t due = SteadyNanos(); playing_; due += kPeriodNanos) {
+      SystemClock().SleepFor(std::max<int64_t>(0, due - SteadyNanos()));
+      session_.Instance().PushVideo(&frames);
+    }
+  }
+
+  Session& session_;
+  std::atomic<bool> playing_{true};
+  std::thread thread_;
+};
+
+// From the framing to the whole frame, collected apart for quiet times and for those with commands.
+class DelaySplit {
+ public:
+  void Note(const WholeFrame& frame) {
+    if (!frame.sendTimeMicros) return;
+    const auto wholeMicros = uint32_t(frame.wholeNs / kNanosPerMicro);
+    const MutexLock lock(mutex_);
+    delays_[commands_ ? 1 : 0].Add(int64_t{wholeMicros - *frame.sendTimeMicros} * kNanosPerMicro);
+  }
+  void WithCommands(bool commands) {
+    const MutexLock lock(mutex_);
+    commands_ = commands;
+  }
+  double PercentileMs(bool commands, double percent) {
+    const MutexLock lock(mutex_);
+    return delays_[commands ? 1 : 0].PercentileMs(percent);
+  }
+
+ private:
+  Mutex mutex_;
+  bool commands_ VD_GUARDED_BY(mutex_) = false;
+  DelayStats delays_[2] VD_GUARDED_BY(mutex_);
+};
+
+// A hundred commands for a second, one after the other; how long each acknowledgement took.
+bool SendCommands(TestPhone& phone, DelayStats& roundTrips) {
+  constexpr int kCommands = 100;
+  constexpr int64_t kPeriodNanos = 10 * kNanosPerMilli;
+  const int64_t start = SteadyNanos();
+  for (int i = 0; i < kCommands; ++i) {
+    SystemClock().SleepFor(std::max<int64_t>(0, start + i * kPeriodNanos - SteadyNanos()));
+    const int64_t sent = SteadyNanos();
+    phone.SendCommand(kSetMaxResolution, std::string_view("\0\0", 2));
+    if (!phone.NextOf(kCommandAck)) return false;
+    roundTrips.Add(SteadyNanos() - sent);
+  }
+  return true;
+}
+
+// 1080p60 with 60 KB a frame, whose encoder costs nothing; a second with a hundred commands and one
+// without in turn.
+void BM_CommandsBesideStream(benchmark::State& state) {
+  constexpr int kTurns = 8;
+  Picture::Make(1920, 1080);
+  for (auto _ : state) {
+    MediaReceiverOptions options;
+    options.bindAddress = *ParseAddress(kReceiver);
+    MediaReceiver receiver(options);
+    std::string error;
+    if (receiver.Open(error) != MediaReceiver::OpenResult::Opened) {
+      state.SkipWithError(error.c_str());
+      return;
+    }
+    DelaySplit video;
+    receiver.Start([&](WholeFrame&& frame) { video.Note(frame); });
+    Session session(60'000, std::nullopt);
+    TestPhone phone = session.PairPhone(kReceiver);
+    DelayStats roundTrips;
+    const int64_t start = SteadyNanos();
+    {
+      const Playback playback(session);
+      SystemClock().SleepFor(kNanosPerSecond / 2);  // over the first frames' settings
+      for (int turn = 0; turn < kTurns; ++turn) {
+        video.WithCommands(true);
+        if (!SendCommands(phone, roundTrips)) state.SkipWithError("the phone was dropped");
+        video.WithCommands(false);
+        SystemClock().SleepFor(kNanosPerSecond);
+      }
+    }
+    receiver.Stop();
+    state.SetIterationTime(double(SteadyNanos() - start) / 1e9);
+    state.counters["ack_p50_ms"] = roundTrips.PercentileMs(50);
+    state.counters["ack_p99_ms"] = roundTrips.PercentileMs(99);
+    state.counters["video_p99_ms"] = video.PercentileMs(false, 99);
+    state.counters["video_p99_commands_ms"] = video.PercentileMs(true, 99);
+  }
+}
+BENCHMARK(BM_CommandsBesideStream)->Iterations(1)->UseManualTime();
 
 }  // namespace
 }  // namespace Veldrift

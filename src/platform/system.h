@@ -54,7 +54,8 @@ void WriteToDebugger(const char* line);
 // User and system time of the whole process so far, in seconds.
 double ProcessCpuSeconds();
 
-// What the process has open at the moment; 0 where the system doesn't tell.
+// What the process has open at the moment; 0 where the system doesn't tell. A thread that has just
+// been joined can still be counted for a moment.
 struct ProcessResources {
   uint32_t threads = 0;
   uint32_t handles = 0;  // files, sockets and whatever else the system counts with them

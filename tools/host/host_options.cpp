@@ -68,9 +68,12 @@ void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
 }
 
 void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
-  app.add_option("--seconds", options.seconds, "ends a round after so long (0: at Ctrl-C)")
+  app.add_option("--seconds", options.limits.seconds, "ends a round after so long (0: at Ctrl-C)")
       ->check(CLI::Range(0.0, 1e6));
-  app.add_option("--frames", options.frames, "ends a round after so many frames");
+  app.add_option("--frames", options.limits.frames, "ends a round after so many frames");
+  app.add_option("--pause-after", options.limits.pauseAfter,
+                 "stands still after so many seconds of playing, as a paused host does")
+      ->check(CLI::Range(0.0, 1e6));
   app.add_option("--instances", options.instances, "makes so many; the first one plays")
       ->capture_default_str()
       ->check(CLI::Range(1, 100));

@@ -14,6 +14,13 @@ namespace Veldrift {
 enum class SoundChoice { Default, Tone, File, None };
 enum class AudioRoad { Push, Pull };
 
+// 0: no limit.
+struct PlayLimits {
+  uint64_t frames = 0;    // places in the timeline
+  double seconds = 0;     // of the whole; else until Ctrl-C
+  double pauseAfter = 0;  // seconds of playing; from then on the host stands still
+};
+
 struct HostOptions {
   std::filesystem::path module;  // empty: Veldrift.prm beside the executable
   std::filesystem::path input;   // empty: the generated picture
@@ -26,8 +33,7 @@ struct HostOptions {
   AudioRoad audioRoad = AudioRoad::Push;
   size_t instances = 1;  // the first one plays
   int rounds = 1;        // how often the module is loaded, played into and unloaded
-  double seconds = 0;    // 0: until Ctrl-C
-  uint64_t frames = 0;   // 0: no limit
+  PlayLimits limits;     // of a round
   std::filesystem::path home;
   HostApplication host = HostApplication::Premiere;
   bool json = false;

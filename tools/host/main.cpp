@@ -14,6 +14,7 @@
 #include "platform/system.h"
 #include "plugin_driver.h"
 #include "summary.h"
+#include "support/clock.h"
 
 namespace Veldrift {
 namespace {
@@ -94,6 +95,20 @@ int Report(const HostOptions& options, const HostRun& run) {
   return exit == kExitGood ? exit : Complain(exit, sentence);
 }
 
+// What is open now. A thread that was joined just before is given a moment to vanish.
+ProcessResources SettledResources(const HostRun& run) {
+  constexpr int64_t kPatienceNs = kNanosPerSecond;
+  constexpr int64_t kStepNs = 5 * kNanosPerMilli;
+  ProcessResources resources = CountProcessResources();
+  const uint32_t expected = run.afterRounds.empty() ? 1 : run.afterRounds.front().threads;
+  for (int64_t waited = 0; resources.threads > expected && waited < kPatienceNs;
+       waited += kStepNs) {
+    SystemClock().SleepFor(kStepNs);
+    resources = CountProcessResources();
+  }
+  return resources;
+}
+
 // From loading the module to unloading it.
 HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions, Sources& sources,
                  const std::atomic<bool>& interrupted, HostRun& run, std::string& sentence) {
@@ -102,10 +117,10 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
   const HostExit exit = driver.Open(module, moduleOptions, options.instances, sentence);
   if (exit == kExitGood) {
     if (run.afterRounds.empty()) Announce(options, sources.pictures->Format());
-    driver.Play(options.frames, options.seconds, interrupted);
+    driver.Play(options.limits, interrupted);
   }
   driver.Close();
-  run.afterRounds.push_back(CountProcessResources());
+  run.afterRounds.push_back(SettledResources(run));
   return exit;
 }
 

@@ -1,6 +1,7 @@
 #include "plugin_driver.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "host_suites.h"
@@ -17,6 +18,8 @@ constexpr int64_t kLongestSleepNs = 50 * kNanosPerMilli;
 int64_t TicksToNanos(int64_t ticks) {
   return int64_t(double(ticks) * 1e9 / double(kTicksPerSecond));
 }
+
+int64_t NanosOrNever(double seconds) { return seconds > 0 ? int64_t(seconds * 1e9) : INT64_MAX; }
 
 }  // namespace
 
@@ -115,9 +118,15 @@ void PluginDriver::StartPlayback() {
   }
 }
 
-void PluginDriver::StopPlayback() {
+// No picture and no sound comes any more, and the clock stands.
+void PluginDriver::Pause() {
+  if (std::exchange(paused_, true)) return;
   if (sound_ != nullptr && road_ == AudioRoad::Push) table_.StopPushAudio(&Playing());
   table_.StopClock(&Playing());
+}
+
+void PluginDriver::StopPlayback() {
+  Pause();
   for (auto& instance : instances_) table_.ActivateDeactivate(instance.get(), 0, 0);
   HostSuites::Instance().SetSound(nullptr, nullptr);
   counters_.clockTicks += clockTicks_;
@@ -163,16 +172,22 @@ void PluginDriver::PushFrame(uint32_t index) {
   counters_.longestPushNs = std::max(counters_.longestPushNs, took);
 }
 
-void PluginDriver::Play(uint64_t frames, double seconds, const std::atomic<bool>& interrupted) {
+void PluginDriver::Play(const PlayLimits& limits, const std::atomic<bool>& interrupted) {
   StartPlayback();
   const int64_t ticksPerFrame = pictures_.Format().ticksPerFrame;
   const int64_t periodNs = TicksToNanos(ticksPerFrame);
   const int64_t startNs = SteadyNanos();
-  const auto limitNs = seconds > 0 ? int64_t(seconds * 1e9) : INT64_MAX;
+  const int64_t limitNs = NanosOrNever(limits.seconds);
+  const int64_t pauseNs = NanosOrNever(limits.pauseAfter);
   uint64_t index = 0;
-  while (!interrupted && !sourceEnded_ && (frames == 0 || index < frames)) {
+  while (!interrupted && !sourceEnded_ && (limits.frames == 0 || index < limits.frames)) {
     const int64_t playedNs = SteadyNanos() - startNs;
     if (playedNs >= limitNs) break;
+    if (playedNs >= pauseNs) {
+      Pause();
+      SystemClock().SleepFor(kLongestSleepNs);
+      continue;
+    }
     const int64_t dueNs = int64_t(double(index) * double(ticksPerFrame) * 1e9 / kTicksPerSecond);
     PushSoundUpTo(playedNs);
     if (playedNs < dueNs) {

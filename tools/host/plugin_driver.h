@@ -43,9 +43,8 @@ class PluginDriver {
   HostExit Open(const std::filesystem::path& module, const ModuleOptions& options, size_t instances,
                 std::string& sentence);
 
-  // Pushes until `frames` places in the timeline are done or `seconds` have passed (0: no limit),
-  // or `interrupted`.
-  void Play(uint64_t frames, double seconds, const std::atomic<bool>& interrupted);
+  // Pushes until a limit is reached or `interrupted`.
+  void Play(const PlayLimits& limits, const std::atomic<bool>& interrupted);
 
   // Takes everything down and unloads. Also after an Open that failed.
   void Close();
@@ -58,6 +57,7 @@ class PluginDriver {
   HostExit AskForModes(const Host::InstanceRecord& instance, std::string& sentence);
   Host::InstanceRecord& Playing() { return *instances_.front(); }
   void StartPlayback();
+  void Pause();
   void StopPlayback();
   void PushFrame(uint32_t index);
   int64_t NextSoundNs() const;
@@ -74,6 +74,7 @@ class PluginDriver {
   std::vector<std::unique_ptr<Host::InstanceRecord>> instances_;
   bool started_ = false;
   bool sourceEnded_ = false;
+  bool paused_ = false;
   uint32_t samplesPerBlock_ = 0;
   uint64_t samplesPushed_ = 0;
   std::atomic<int64_t> clockTicks_{0};

@@ -112,7 +112,7 @@ int Run(const PhoneOptions& options) {
   return Report(options,
                 {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio),
                  receiver.Lost(StreamType::Video), media, link.EncoderText(), link.Violation(),
-                 link.Messages(), link.Sent(), startNs, endNs});
+                 link.Messages(), link.Sent(), link.ConnectNs(), startNs, endNs});
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ void MediaPipeline::Take(WholeFrame&& frame) {
 
 void MediaPipeline::OnPicture(const AVFrame& picture, const WholeFrame& frame) {
   const int64_t nowNs = SteadyNanos();
-  ++decoded_;
+  if (decoded_++ == 0) firstPictureNs_ = nowNs;
   width_ = picture.width;
   height_ = picture.height;
   codec_ = decoder_.CodecName();

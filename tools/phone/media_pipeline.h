@@ -46,6 +46,8 @@ class MediaPipeline {
   const StreamChecker& Checker() const { return checker_; }
   const Recorder* Recording() const { return recorder_.get(); }
   const SnapshotWriter* Snapshots() const { return snapshots_.get(); }
+  // When the first picture was decoded, on the steady clock; 0: none was.
+  int64_t FirstPictureNs() const { return firstPictureNs_; }
   size_t LeftOut() const { return decodeWorker_.LeftOut() + recordWorker_.LeftOut(); }
   // A file that couldn't be written; empty: none.
   std::string FileError() const;
@@ -66,6 +68,7 @@ class MediaPipeline {
   std::atomic<int> width_{0};
   std::atomic<int> height_{0};
   std::atomic<const char*> codec_{"none"};
+  std::atomic<int64_t> firstPictureNs_{0};
   std::atomic<int64_t> firstVideoNs_{0};
   std::atomic<int64_t> lastVideoNs_{0};
   // Last: their threads end before what they use.

@@ -44,7 +44,11 @@ PhoneExit PhoneLink::Open(std::string& sentence) {
 PhoneExit PhoneLink::Connect(std::string& sentence) {
   const int64_t deadline = Deadline(options_.waitSeconds);
   std::string reason;
-  while (!client_->Connect(options_.host, options_.bindAddress, kConnectNs, reason)) {
+  while (true) {
+    connectNs_ = SteadyNanos();
+    if (client_->Connect(options_.host, options_.bindAddress, kConnectNs, reason)) {
+      return kExitGood;
+    }
     if (interrupted_) {
       sentence = "interrupted";
       return kExitGood;
@@ -55,7 +59,6 @@ PhoneExit PhoneLink::Connect(std::string& sentence) {
     }
     SystemClock().SleepFor(kStepNs);
   }
-  return kExitGood;
 }
 
 std::optional<std::string> PhoneLink::AskForCode() {

@@ -34,6 +34,8 @@ class PhoneLink {
   PhoneExit Open(std::string& sentence);
 
   void Send(const Command& command);
+  // When the connection was begun that came about, on the steady clock.
+  int64_t ConnectNs() const { return connectNs_; }
   bool Ended() const { return client_->Ended(); }
   void Close() { client_->Disconnect(); }
 
@@ -55,6 +57,7 @@ class PhoneLink {
   const std::atomic<bool>& interrupted_;
   std::unique_ptr<PairingCodeLog> codeLog_;
   std::unique_ptr<ControlClient> client_;
+  int64_t connectNs_ = 0;
   std::atomic<bool> asking_{false};  // somebody is typing the code
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);

@@ -209,6 +209,10 @@ std::string SummaryText(const RunResult& result) {
     text += Line("  %-22s %zu: this machine is too slow", "left out", result.media.LeftOut());
   }
   text += StampLines(result.media.Checker().Counters());
+  if (const int64_t pictureNs = result.media.FirstPictureNs(); pictureNs != 0) {
+    text += Line("  %-22s %.1f ms after connecting", "first picture",
+                 MillisBetween(result.connectNs, pictureNs));
+  }
   text += DelayLine("push to whole frame", result.media.Checker().PushToWhole());
   text += DelayLine("push to picture", result.media.Checker().PushToPicture());
   text += DelayLine("framing to whole frame", result.media.Checker().FramingToWhole());
@@ -235,6 +239,9 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
                      {"failed", decoder.Counters().failed},
                      {"left_out", result.media.LeftOut()}};
   json["stamps"] = CheckJson(checker.Counters());
+  if (const int64_t pictureNs = result.media.FirstPictureNs(); pictureNs != 0) {
+    json["first_picture_ms"] = MillisBetween(result.connectNs, pictureNs);
+  }
   json["delay"] = {{"push_to_whole", DelayJson(checker.PushToWhole())},
                    {"push_to_picture", DelayJson(checker.PushToPicture())},
                    {"framing_to_whole", DelayJson(checker.FramingToWhole())}};

@@ -21,7 +21,8 @@ struct RunResult {
   std::string controlViolation;
   std::vector<StatusMessage> messages;
   std::vector<SentCommand> sent;
-  int64_t startNs = 0;
+  int64_t connectNs = 0;
+  int64_t startNs = 0;  // of the watching, once paired
   int64_t endNs = 0;
 };
 
