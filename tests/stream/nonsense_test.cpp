@@ -65,6 +65,43 @@ TEST_F(Nonsense, SilenceHoldsNobodyUp) {
   ExpectThatAPhoneGetsItsPictures();
 }
 
+TEST_F(Nonsense, CommandsThatEndInTheMiddleChangeNothing) {
+  const std::pair<std::string, const char*> rows[] = {
+      {std::string(1, char(kSetGopMode)), "control: truncated SetGopMode"},
+      {std::string{char(kSetEncoderEngine), 9, 'a', 'b'},
+       "control: truncated SetEncoderEngine body"},
+      {std::string{char(kAppSettingsSnapshot), 0, 1},
+       "control: truncated AppSettingsSnapshot head"},
+      {std::string{char(kAppSettingsSnapshot), 0, 1, 1, 3, 2, 8, 'x'},
+       "control: truncated AppSettingsSnapshot tail"},
+      {std::string{char(kTestMarker), 5, 'a'}, "control: truncated TestMarker body"}};
+  for (const auto& [bytes, line] : rows) {
+    TestPhone client = Pair("short");
+    client.Send(bytes);
+    client.Close();
+    EXPECT_TRUE(Eventually([&] { return stage_.CountInHostLog(line) == 1; })) << line;
+  }
+  EXPECT_EQ(stage_.CountInHostLog("engine seed"), 0U);
+  EXPECT_EQ(stage_.CountInHostLog("control: AppSettingsSnapshot resLimit"), 0U);
+  ExpectThatAPhoneGetsItsPictures();
+}
+
+// An engine's id may be any bytes; what isn't known falls back.
+TEST_F(Nonsense, AnEngineThatNobodyHasIsReplacedByOneThatIsThere) {
+  TestPhone client = Pair("engine");
+  client.SendCommand(kSetEncoderEngine, std::string("\7\0\xFF%s%n\n", 8));
+  ASSERT_TRUE(client.NextOf(kCommandAck));
+  EXPECT_EQ(stage_.CountInHostLog("failed — falling back to default"), 1U);
+  client.Close();
+  ExpectThatAPhoneGetsItsPictures();
+}
+
+// It has paired, watches no more and says nothing: as if it had left the network.
+TEST_F(Nonsense, APhoneThatVanishesWithoutAWordMakesRoomForTheNext) {
+  const TestPhone vanished = Pair("vanished");
+  ExpectThatAPhoneGetsItsPictures();
+}
+
 constexpr size_t kFloodCommands = 10'000;
 
 // Sends commands that are answered, and others in between, and reads no answer.

@@ -22,6 +22,19 @@ TEST(Pairing, AKnownPhoneComesBackByItsTokenWithoutACode) {
   stage.EndHost();
 }
 
+TEST(Pairing, APhoneThatComesWhileTheHostStandsStillSeesItsLastPicture) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "640x360", "--pause-after", "3"}));
+  Child& first = stage.StartPhone("a", {"--codec", "h264", "--seconds", "4"});
+  EXPECT_EQ(first.Wait(), kExitGood) << testing::PrintToString(first.Complaints());
+  ASSERT_TRUE(Eventually([&] { return stage.CountInHostLog(":INFO] StopClock") == 1; }));
+  Child& late = stage.StartPhone("b", {"--seconds", "1"});
+  EXPECT_EQ(late.Wait(), kExitGood) << testing::PrintToString(late.Complaints());
+  EXPECT_GE(late.Summary()["decoder"]["decoded"], 1);
+  EXPECT_GT(late.Summary()["first_picture_ms"], 0);
+  stage.EndHost();
+}
+
 TEST(Pairing, AWrongCodeIsRefusedAndTheNextPhoneGetsIn) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
