@@ -1,13 +1,15 @@
 // Locks with clang's thread-safety annotations: a member marked VD_GUARDED_BY(mutex) can only be
-// touched while `mutex` is held, and the clang build checks it. Plain wrappers of the standard
-// library's locks; nothing here is specific to a system.
+// touched while `mutex` is held, and the clang build checks it. What locks behind them is the
+// system's: native_locks.h in posix/ and win32/.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
-#include <shared_mutex>
+
+#ifdef _WIN32
+#include "platform/win32/native_locks.h"
+#else
+#include "platform/posix/native_locks.h"
+#endif
 
 #if defined(__clang__)
 #define VD_THREAD_ANNOTATION(x) __attribute__((x))
@@ -31,34 +33,34 @@ namespace Veldrift {
 
 class VD_CAPABILITY("mutex") Mutex {
  public:
-  void Lock() VD_ACQUIRE() { mutex_.lock(); }
-  void Unlock() VD_RELEASE() { mutex_.unlock(); }
+  void Lock() VD_ACQUIRE() { native_.Lock(); }
+  void Unlock() VD_RELEASE() { native_.Unlock(); }
 
  private:
-  friend class MutexLock;
-  std::mutex mutex_;
+  friend class CondVar;
+  NativeMutex native_;
 };
 
 // Holds a Mutex for a scope; a CondVar can wait on it.
 class VD_SCOPED_CAPABILITY MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) VD_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
-  ~MutexLock() VD_RELEASE() {}
+  explicit MutexLock(Mutex& mutex) VD_ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~MutexLock() VD_RELEASE() { mutex_.Unlock(); }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
  private:
   friend class CondVar;
-  std::unique_lock<std::mutex> lock_;
+  Mutex& mutex_;
 };
 
 class VD_CAPABILITY("mutex") RecursiveMutex {
  public:
-  void Lock() VD_ACQUIRE() { mutex_.lock(); }
-  void Unlock() VD_RELEASE() { mutex_.unlock(); }
+  void Lock() VD_ACQUIRE() { native_.Lock(); }
+  void Unlock() VD_RELEASE() { native_.Unlock(); }
 
  private:
-  std::recursive_mutex mutex_;
+  NativeRecursiveMutex native_;
 };
 
 class VD_SCOPED_CAPABILITY RecursiveMutexLock {
@@ -77,13 +79,13 @@ class VD_SCOPED_CAPABILITY RecursiveMutexLock {
 // A reader-writer lock.
 class VD_CAPABILITY("mutex") SharedMutex {
  public:
-  void Lock() VD_ACQUIRE() { mutex_.lock(); }
-  void Unlock() VD_RELEASE() { mutex_.unlock(); }
-  void LockShared() VD_ACQUIRE_SHARED() { mutex_.lock_shared(); }
-  void UnlockShared() VD_RELEASE_GENERIC() { mutex_.unlock_shared(); }
+  void Lock() VD_ACQUIRE() { native_.Lock(); }
+  void Unlock() VD_RELEASE() { native_.Unlock(); }
+  void LockShared() VD_ACQUIRE_SHARED() { native_.LockShared(); }
+  void UnlockShared() VD_RELEASE_GENERIC() { native_.UnlockShared(); }
 
  private:
-  std::shared_mutex mutex_;
+  NativeSharedMutex native_;
 };
 
 class VD_SCOPED_CAPABILITY ReaderLock {
@@ -114,15 +116,13 @@ class VD_SCOPED_CAPABILITY WriterLock {
 // belong to Clock::WaitUntil, so that tests move the time.
 class CondVar {
  public:
-  void Wait(MutexLock& lock) { condition_.wait(lock.lock_); }
-  void WaitFor(MutexLock& lock, int64_t nanos) {
-    condition_.wait_for(lock.lock_, std::chrono::nanoseconds(nanos));
-  }
-  void NotifyOne() { condition_.notify_one(); }
-  void NotifyAll() { condition_.notify_all(); }
+  void Wait(MutexLock& lock) { condition_.Wait(lock.mutex_.native_); }
+  void WaitFor(MutexLock& lock, int64_t nanos) { condition_.WaitFor(lock.mutex_.native_, nanos); }
+  void NotifyOne() { condition_.NotifyOne(); }
+  void NotifyAll() { condition_.NotifyAll(); }
 
  private:
-  std::condition_variable condition_;
+  NativeCondition condition_;
 };
 
 }  // namespace Veldrift

@@ -8,6 +8,9 @@
 #include <shlobj.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "platform/file.h"
 #include "platform/folders.h"
 #include "platform/win32/handle.h"
@@ -22,6 +25,50 @@ std::optional<std::string> RoamingKnownFolder() {
   if (SUCCEEDED(result) && folder != nullptr) text = NarrowText(folder);
   CoTaskMemFree(folder);
   return text;
+}
+
+// The system's list of all handles, of all processes.
+struct HandleEntry {
+  PVOID object;
+  ULONG_PTR process;
+  ULONG_PTR handle;
+  ULONG access;
+  USHORT creatorIndex;
+  USHORT type;
+  ULONG attributes;
+  ULONG reserved;
+};
+struct HandleTable {
+  ULONG_PTR count;
+  ULONG_PTR reserved;
+  HandleEntry entries[1];
+};
+
+// Where the system has only that list, as Wine 8 does.
+uint32_t CountHandlesInList() {
+  constexpr ULONG kExtendedHandleInformation = 64;
+  constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
+  using Query = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
+  const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  if (query == nullptr) return 0;
+  std::vector<std::byte> buffer(1 << 16);
+  LONG status = kLengthMismatch;
+  while ((status = query(kExtendedHandleInformation, buffer.data(), ULONG(buffer.size()),
+                         nullptr)) == kLengthMismatch) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (status != 0) return 0;
+  const auto* table = reinterpret_cast<const HandleTable*>(buffer.data());
+  return uint32_t(std::count_if(table->entries, table->entries + table->count, [](auto& entry) {
+    return entry.process == GetCurrentProcessId();
+  }));
+}
+
+uint32_t CountHandles() {
+  DWORD handles = 0;
+  if (GetProcessHandleCount(GetCurrentProcess(), &handles) && handles != 0) return handles;
+  return CountHandlesInList();
 }
 
 }  // namespace
@@ -113,8 +160,7 @@ double ProcessCpuSeconds() {
 
 ProcessResources CountProcessResources() {
   ProcessResources resources;
-  DWORD handles = 0;
-  if (GetProcessHandleCount(GetCurrentProcess(), &handles)) resources.handles = handles;
+  resources.handles = CountHandles();
   const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
   THREADENTRY32 thread{};
   thread.dwSize = sizeof thread;
