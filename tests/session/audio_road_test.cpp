@@ -52,9 +52,6 @@ class AudioRoadTest : public SessionFixture {
     if (instance) instance->Audio().StopClock();
   }
 
-  // What earlier tests of this process left in the log.
-  const size_t silences_ = CountInPluginLog("SetAudioOutputEnabled: 0");
-
   AudioRoad& Road() { return instance->Audio(); }
 
   // Moves the time by a frame and waits for the tick that it makes.
@@ -108,13 +105,13 @@ TEST_F(AudioRoadTest, SilenceIsToldOnceAndEndsWithTheFirstSound) {
   clock.Advance(500 * kNanosPerMilli);
   PassFrame();
   PassFrame();
-  EXPECT_EQ(CountInPluginLog("SetAudioOutputEnabled: 0"), silences_);
+  EXPECT_EQ(CountInPluginLog("SetAudioOutputEnabled: 0"), 0U);
   clock.Advance(1'100 * kNanosPerMilli);
   PassFrame();
   PassFrame();
   EXPECT_EQ(NextByteOf(kAudioState), 0);
   PassFrame();
-  EXPECT_EQ(CountInPluginLog("SetAudioOutputEnabled: 0"), silences_ + 1);
+  EXPECT_EQ(CountInPluginLog("SetAudioOutputEnabled: 0"), 1U);
   const float samples[] = {0.5F};
   const float* const channels[] = {samples};
   const Host::AudioBlock block{channels, 1, 1};

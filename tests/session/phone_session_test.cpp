@@ -15,7 +15,6 @@ class PhoneSession : public SessionFixture {
 
 TEST_F(PhoneSession, TheGreetingComesInOrderAndThenTheHostIsMadeToRender) {
   const std::string nudge = "kbd:INFO] nudge: →← (Premiere)";
-  const size_t nudges = CountInPluginLog(nudge);
   instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
   instance->Start();
   while (shared.ListeningPort() == 0) std::this_thread::yield();
@@ -24,7 +23,7 @@ TEST_F(PhoneSession, TheGreetingComesInOrderAndThenTheHostIsMadeToRender) {
   EXPECT_EQ(OpcodesUpTo(kTransmitState),
             (std::vector<int>{kHostPlatform, kAudioState, kEncoderEngineList, kPlaybackState,
                               kTransmitState}));
-  EXPECT_EQ(CountInPluginLog(nudge), nudges + 1);
+  EXPECT_EQ(CountInPluginLog(nudge), 1U);
 }
 
 TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {

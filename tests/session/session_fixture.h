@@ -144,6 +144,7 @@ class SessionFixture : public testing::Test {
     return opcodes;
   }
 
+  const ScratchHome home;  // each test's own log
   SocketLayer layer;
   ManualClock clock{100 * kNanosPerSecond};
   std::shared_ptr<EncoderRecord> encoder = std::make_shared<EncoderRecord>();

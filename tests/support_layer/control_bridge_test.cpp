@@ -22,10 +22,9 @@ TEST(ControlBridge, TheSiblingIsUsedFromItsAppearanceOnWhereItsTableFits) {
   EXPECT_FALSE(CallCtrlBridge(BridgeOperation::PlayPause));
 
   std::string error;
-  const auto module =
-      LoadModule(GetExecutablePath().parent_path() / BridgeModuleName(HostApplication::Premiere),
-                 error)
-          .release();  // stays loaded, as the cached address demands
+  // Stays loaded, as the cached address demands.
+  static const std::unique_ptr<LoadedModule> module = LoadModule(
+      GetExecutablePath().parent_path() / BridgeModuleName(HostApplication::Premiere), error);
   ASSERT_NE(module, nullptr) << error;
   VdTestSibling& sibling =
       *reinterpret_cast<VdTestSibling* (*)()>(module->FindSymbol("vd_test_sibling"))();
