@@ -113,6 +113,17 @@ void BM_PushVideo(benchmark::State& state) {
 }
 BENCHMARK(BM_PushVideo)->Arg(1920)->Arg(3840)->Unit(benchmark::kMicrosecond);
 
+// Null, and the benchmark skipped, if its ports are taken.
+std::unique_ptr<MediaReceiver> OpenReceiver(benchmark::State& state) {
+  MediaReceiverOptions options;
+  options.bindAddress = *ParseAddress(kReceiver);
+  auto receiver = std::make_unique<MediaReceiver>(options);
+  std::string error;
+  if (receiver->Open(error) == MediaReceiver::OpenResult::Opened) return receiver;
+  state.SkipWithError(error.c_str());
+  return nullptr;
+}
+
 // Three seconds of frames at 60 a second.
 void BM_EndToEnd(benchmark::State& state) {
   constexpr int kFrames = 180;
@@ -120,15 +131,9 @@ void BM_EndToEnd(benchmark::State& state) {
   const std::vector<uint8_t> accessUnit(size_t(state.range(0)) * 1000, 0x42);
   for (auto _ : state) {
     std::vector<std::atomic<int64_t>> wholeNs(kFrames);
-    MediaReceiverOptions options;
-    options.bindAddress = *ParseAddress(kReceiver);
-    MediaReceiver receiver(options);
-    std::string error;
-    if (receiver.Open(error) != MediaReceiver::OpenResult::Opened) {
-      state.SkipWithError(error.c_str());
-      return;
-    }
-    receiver.Start([&](WholeFrame&& frame) {
+    const auto receiver = OpenReceiver(state);
+    if (!receiver) return;
+    receiver->Start([&](WholeFrame&& frame) {
       if (frame.timestamp < kFrames) wholeNs[frame.timestamp] = frame.wholeNs;
     });
     Session session(1);
@@ -141,7 +146,7 @@ void BM_EndToEnd(benchmark::State& state) {
       session.Instance().OnEncodedFrame(accessUnit.data(), accessUnit.size(), true, uint64_t(i));
     }
     SystemClock().SleepFor(200 * kNanosPerMilli);
-    receiver.Stop();
+    receiver->Stop();
 
     DelayStats delays;
     for (int i = 0; i < kFrames; ++i) {
@@ -233,16 +238,10 @@ void BM_CommandsBesideStream(benchmark::State& state) {
   constexpr int kTurns = 8;
   Picture::Make(1920, 1080);
   for (auto _ : state) {
-    MediaReceiverOptions options;
-    options.bindAddress = *ParseAddress(kReceiver);
-    MediaReceiver receiver(options);
-    std::string error;
-    if (receiver.Open(error) != MediaReceiver::OpenResult::Opened) {
-      state.SkipWithError(error.c_str());
-      return;
-    }
+    const auto receiver = OpenReceiver(state);
+    if (!receiver) return;
     DelaySplit video;
-    receiver.Start([&](WholeFrame&& frame) { video.Note(frame); });
+    receiver->Start([&](WholeFrame&& frame) { video.Note(frame); });
     Session session(60'000, std::nullopt);
     TestPhone phone = session.PairPhone(kReceiver);
     DelayStats roundTrips;
@@ -257,7 +256,7 @@ void BM_CommandsBesideStream(benchmark::State& state) {
         SystemClock().SleepFor(kNanosPerSecond);
       }
     }
-    receiver.Stop();
+    receiver->Stop();
     state.SetIterationTime(double(SteadyNanos() - start) / 1e9);
     state.counters["ack_p50_ms"] = roundTrips.PercentileMs(50);
     state.counters["ack_p99_ms"] = roundTrips.PercentileMs(99);
