@@ -45,6 +45,7 @@ void Watch(const PhoneOptions& options, const std::atomic<bool>& interrupted,
   while (!interrupted && !link.Ended()) {
     const int64_t nowNs = SteadyNanos();
     if (options.seconds > 0 && nowNs - startNs >= int64_t(options.seconds * 1e9)) break;
+    link.SendDue(nowNs);
     if (media.WantsKeyFrame() && nowNs - askedNs >= kKeyFramePeriodNs) {
       link.Send({kRequestIdr, {}});
       askedNs = nowNs;

@@ -37,7 +37,7 @@ PhoneExit PhoneLink::Open(std::string& sentence) {
   if (exit == kExitGood && sentence.empty()) exit = Pair(sentence);
   if (exit != kExitGood || !sentence.empty()) return exit;
   client_->StartReading([this](const StatusMessage& message) { Note(message); });
-  for (const Command& command : options_.commands) Send(command);
+  SendDue(SteadyNanos());
   return kExitGood;
 }
 
@@ -136,6 +136,14 @@ void PhoneLink::Send(const Command& command) {
     sent_.push_back({command, SteadyNanos(), std::nullopt});
   }
   client_->Send(command.opcode, command.payload);
+}
+
+void PhoneLink::SendDue(int64_t nowNs) {
+  while (commandsDone_ < options_.commands.size() && nowNs >= nextCommandNs_) {
+    Send(options_.commands[commandsDone_++]);
+    nextCommandNs_ = nowNs + options_.commandIntervalMs * kNanosPerMilli;
+    if (options_.commandIntervalMs > 0) return;
+  }
 }
 
 void PhoneLink::Note(const StatusMessage& message) {

@@ -29,11 +29,13 @@ class PhoneLink {
  public:
   explicit PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted);
 
-  // Connects, pairs, and sends the commands of the options. Otherwise `sentence` says why not. An
-  // interrupt gives kExitGood with a sentence.
+  // Connects, pairs, and begins to send the commands of the options. Otherwise `sentence` says why
+  // not. An interrupt gives kExitGood with a sentence.
   PhoneExit Open(std::string& sentence);
 
   void Send(const Command& command);
+  // Sends those of the options' commands whose time has come.
+  void SendDue(int64_t nowNs);
   // When the connection was begun that came about, on the steady clock.
   int64_t ConnectNs() const { return connectNs_; }
   bool Ended() const { return client_->Ended(); }
@@ -58,6 +60,8 @@ class PhoneLink {
   std::unique_ptr<PairingCodeLog> codeLog_;
   std::unique_ptr<ControlClient> client_;
   int64_t connectNs_ = 0;
+  size_t commandsDone_ = 0;
+  int64_t nextCommandNs_ = 0;
   std::atomic<bool> asking_{false};  // somebody is typing the code
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);

@@ -103,6 +103,10 @@ void AddCommands(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option(
       "--send", typed.sends,
       "any command, as NAME or NAME=PAYLOAD in hexadecimal digits: " + ListOf(CommandNames()));
+  app.add_option("--interval", options.commandIntervalMs,
+                 "milliseconds between two commands or settings")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 3'600'000));
   app.add_option("--marker", typed.markers, "leaves this text in the plug-in's log");
   app.add_option("--self-test", options.selfTests,
                  "runs a built-in test of the plug-in (P0.1, P0.3, P0.4, P1.1, P1.2, P2.1, P3, "

@@ -24,6 +24,7 @@ struct PhoneOptions {
   double waitSeconds = 10;  // for the plug-in, and for the code
 
   std::vector<Command> commands;       // sent once paired, in this order
+  int commandIntervalMs = 0;           // from one to the next
   std::vector<std::string> selfTests;  // run instead of watching the stream
   std::filesystem::path pluginLog;     // where their verdicts stand
 
