@@ -14,7 +14,6 @@ enum PhoneExit : int {
   kExitRefused = 5,  // the pairing
   kExitBroken = 6,   // broken stream, or a violation of the protocol
   kExitNoPicture = 7,
-  kExitNotBuiltYet = 8,
   kExitSelfTest = 9,
 };
 

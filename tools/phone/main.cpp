@@ -10,6 +10,7 @@
 #include "phone_link.h"
 #include "phone_options.h"
 #include "platform/interrupt.h"
+#include "plugin_finder.h"
 #include "self_tests.h"
 #include "status_line.h"
 #include "summary.h"
@@ -76,8 +77,22 @@ int RunSelfTests(const PhoneOptions& options, const std::atomic<bool>& interrupt
   return passed ? kExitGood : kExitSelfTest;
 }
 
-int Run(const PhoneOptions& options) {
+// The options with the plug-in's address, found if it wasn't given. Otherwise the exit code.
+std::optional<int> LocatePlugin(PhoneOptions& options, FoundPlugins& found,
+                                const std::atomic<bool>& interrupted) {
+  if (!options.discover) return std::nullopt;
+  std::string sentence;
+  const PhoneExit exit = FindPlugin(options, interrupted, found, sentence);
+  if (!options.json) std::printf("%s", ListOf(found.services).c_str());
+  if (!sentence.empty()) return Complain(exit, sentence);
+  options.host = found.chosen;
+  return std::nullopt;
+}
+
+int Run(PhoneOptions options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
+  FoundPlugins found;
+  if (const auto exit = LocatePlugin(options, found, interrupted)) return *exit;
   av_log_set_level(AV_LOG_FATAL);
   AssemblerLimits limits;
   limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
@@ -113,7 +128,7 @@ int Run(const PhoneOptions& options) {
   return Report(options,
                 {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio),
                  receiver.Lost(StreamType::Video), media, link.EncoderText(), link.Violation(),
-                 link.Messages(), link.Sent(), link.ConnectNs(), startNs, endNs});
+                 link.Messages(), link.Sent(), found.services, link.ConnectNs(), startNs, endNs});
 }
 
 }  // namespace

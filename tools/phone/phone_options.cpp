@@ -6,6 +6,7 @@
 #include "net/control_protocol.h"
 #include "platform/file.h"
 #include "tools/cli/command_line.h"
+#include "tools/receiver/pairing_uri_reader.h"
 
 namespace Veldrift {
 
@@ -18,16 +19,17 @@ Exit codes:
   0  pictures arrived, in order and right
   1  a file can't be written, or another failure of this machine
   2  unknown option or bad value
-  3  no plug-in answers at the address
+  3  no plug-in answers at the address, or none was found
   4  a media port (47101 or 47102) is in use by another program
   5  the pairing was refused, or nobody knew the code
   6  a broken stream, or a violation of the protocol
   7  no picture arrived
-  8  an option that isn't built yet
   9  a self-test of the plug-in failed, or gave no verdict
 
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
+  veldrift-phone --discover --token-file phone.token --record take.mkv
+  veldrift-phone --uri 'veldrift://pair?v=3&id=0b9c&name=Desk' --token-file phone.token
   veldrift-phone --host 127.0.0.1 --bind 127.0.0.2 --token-file phone.token \
       --code-from-log plugin.log --seconds 10 --record take.mkv --snapshots pictures
   veldrift-phone --host 127.0.0.1:47110 --codec h264 --gop long --drop 5 --reorder 2 --seed 7
@@ -39,7 +41,6 @@ Examples:
 struct Typed {
   std::string host, uri, bind, codec, gop, mode, tokenFile, codeFromLog, pluginLog, record,
       snapshots;
-  bool discover = false;
   std::vector<std::string> keys, sends, markers;
   std::optional<int> maxShortSide;
   bool atOnce = false;
@@ -62,8 +63,13 @@ std::vector<std::string> KeyNames() {
 
 void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option("--host", typed.host, "the plug-in's address, ADDR[:PORT] (default port 47100)");
-  app.add_flag("--discover", typed.discover, "find the plug-in by DNS-SD (not built yet)");
-  app.add_option("--uri", typed.uri, "find the plug-in by its pairing URI (not built yet)");
+  app.add_flag("--discover", options.discover,
+               "lists the plug-ins on the network, found by DNS-SD, and connects to one");
+  app.add_option(
+      "--uri", typed.uri,
+      "connects to the plug-in of this pairing URI, as its QR code has it, wherever it is");
+  app.add_option("--plugin", options.plugin,
+                 "with --discover: connects to the installation of this id only");
   app.add_option("--bind", typed.bind, "local address; media arrives there on 47101 and 47102");
   app.add_option("--id", options.id, "stable identifier of this phone")->capture_default_str();
   app.add_option("--name", options.name, "display name of this phone")->capture_default_str();
@@ -146,16 +152,28 @@ bool ParseHost(const std::string& text, Ipv4Endpoint& host) {
   return true;
 }
 
-std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
-  if (typed.discover || !typed.uri.empty()) {
-    return Complain(
-        kExitNotBuiltYet,
-        "--discover and --uri aren't built yet: give the plug-in's address with --host");
+// Where the plug-in is, in exactly one of three ways.
+std::optional<int> InterpretWhere(const Typed& typed, PhoneOptions& options) {
+  const int ways = int(!typed.host.empty()) + int(!typed.uri.empty()) + int(options.discover);
+  if (ways == 0) {
+    return Complain(kExitUsage, "--host, --discover or --uri is missing; see --help");
   }
-  if (typed.host.empty()) return Complain(kExitUsage, "--host is missing; see --help");
-  if (!ParseHost(typed.host, options.host)) {
+  if (ways > 1) return Complain(kExitUsage, "give only one of --host, --discover and --uri");
+  if (!typed.uri.empty()) {
+    const std::optional<InstallIdentity> identity = ParsePairingUri(typed.uri);
+    if (!identity || identity->id.empty()) {
+      return Complain(kExitUsage, "--uri " + typed.uri + " isn't a pairing URI of a plug-in");
+    }
+    options.discover = true;
+    options.plugin = identity->id;
+  } else if (!typed.host.empty() && !ParseHost(typed.host, options.host)) {
     return Complain(kExitUsage, "--host " + typed.host + " isn't an address like 192.0.2.10:47100");
   }
+  return std::nullopt;
+}
+
+std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
+  if (const std::optional<int> bad = InterpretWhere(typed, options)) return bad;
   if (!typed.bind.empty()) {
     const std::optional<uint32_t> bind = ParseAddress(typed.bind);
     if (!bind) return Complain(kExitUsage, "--bind " + typed.bind + " isn't an IPv4 address");

@@ -14,7 +14,9 @@
 namespace Veldrift {
 
 struct PhoneOptions {
-  Ipv4Endpoint host;
+  Ipv4Endpoint host;         // unless it is to be found
+  bool discover = false;     // finds it on the network
+  std::string plugin;        // the installation to find; empty: any
   uint32_t bindAddress = 0;  // network byte order; 0 is any address
   std::string id = "veldrift-phone";
   std::string name = "Phone stand-in";

@@ -148,6 +148,17 @@ std::string SentLines(const std::vector<SentCommand>& commands) {
   return text;
 }
 
+Json FoundJson(const FoundService& service) {
+  return {{"instance", service.instance},
+          {"host_name", service.hostName},
+          {"address", AddressText(service.endpoint.address)},
+          {"port", service.endpoint.port},
+          {"version", service.version},
+          {"id", service.id},
+          {"name", service.name},
+          {"transmit", service.transmit}};
+}
+
 Json CheckJson(const CheckCounters& check) {
   return {{"stamped", check.stamped},         {"unreadable", check.unreadable},
           {"repeated", check.repeated},       {"replayed", check.replayed},
@@ -251,6 +262,7 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   if (const SnapshotWriter* snapshots = result.media.Snapshots()) {
     json["snapshots"] = snapshots->Written();
   }
+  for (const FoundService& service : result.found) json["found"].push_back(FoundJson(service));
   json["commands"] = Json::array();
   for (const SentCommand& sent : result.sent) {
     json["commands"].push_back(SentJson(sent, result.startNs));

@@ -7,6 +7,7 @@
 #include "exit_codes.h"
 #include "media_pipeline.h"
 #include "phone_link.h"
+#include "tools/discovery/service_browser.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/status_message.h"
 
@@ -21,6 +22,7 @@ struct RunResult {
   std::string controlViolation;
   std::vector<StatusMessage> messages;
   std::vector<SentCommand> sent;
+  std::vector<FoundService> found;  // by discovery
   int64_t connectNs = 0;
   int64_t startNs = 0;  // of the watching, once paired
   int64_t endNs = 0;

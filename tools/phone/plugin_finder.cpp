@@ -1,0 +1,71 @@
+#include "plugin_finder.h"
+
+#include <algorithm>
+
+#include "support/clock.h"
+
+namespace Veldrift {
+
+namespace {
+
+constexpr int kPollMs = 100;
+// Others may answer a little later than the first.
+constexpr int64_t kOthersNs = kNanosPerSecond;
+
+std::vector<FoundService> Fitting(const std::vector<FoundService>& services,
+                                  const std::string& plugin) {
+  std::vector<FoundService> fitting;
+  for (const FoundService& service : services) {
+    if (plugin.empty() || IsOfInstallation(service, plugin)) fitting.push_back(service);
+  }
+  return fitting;
+}
+
+PhoneExit NothingFound(const PhoneOptions& options, const FoundPlugins& found,
+                       std::string& sentence) {
+  sentence = options.plugin.empty()
+                 ? "no plug-in was found on the network"
+                 : "the plug-in " + options.plugin + " was not found on the network, only " +
+                       std::to_string(found.services.size()) + " others";
+  return kExitCantConnect;
+}
+
+}  // namespace
+
+PhoneExit FindPlugin(const PhoneOptions& options, const std::atomic<bool>& interrupted,
+                     FoundPlugins& found, std::string& sentence) {
+  const std::unique_ptr<ServiceBrowser> browser = OpenServiceBrowser(sentence);
+  if (!browser) {
+    sentence = "can't look for plug-ins on the network: " + sentence;
+    return kExitFailed;
+  }
+  int64_t deadline = SteadyNanos() + int64_t(options.waitSeconds * 1e9);
+  bool any = false;
+  while (!interrupted && SteadyNanos() < deadline && browser->Poll(kPollMs)) {
+    found.services = browser->Found();
+    if (any || Fitting(found.services, options.plugin).empty()) continue;
+    any = true;
+    deadline = std::min(deadline, SteadyNanos() + kOthersNs);
+  }
+  if (interrupted) {
+    sentence = "interrupted";
+    return kExitGood;
+  }
+  const std::vector<FoundService> fitting = Fitting(found.services, options.plugin);
+  if (fitting.empty()) return NothingFound(options, found, sentence);
+  const auto transmitting = std::ranges::find_if(fitting, &FoundService::transmit);
+  found.chosen = (transmitting == fitting.end() ? fitting.front() : *transmitting).endpoint;
+  return kExitGood;
+}
+
+std::string ListOf(const std::vector<FoundService>& services) {
+  std::string text;
+  for (const FoundService& service : services) {
+    text += "  " + service.name + "  " + AddressText(service.endpoint.address) + ":" +
+            std::to_string(service.endpoint.port) + "  id=" + service.id +
+            "  transmit=" + (service.transmit ? "1" : "0") + "\n";
+  }
+  return text;
+}
+
+}  // namespace Veldrift
