@@ -3,6 +3,7 @@
 #include <cstdint>
 
 namespace Veldrift {
+namespace {
 
 bool IsUnreserved(char byte) {
   // Not isalnum: that one asks the host's locale.
@@ -10,6 +11,8 @@ bool IsUnreserved(char byte) {
          (byte >= '0' && byte <= '9') ||
          std::string_view("-._~").find(byte) != std::string_view::npos;
 }
+
+}  // namespace
 
 std::string PercentEncode(std::string_view text) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -27,8 +30,8 @@ std::string PercentEncode(std::string_view text) {
 }
 
 std::string BuildPairingUri(const InstallIdentity& identity) {
-  return std::string(kPairingUriPrefix) + PercentEncode(identity.id) +
-         std::string(kPairingUriName) + PercentEncode(identity.name);
+  return "veldrift://pair?v=3&id=" + PercentEncode(identity.id) +
+         "&name=" + PercentEncode(identity.name);
 }
 
 }  // namespace Veldrift

@@ -1,5 +1,5 @@
-// The text that a phone scans to learn which installation it is about to pair with. This is the one
-// place that makes it; tools/receiver/pairing_uri_reader.h reads it.
+// The text that a phone scans to learn which installation it is about to pair with; the phone's
+// side is tools/receiver/pairing_uri_reader.h.
 //
 // Threads: any thread.
 #pragma once
@@ -11,11 +11,6 @@
 
 namespace Veldrift {
 
-// What stands in front of the id: scheme, action and the text's version.
-inline constexpr std::string_view kPairingUriPrefix = "veldrift://pair?v=3&id=";
-// What stands between the id and the name.
-inline constexpr std::string_view kPairingUriName = "&name=";
-
 // `veldrift://pair?v=3&id=<id>&name=<name>`, ASCII only: both values percent-encoded, both keys
 // always there. It tells no address, port, key or pairing code.
 std::string BuildPairingUri(const InstallIdentity& identity);
@@ -23,8 +18,5 @@ std::string BuildPairingUri(const InstallIdentity& identity);
 // ASCII letters, digits and "-._~" stay as they are; every other byte of the UTF-8 text becomes "%"
 // and two upper-case hexadecimal digits.
 std::string PercentEncode(std::string_view text);
-
-// True for what PercentEncode leaves as it is.
-bool IsUnreserved(char byte);
 
 }  // namespace Veldrift
