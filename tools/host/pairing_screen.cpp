@@ -26,8 +26,8 @@ PairingScreen::PairingScreen(std::filesystem::path log, std::FILE* out)
 
 void PairingScreen::ShowInvitation() const {
   const std::string uri = BuildPairingUri(LoadOrCreateInstallIdentity());
-  // In one piece, so that digits don't come in between.
-  const std::string text = Drawing(EncodeQrText(uri)) + "veldrift-host: " + uri + "\n";
+  // In one piece, so that digits don't come in between. The URI has a line of its own.
+  const std::string text = Drawing(EncodeQrText(uri)) + uri + "\n";
   std::fwrite(text.data(), 1, text.size(), out_);
   std::fflush(out_);
 }
