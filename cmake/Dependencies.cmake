@@ -54,6 +54,11 @@ else()
   target_link_libraries(vd_gtest INTERFACE GTest::gmock GTest::gtest)
 endif()
 
+# Reads the QR codes that the tests look at.
+if(NOT WIN32 AND NOT VD_FUZZ)
+  pkg_check_modules(ZBAR REQUIRED IMPORTED_TARGET zbar)
+endif()
+
 # Header-only libraries of the tools and tests, copied aside so that a cross-compiler doesn't see
 # the rest of the system's headers.
 add_library(vd_tool_headers INTERFACE)

@@ -26,6 +26,8 @@ class Stage {
 
   Child& Host() { return *host_; }
   uint16_t ControlPort() const { return TraitsOf(role_).controlPort; }
+  // What the host was given as --home.
+  const std::filesystem::path& Home() const { return home_; }
   std::string HostLog() const;
   size_t CountInHostLog(std::string_view text) const;
 

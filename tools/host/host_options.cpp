@@ -25,12 +25,12 @@ Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
   veldrift-host --input holiday.mov --seconds 30
   veldrift-host --size 3840x2160 --fps 60 --home /tmp/trial --host aftereffects
+  veldrift-host --qr                                    shows what a phone needs to pair
 )";
 
 struct Typed {
   std::string module, input, size, audio, road = "push", home, host = "premiere", removeAtExit;
   bool pattern = false;
-  bool qr = false;
 };
 
 const std::map<std::string, HostApplication> kHosts = {
@@ -87,7 +87,9 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
                  "control port is 47100, 47110, 47120 or 47130")
       ->capture_default_str()
       ->check(CLI::IsMember(NamesOf(kHosts)));
-  app.add_flag("--qr", typed.qr, "prints the pairing code's QR (not built yet)");
+  app.add_flag("--qr", options.qr,
+               "draws the QR code that tells a phone of this installation, and prints the six "
+               "digits when a pairing begins (with --json on standard error)");
   app.add_flag("--json", options.json, "prints the summary as JSON");
   app.add_option("--remove-at-exit", typed.removeAtExit)->group("");
 }
@@ -101,9 +103,6 @@ bool ParseSize(const std::string& text, HostOptions& options) {
 }
 
 std::optional<int> Interpret(const Typed& typed, HostOptions& options) {
-  if (typed.qr) {
-    return Complain(kExitNotBuiltYet, "--qr isn't built yet: the pairing code stands in the log");
-  }
   if (!typed.size.empty() && !ParseSize(typed.size, options)) {
     return Complain(kExitUsage, "--size " + typed.size +
                                     " isn't a size like 1280x720, from 64x64 to 16384x16384");

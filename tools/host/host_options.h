@@ -36,7 +36,8 @@ struct HostOptions {
   PlayLimits limits;     // of a round
   std::filesystem::path home;
   HostApplication host = HostApplication::Premiere;
-  bool json = false;
+  bool qr = false;                     // shows what a phone needs to pair
+  bool json = false;                   // the summary alone on standard output
   std::filesystem::path removeAtExit;  // the folder of the executable's other name
 };
 

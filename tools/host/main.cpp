@@ -8,6 +8,7 @@
 #include "frame_source.h"
 #include "host_options.h"
 #include "other_name.h"
+#include "pairing_screen.h"
 #include "platform/file.h"
 #include "platform/interrupt.h"
 #include "platform/socket.h"
@@ -48,7 +49,8 @@ HostExit OpenSources(const HostOptions& options, Sources& sources, std::string& 
   return kExitGood;
 }
 
-// The module looks for its folders in the environment, and on Windows asks the system for one.
+// The module looks for its folders in the environment, and on Windows asks the system for one; this
+// program looks into the same ones.
 ModuleOptions MoveHome(const std::filesystem::path& home) {
   ModuleOptions options;
   if (home.empty()) return options;
@@ -59,6 +61,7 @@ ModuleOptions MoveHome(const std::filesystem::path& home) {
   std::filesystem::create_directories(local, ignored);
   for (const char* name : {"XDG_CONFIG_HOME", "APPDATA"}) SetEnvironment(name, PathText(settings));
   for (const char* name : {"XDG_STATE_HOME", "LOCALAPPDATA"}) SetEnvironment(name, PathText(local));
+  UseFoldersUnder(std::filesystem::absolute(home));
   options.roamingFolder = settings;
   options.localFolder = local;
   return options;
@@ -75,6 +78,10 @@ HostExit CheckControlPort(HostApplication host, std::string& sentence) {
   return kExitPortInUse;
 }
 
+std::filesystem::path PluginLogOf(HostApplication host) {
+  return GetLocalDir() / PerHostFileName(host, "plugin", ".log");
+}
+
 void Announce(const HostOptions& options, const PictureFormat& format) {
   if (options.json) return;
   const HostTraits& traits = TraitsOf(options.host);
@@ -82,7 +89,7 @@ void Announce(const HostOptions& options, const PictureFormat& format) {
               traits.displayText, unsigned{traits.controlPort}, format.width, format.height,
               double(kTicksPerSecond) / double(format.ticksPerFrame));
   std::printf("veldrift-host: log and pairing code in %s\n",
-              PathText(GetLocalDir() / PerHostFileName(options.host, "plugin", ".log")).c_str());
+              PathText(PluginLogOf(options.host)).c_str());
   std::fflush(stdout);
 }
 
@@ -114,11 +121,15 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
                  const std::atomic<bool>& interrupted, HostRun& run, std::string& sentence) {
   PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad, run.counters);
   const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
+  std::optional<PairingScreen> screen;
+  if (options.qr) screen.emplace(PluginLogOf(options.host), options.json ? stderr : stdout);
   const HostExit exit = driver.Open(module, moduleOptions, options.instances, sentence);
   if (exit == kExitGood) {
     if (run.afterRounds.empty()) Announce(options, sources.pictures->Format());
+    if (run.afterRounds.empty() && screen) screen->ShowInvitation();
     driver.Play(options.limits, interrupted);
   }
+  screen.reset();
   driver.Close();
   run.afterRounds.push_back(SettledResources(run));
   return exit;

@@ -8,10 +8,19 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/receiver/log_tail.h"
 
 namespace Veldrift {
+
+struct PairingChallenge {
+  std::string code;       // six digits
+  std::string phoneName;  // as the phone calls itself
+};
+
+// The challenges in what `log` has seen, oldest first.
+std::vector<PairingChallenge> ChallengesIn(const LogTail& log);
 
 class PairingCodeLog {
  public:

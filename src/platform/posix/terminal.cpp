@@ -13,4 +13,6 @@ int TerminalColumns() {
   return told ? size.ws_col : 80;
 }
 
+std::unique_ptr<TerminalDrawing> PrepareTerminalForDrawing() { return nullptr; }
+
 }  // namespace Veldrift
