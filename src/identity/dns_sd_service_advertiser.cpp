@@ -139,7 +139,8 @@ void DnsSdServiceAdvertiser::Stop() {
   Deregister();
 }
 
-// ---- Registration --------------------------------------------------------------------------------
+// ---- Registration
+// --------------------------------------------------------------------------------
 
 ServiceDescription DnsSdServiceAdvertiser::Describe(const ServiceInfo& info) const {
   return {.instanceName = ServiceInstanceName(info.name),
@@ -155,8 +156,7 @@ ServiceDescription DnsSdServiceAdvertiser::Describe(const ServiceInfo& info) con
 
 bool DnsSdServiceAdvertiser::Register(const ServiceInfo& info) {
   uint32_t error = 0;
-  std::unique_ptr<ServiceInstance> instance =
-      responder_->ConstructInstance(Describe(info), error);
+  std::unique_ptr<ServiceInstance> instance = responder_->ConstructInstance(Describe(info), error);
   if (!instance) {
     PluginLog(kLog, kLogError, "DnsServiceConstructInstance failed: err=%lu", Number(error));
     return false;
@@ -201,7 +201,8 @@ void DnsSdServiceAdvertiser::Deregister() {
   PluginLog(kLog, kLogInfo, "advertising stopped");
 }
 
-// ---- Self-heal -----------------------------------------------------------------------------------
+// ---- Self-heal
+// -----------------------------------------------------------------------------------
 
 void DnsSdServiceAdvertiser::StartSelfHeal() {
   if (browseCancel_ != nullptr || healThread_.joinable()) return;
@@ -214,8 +215,7 @@ void DnsSdServiceAdvertiser::StartSelfHeal() {
   if (!StartBrowse()) return;
   healRunning_ = true;
   healThread_ = std::thread([this] { RunGuarded(kLog, "self-heal", [this] { SelfHealLoop(); }); });
-  PluginLog(kLog, kLogInfo,
-            "[bj] self-heal: started (read-only browse + register-only on loss)");
+  PluginLog(kLog, kLogInfo, "[bj] self-heal: started (read-only browse + register-only on loss)");
 }
 
 bool DnsSdServiceAdvertiser::StartBrowse() {
@@ -234,7 +234,8 @@ bool DnsSdServiceAdvertiser::StartBrowse() {
 
 void DnsSdServiceAdvertiser::StopSelfHeal() {
   healRunning_ = false;
-  // The empty lock closes the gap in which the thread has tested its condition but doesn't wait yet.
+  // The empty lock closes the gap in which the thread has tested its condition but doesn't wait
+  // yet.
   { MutexLock lock(healWakeMutex_); }
   healWake_.NotifyAll();
   if (healThread_.joinable()) healThread_.join();
@@ -294,7 +295,8 @@ std::string DnsSdServiceAdvertiser::ExpectOnWire(const std::string& wanted) {
   return name;
 }
 
-// ---- The factory ---------------------------------------------------------------------------------
+// ---- The factory
+// ---------------------------------------------------------------------------------
 
 std::unique_ptr<IServiceAdvertiser> CreateServiceAdvertiser() {
   std::unique_ptr<DnsSdResponder> responder = CreateDnsSdResponder();

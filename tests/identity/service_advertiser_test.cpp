@@ -96,7 +96,8 @@ class ServiceAdvertiser : public SettingsFixture {
   std::unique_ptr<DnsSdServiceAdvertiser> advertiser;
 };
 
-// ---- What is published ---------------------------------------------------------------------------
+// ---- What is published
+// ---------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, PublishesTheServiceAndWatchesItsType) {
   ASSERT_TRUE(Start());
@@ -110,8 +111,8 @@ TEST_F(ServiceAdvertiser, PublishesTheServiceAndWatchesItsType) {
   EXPECT_EQ(service.priority, 0);
   EXPECT_EQ(service.weight, 0);
   using Pair = std::pair<std::string, std::string>;
-  EXPECT_THAT(service.txt, ElementsAre(Pair("ver", "4"), Pair("id", "the-id"),
-                                       Pair("name", "Desk"), Pair("transmit", "1")));
+  EXPECT_THAT(service.txt, ElementsAre(Pair("ver", "4"), Pair("id", "the-id"), Pair("name", "Desk"),
+                                       Pair("transmit", "1")));
   EXPECT_EQ(Logged("INFO] advertising :47100 id=the-id name=Desk transmit=1\r\n"), 1u);
   EXPECT_EQ(Logged("INFO] [bj] self-heal: started (read-only browse + register-only on loss)\r\n"),
             1u);
@@ -163,16 +164,17 @@ TEST_F(ServiceAdvertiser, StopEndsTheBrowseBeforeTheRegistration) {
 TEST_F(ServiceAdvertiser, ASecondStartTakesTheFirstOnesPlace) {
   ASSERT_TRUE(Start("One"));
   ASSERT_TRUE(Start("Two"));
-  EXPECT_THAT(script->Calls(),
-              ElementsAre("construct One._veldrift._tcp.local", "register One._veldrift._tcp.local",
-                          "browse _veldrift._tcp.local", "cancel",
-                          "deregister One._veldrift._tcp.local",
-                          "construct Two._veldrift._tcp.local", "register Two._veldrift._tcp.local",
-                          "browse _veldrift._tcp.local"));
+  EXPECT_THAT(
+      script->Calls(),
+      ElementsAre("construct One._veldrift._tcp.local", "register One._veldrift._tcp.local",
+                  "browse _veldrift._tcp.local", "cancel", "deregister One._veldrift._tcp.local",
+                  "construct Two._veldrift._tcp.local", "register Two._veldrift._tcp.local",
+                  "browse _veldrift._tcp.local"));
   EXPECT_EQ(script->Instances(), 1);
 }
 
-// ---- What can go wrong ---------------------------------------------------------------------------
+// ---- What can go wrong
+// ---------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, ARefusedInstanceIsLogged) {
   Change([](auto& now) { now.constructError = 87; });
@@ -273,7 +275,8 @@ TEST_F(ServiceAdvertiser, WithoutANameThereIsNothingToWatchFor) {
   EXPECT_EQ(Logged("INFO] [bj] self-heal: no instance name — skipping\r\n"), 1u);
 }
 
-// ---- New values ----------------------------------------------------------------------------------
+// ---- New values
+// ----------------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, NewValuesNeedARegistration) {
   EXPECT_FALSE(advertiser->UpdateTxt({"the-id", "Desk", 0}));
@@ -292,7 +295,8 @@ TEST_F(ServiceAdvertiser, NewValuesArePublishedAnew) {
   EXPECT_EQ(Logged("INFO] [bj] self-heal: our instance ABSENT"), 0u);
 }
 
-// ---- Self-heal -----------------------------------------------------------------------------------
+// ---- Self-heal
+// -----------------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, IsPublishedAgainOneAndAHalfSecondsAfterItsLoss) {
   ASSERT_TRUE(Start());

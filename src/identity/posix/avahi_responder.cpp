@@ -128,9 +128,9 @@ struct Registration {
 
   std::unique_ptr<AvahiStringList, AvahiTexts> Txt() const {
     AvahiStringList* list = nullptr;
-    // Avahi's list is written from its end.
-    for (auto entry = service.txt.rbegin(); entry != service.txt.rend(); ++entry) {
-      list = avahi_string_list_add_pair(list, entry->first.c_str(), entry->second.c_str());
+    // Each is put before the others, and the list is written from its end.
+    for (const auto& [key, value] : service.txt) {
+      list = avahi_string_list_add_pair(list, key.c_str(), value.c_str());
     }
     return std::unique_ptr<AvahiStringList, AvahiTexts>(list);
   }
@@ -202,7 +202,8 @@ std::unique_ptr<ServiceInstance> AvahiResponder::ConstructInstance(
   return std::make_unique<AvahiInstance>(std::move(mended));
 }
 
-// ---- The server ----------------------------------------------------------------------------------
+// ---- The server
+// ----------------------------------------------------------------------------------
 
 // Only IPv4, since the plug-in listens on nothing else.
 uint32_t AvahiResponder::EnsureServer(const std::string& hostName) {
@@ -218,8 +219,8 @@ uint32_t AvahiResponder::EnsureServer(const std::string& hostName) {
   config.publish_aaaa_on_ipv4 = 0;
   config.enable_wide_area = 0;
   int error = AVAHI_OK;
-  server_ =
-      avahi_server_new(avahi_threaded_poll_get(poll_.get()), &config, &ServerCallback, this, &error);
+  server_ = avahi_server_new(avahi_threaded_poll_get(poll_.get()), &config, &ServerCallback, this,
+                             &error);
   avahi_server_config_free(&config);
   if (server_ == nullptr) return Failure("avahi_server_new", error);
   if (avahi_threaded_poll_start(poll_.get()) == 0) return 0;
@@ -228,9 +229,8 @@ uint32_t AvahiResponder::EnsureServer(const std::string& hostName) {
 }
 
 void AvahiResponder::ServerCallback(AvahiServer* server, AvahiServerState state, void* self) {
-  RunGuarded(kLog, "avahi server", [=] {
-    static_cast<AvahiResponder*>(self)->OnServer(server, state);
-  });
+  RunGuarded(kLog, "avahi server",
+             [=] { static_cast<AvahiResponder*>(self)->OnServer(server, state); });
 }
 
 void AvahiResponder::OnServer(AvahiServer* server, AvahiServerState state) {
@@ -251,7 +251,8 @@ void AvahiResponder::OnServer(AvahiServer* server, AvahiServerState state) {
   }
 }
 
-// ---- Registration --------------------------------------------------------------------------------
+// ---- Registration
+// --------------------------------------------------------------------------------
 
 uint32_t AvahiResponder::Register(ServiceInstance& instance, RegisterCallback callback) {
   const Lock lock(poll_.get());
@@ -325,16 +326,17 @@ uint32_t AvahiResponder::Deregister(ServiceInstance&, RegisterCallback callback)
   return kRequestPending;
 }
 
-// ---- Browsing ------------------------------------------------------------------------------------
+// ---- Browsing
+// ------------------------------------------------------------------------------------
 
 uint32_t AvahiResponder::Browse(const std::string& serviceType, BrowseCallback callback,
                                 BrowseHandle& handle) {
   const Lock lock(poll_.get());
   if (server_ == nullptr) return Failure("avahi_s_service_browser_new", AVAHI_ERR_BAD_STATE);
   const ServiceName name(serviceType);
-  browser_ = avahi_s_service_browser_new(server_, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
-                                         name.type.c_str(), name.domain.c_str(),
-                                         AvahiLookupFlags(0), &BrowserCallback, this);
+  browser_ =
+      avahi_s_service_browser_new(server_, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, name.type.c_str(),
+                                  name.domain.c_str(), AvahiLookupFlags(0), &BrowserCallback, this);
   if (browser_ == nullptr) {
     return Failure("avahi_s_service_browser_new", avahi_server_errno(server_));
   }
@@ -357,9 +359,8 @@ void AvahiResponder::BrowseCancel(BrowseHandle) {
 void AvahiResponder::BrowserCallback(AvahiSServiceBrowser*, AvahiIfIndex, AvahiProtocol,
                                      AvahiBrowserEvent event, const char* name, const char* type,
                                      const char* domain, AvahiLookupResultFlags, void* self) {
-  RunGuarded(kLog, "avahi browser", [=] {
-    static_cast<AvahiResponder*>(self)->OnBrowser(event, name, type, domain);
-  });
+  RunGuarded(kLog, "avahi browser",
+             [=] { static_cast<AvahiResponder*>(self)->OnBrowser(event, name, type, domain); });
 }
 
 void AvahiResponder::OnBrowser(AvahiBrowserEvent event, const char* name, const char* type,

@@ -21,7 +21,8 @@ namespace {
 
 constexpr LogCategory kLog{kLogSubsystem, "mdns"};
 
-static_assert(kRequestPending == DNS_REQUEST_PENDING);
+constexpr ULONG kRequestVersion = 1;
+
 static_assert(kErrorCancelled == ERROR_CANCELLED);
 static_assert(kRecordTypePtr == DNS_TYPE_PTR);
 
@@ -160,13 +161,13 @@ class DnsApiResponder final : public DnsSdResponder {
     auto call = std::make_unique<BrowseCall>();
     call->callback = std::move(callback);
     call->serviceType = WideText(serviceType);
-    call->request.Version = DNS_QUERY_REQUEST_VERSION1;
+    call->request.Version = kRequestVersion;
     call->request.QueryName = call->serviceType.c_str();
     call->request.pBrowseCallback = &OnBrowsed;
     call->request.pQueryContext = call.get();
     const DNS_STATUS status = Api()->browse(&call->request, &call->cancel);
     // Never freed from here on: the system may call back once more after the cancellation.
-    if (status == DNS_REQUEST_PENDING) handle = call.release();
+    if (static_cast<uint32_t>(status) == kRequestPending) handle = call.release();
     return static_cast<uint32_t>(status);
   }
 
@@ -179,14 +180,14 @@ class DnsApiResponder final : public DnsSdResponder {
                        RegisterCallback callback) {
     auto call = std::make_unique<RegisterCall>();
     call->callback = std::move(callback);
-    call->request.Version = DNS_QUERY_REQUEST_VERSION1;
+    call->request.Version = kRequestVersion;
     call->request.pServiceInstance = static_cast<DnsApiInstance&>(instance).Raw();
     call->request.pRegisterCompletionCallback = &OnRegistered;
     call->request.pQueryContext = call.get();
     // From the call on it belongs to the callback, which can come before the call returns.
     RegisterCall* const released = call.release();
     const DWORD status = function(&released->request, nullptr);
-    if (status != DNS_REQUEST_PENDING) call.reset(released);
+    if (status != kRequestPending) call.reset(released);
     return status;
   }
 };
