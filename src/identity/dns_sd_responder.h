@@ -23,12 +23,12 @@ inline constexpr uint16_t kRecordTypePtr = 12;
 
 // What is published. All texts are UTF-8.
 struct ServiceDescription {
-  std::string instanceName;  // label, ".", service type
-  std::string hostName;
+  std::string instanceName = {};  // label, ".", service type
+  std::string hostName = {};
   uint16_t port = 0;
   uint16_t priority = 0;
   uint16_t weight = 0;
-  std::vector<std::pair<std::string, std::string>> txt;  // keys and values, in their order
+  std::vector<std::pair<std::string, std::string>> txt = {};  // keys and values, in their order
 };
 
 // The responder's own record of a service; freed by its destructor.
