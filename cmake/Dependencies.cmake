@@ -28,16 +28,20 @@ else()
   target_link_libraries(vd_block_code INTERFACE ${CM256CC_LIBRARY})
 endif()
 
-# H.264 and HEVC on Linux for the module; containers, scaling and sound besides for the tools.
+# On Linux H.264 and HEVC for the module; containers, scaling and sound besides for the tools.
 set(VD_ENCODER_LIBS)
 set(VD_MEDIA_LIBS)
+set(VD_RESPONDER_LIBS)
 if(NOT WIN32)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(AVCODEC REQUIRED IMPORTED_TARGET libavcodec libavutil)
   pkg_check_modules(AVMEDIA REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale
                     libswresample)
+  # The DNS-SD responder; Windows has one of its own.
+  pkg_check_modules(AVAHI REQUIRED IMPORTED_TARGET avahi-core)
   set(VD_ENCODER_LIBS PkgConfig::AVCODEC)
   set(VD_MEDIA_LIBS PkgConfig::AVMEDIA)
+  set(VD_RESPONDER_LIBS PkgConfig::AVAHI)
 endif()
 
 # GoogleTest: the distribution's build natively, its source where it has to be compiled for the

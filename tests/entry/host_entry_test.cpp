@@ -16,6 +16,7 @@ namespace {
 class HostEntry : public testing::Test {
  protected:
   void SetUp() override {
+    ForbidDiscovery(folder.Path());
     const std::string home = PathText(folder.Path());
     for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME", "LOCALAPPDATA", "APPDATA"}) {
       SetEnvironment(name, home);

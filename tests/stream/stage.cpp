@@ -52,11 +52,12 @@ size_t Stage::CountInHostLog(std::string_view text) const {
 bool Stage::TryHost(const Arguments& arguments) {
   const std::string stem = NewStem("host");
   home_ = stem + "-home";
-  host_ = std::make_unique<Child>("veldrift-host",
-                                  Join({"--host", kRoleNames[size_t(role_)], "--home",
-                                        PathText(home_), "--json", "--seconds", kLongestRunSeconds},
-                                       arguments),
-                                  stem);
+  host_ =
+      std::make_unique<Child>("veldrift-host",
+                              Join({"--host", kRoleNames[size_t(role_)], "--home", PathText(home_),
+                                    "--no-discovery", "--json", "--seconds", kLongestRunSeconds},
+                                   arguments),
+                              stem);
   bool listens = false;
   Eventually([&] {
     listens = CountInHostLog(" Listening on :") > 0;

@@ -19,7 +19,16 @@ ScratchFolder::~ScratchFolder() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-ScratchHome::ScratchHome() { UseFoldersUnder(folder_.Path()); }
+void ForbidDiscovery(const std::filesystem::path& roaming) {
+  const std::filesystem::path settings = roaming / "Veldrift";
+  std::filesystem::create_directories(settings);
+  WriteWholeFile(settings / "install.json", "{\"discoverable\":\"false\"}\n");
+}
+
+ScratchHome::ScratchHome() {
+  ForbidDiscovery(folder_.Path() / "settings");
+  UseFoldersUnder(folder_.Path());
+}
 
 std::string ReadPluginLog() { return ReadWholeFile(GetPluginLogPath()).value_or(""); }
 

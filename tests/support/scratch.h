@@ -19,7 +19,12 @@ class ScratchFolder {
   std::filesystem::path path_;
 };
 
-// Puts the plug-in's settings and logs of this process under a scratch folder.
+// Keeps the plug-in with this settings folder (the one that the system would name, in which it has
+// a folder of its own) from advertising itself: tests send nothing to the machine's networks.
+void ForbidDiscovery(const std::filesystem::path& roaming);
+
+// Puts the plug-in's settings and logs of this process under a scratch folder, and keeps it off the
+// network.
 class ScratchHome {
  public:
   ScratchHome();

@@ -51,8 +51,8 @@ class AvahiBrowser final : public ServiceBrowser {
     config.disable_publishing = 1;
     config.use_ipv6 = 0;
     int code = 0;
-    server_.reset(avahi_server_new(avahi_simple_poll_get(poll_.get()), &config, nullptr, nullptr,
-                                   &code));
+    server_.reset(
+        avahi_server_new(avahi_simple_poll_get(poll_.get()), &config, nullptr, nullptr, &code));
     avahi_server_config_free(&config);
     if (server_) {
       browser_.reset(avahi_s_service_browser_new(server_.get(), AVAHI_IF_UNSPEC, AVAHI_PROTO_INET,

@@ -81,7 +81,11 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
                  "loads the module, plays and unloads it so many times, and counts what it leaves")
       ->capture_default_str()
       ->check(CLI::Range(1, 1'000'000));
-  app.add_option("--home", typed.home, "settings, logs and trusted phones live in this folder");
+  auto* home =
+      app.add_option("--home", typed.home, "settings, logs and trusted phones live in this folder");
+  app.add_flag("!--no-discovery", options.discovery,
+               "switches off in the settings of --home that phones find the plug-in by themselves")
+      ->needs(home);
   app.add_option("--host", typed.host,
                  "which application to be: premiere, aftereffects, mediaencoder or unknown; the "
                  "control port is 47100, 47110, 47120 or 47130")

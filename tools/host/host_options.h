@@ -35,6 +35,7 @@ struct HostOptions {
   int rounds = 1;        // how often the module is loaded, played into and unloaded
   PlayLimits limits;     // of a round
   std::filesystem::path home;
+  bool discovery = true;  // the module advertises itself, if its settings don't say otherwise
   HostApplication host = HostApplication::Premiere;
   bool qr = false;                     // shows what a phone needs to pair
   bool json = false;                   // the summary alone on standard output

@@ -7,6 +7,7 @@
 #include "exit_codes.h"
 #include "frame_source.h"
 #include "host_options.h"
+#include "identity/install_identity.h"
 #include "other_name.h"
 #include "pairing_screen.h"
 #include "platform/file.h"
@@ -65,6 +66,12 @@ ModuleOptions MoveHome(const std::filesystem::path& home) {
   options.roamingFolder = settings;
   options.localFolder = local;
   return options;
+}
+
+// The module reads its settings when it starts to listen.
+void SwitchDiscoveryOff(const std::filesystem::path& home) {
+  UseFoldersUnder(std::filesystem::absolute(home));
+  SetDiscoverable(false);
 }
 
 // The module goes on without its control port, and says so in its log alone; whoever runs this
@@ -143,6 +150,7 @@ int Run(const HostOptions& options) {
   if (exit == kExitGood) exit = CheckControlPort(options.host, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
   const ModuleOptions moduleOptions = MoveHome(options.home);
+  if (!options.discovery) SwitchDiscoveryOff(options.home);
   HostRun run;
   for (int round = 0; round < options.rounds && exit == kExitGood && !interrupted; ++round) {
     exit = RunOnce(options, moduleOptions, sources, interrupted, run, sentence);
