@@ -110,6 +110,7 @@ void PluginDriver::StartPlayback() {
   };
   clock.callbackData = this;
   clock.mode = Host::kPlayModePlaying;
+  startNs_ = SteadyNanos();  // pictures, sound and the host's clock count from here
   table_.StartClock(&Playing(), &clock);
   if (sound_ == nullptr || road_ != AudioRoad::Push) return;
   Host::AudioStart start{};
@@ -176,12 +177,11 @@ void PluginDriver::Play(const PlayLimits& limits, const std::atomic<bool>& inter
   StartPlayback();
   const int64_t ticksPerFrame = pictures_.Format().ticksPerFrame;
   const int64_t periodNs = TicksToNanos(ticksPerFrame);
-  const int64_t startNs = SteadyNanos();
   const int64_t limitNs = NanosOrNever(limits.seconds);
   const int64_t pauseNs = NanosOrNever(limits.pauseAfter);
   uint64_t index = 0;
   while (!interrupted && !sourceEnded_ && (limits.frames == 0 || index < limits.frames)) {
-    const int64_t playedNs = SteadyNanos() - startNs;
+    const int64_t playedNs = SteadyNanos() - startNs_;
     if (playedNs >= limitNs) break;
     if (playedNs >= pauseNs) {
       Pause();
@@ -202,7 +202,7 @@ void PluginDriver::Play(const PlayLimits& limits, const std::atomic<bool>& inter
     }
     PushFrame(uint32_t(index++));
   }
-  counters_.playedNs += SteadyNanos() - startNs;
+  counters_.playedNs += SteadyNanos() - startNs_;
   StopPlayback();
 }
 

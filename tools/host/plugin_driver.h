@@ -72,6 +72,7 @@ class PluginDriver {
   Host::PluginRecord plugin_{};
   // At fixed addresses, since the module may remember them. The first one plays.
   std::vector<std::unique_ptr<Host::InstanceRecord>> instances_;
+  int64_t startNs_ = 0;  // of the playback
   bool started_ = false;
   bool sourceEnded_ = false;
   bool paused_ = false;

@@ -58,7 +58,6 @@ class PhoneLink {
   const PhoneOptions& options_;
   const std::atomic<bool>& interrupted_;
   std::unique_ptr<PairingCodeLog> codeLog_;
-  std::unique_ptr<ControlClient> client_;
   int64_t connectNs_ = 0;
   size_t commandsDone_ = 0;
   int64_t nextCommandNs_ = 0;
@@ -66,6 +65,8 @@ class PhoneLink {
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
   std::vector<SentCommand> sent_ VD_GUARDED_BY(mutex_);
+  // Last: its reading thread ends before what it notes into goes.
+  std::unique_ptr<ControlClient> client_;
 };
 
 }  // namespace Veldrift
