@@ -1,6 +1,7 @@
 #include "ui/qr_matrix.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 
 #include "ui/qr_tables.h"
@@ -146,10 +147,14 @@ void PlaceCodewords(QrCode& code, std::span<const uint8_t> codewords) {
 }
 
 void ToggleMask(QrCode& code, int mask) {
+  constexpr int kPeriod = 12;  // of every mask, along a row
   for (int row = 0; row < code.size; ++row) {
-    for (int column = 0; column < code.size; ++column) {
-      const size_t index = code.Index(column, row);
-      if (code.isFunction[index] == 0 && IsMasked(mask, column, row)) code.modules[index] ^= 1;
+    std::array<uint8_t, kPeriod> inverted;
+    for (int i = 0; i < kPeriod; ++i) inverted[size_t(i)] = IsMasked(mask, i, row) ? 1 : 0;
+    uint8_t* const modules = &code.modules[code.Index(0, row)];
+    const uint8_t* const isFunction = &code.isFunction[code.Index(0, row)];
+    for (int i = 0; i < code.size; ++i) {
+      modules[i] ^= uint8_t(inverted[size_t(i % kPeriod)] & (isFunction[i] ^ 1));
     }
   }
 }

@@ -9,14 +9,33 @@ constexpr int kShortestRun = 5;
 constexpr int kRunPenalty = 3;
 constexpr int kSquarePenalty = 3;
 
-// The runs along `count` modules, `step` bytes apart.
-int RunPenalty(const uint8_t* module, int count, int step) {
+// 1 if as many modules from `first` on as the shortest run has, `step` bytes apart, are equal.
+int IsRun(const uint8_t* first, int step) {
+  const int dark = first[0] + first[step] + first[2 * step] + first[3 * step] + first[4 * step];
+  return dark % kShortestRun == 0 ? 1 : 0;
+}
+
+// A run is found at each place where it is still long enough. Each counts once, which makes up for
+// the modules behind the fifth, and the run's beginning counts for the rest.
+int BeginningPenalty(const uint8_t* first, int step) { return IsRun(first, step) * kRunPenalty; }
+int LaterPenalty(const uint8_t* first, int step) {
+  const int begins = first[0] ^ first[-step];
+  return IsRun(first, step) * (1 + begins * (kRunPenalty - 1));
+}
+
+int RowPenalty(const uint8_t* row, int size) {
+  int penalty = BeginningPenalty(row, 1);
+  for (int i = 1; i + kShortestRun <= size; ++i) penalty += LaterPenalty(row + i, 1);
+  return penalty;
+}
+
+// Of the runs down the columns what lies at this row, which has enough rows below it.
+int ColumnsPenalty(const uint8_t* row, int size, bool isFirst) {
   int penalty = 0;
-  int length = 1;
-  for (int i = 1; i < count; ++i, module += step) {
-    length = module[step] == module[0] ? length + 1 : 1;
-    if (length == kShortestRun) penalty += kRunPenalty;
-    if (length > kShortestRun) ++penalty;
+  if (isFirst) {
+    for (int i = 0; i < size; ++i) penalty += BeginningPenalty(row + i, size);
+  } else {
+    for (int i = 0; i < size; ++i) penalty += LaterPenalty(row + i, size);
   }
   return penalty;
 }
@@ -36,8 +55,8 @@ int QrPenalty(const QrCode& code) {
   int penalty = 0;
   for (int i = 0; i < code.size; ++i) {
     const uint8_t* const row = &code.modules[code.Index(0, i)];
-    penalty += RunPenalty(row, code.size, 1);
-    penalty += RunPenalty(&code.modules[code.Index(i, 0)], code.size, code.size);
+    if (code.size >= kShortestRun) penalty += RowPenalty(row, code.size);
+    if (i + kShortestRun <= code.size) penalty += ColumnsPenalty(row, code.size, i == 0);
     if (i + 1 < code.size) penalty += SquarePenalty(row, code.size);
   }
   return penalty;
