@@ -89,7 +89,10 @@ std::string ServiceHostName(const std::string& computerName) {
 // What a browse callback gets. Shared with the callback, which can come once more when the browse
 // is cancelled and the advertiser gone: it then finds `alive` false.
 struct DnsSdServiceAdvertiser::BrowseContext {
-  std::shared_ptr<WireWatch> owner;
+  BrowseContext(std::shared_ptr<WireWatch> watch, Clock& now)
+      : owner(std::move(watch)), clock(now) {}
+
+  const std::shared_ptr<WireWatch> owner;
   Clock& clock;
   std::atomic<bool> alive{true};
   std::atomic<int32_t> inFlight{0};  // callbacks that run at this moment

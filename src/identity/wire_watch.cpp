@@ -13,6 +13,11 @@ constexpr int64_t kRepublishNanos = 1'500'000'000;
 
 char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
+bool Contains(const std::vector<std::string>& names, const std::string& wanted) {
+  return std::ranges::any_of(names,
+                             [&](const std::string& name) { return SameDnsName(name, wanted); });
+}
+
 }  // namespace
 
 bool SameDnsName(const std::string& a, const std::string& b) {
@@ -29,9 +34,7 @@ void WireWatch::Expect(const std::string& name) {
 void WireWatch::TakeResult(const std::vector<std::string>& names, int64_t nowNanos) {
   MutexLock lock(healMutex_);
   if (expectedName_.empty() || names.empty()) return;
-  const bool found = std::ranges::any_of(
-      names, [&](const std::string& name) { return SameDnsName(name, expectedName_); });
-  if (!found) return CountMiss(nowNanos);
+  if (!Contains(names, expectedName_)) return CountMiss(nowNanos);
   if (!seenOnWire_) PluginLog(kLog, kLogInfo, "[bj] self-heal: our instance back on the wire");
   seenOnWire_ = true;
   missCount_ = 0;

@@ -4,6 +4,7 @@ Run by in_namespaces.sh, on the phone's side; VD_DESK is the network namespace o
 VD_BIN has the programs that run there.
 """
 import datetime
+import json
 import os
 import re
 import subprocess
@@ -23,6 +24,10 @@ PATIENCE = 30  # seconds until something counts as missing; nothing takes so lon
 def on_desk(program, *arguments):
     return ["nsenter", "--net=" + os.environ["VD_DESK"],
             os.path.join(os.environ["VD_BIN"], program), *arguments]
+
+
+def on_desk_system(*command):
+    subprocess.run(["nsenter", "--net=" + os.environ["VD_DESK"], *command], check=True)
 
 
 class Advertiser:
@@ -242,15 +247,65 @@ class OnTheWire(unittest.TestCase):
         self.browser.wait("-", label)
 
 
+class Phone(unittest.TestCase):
+    """veldrift-phone on the phone's side, which finds the plug-in and has pictures of it."""
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory(prefix="veldrift-test-")
+        self.addCleanup(self.folder.cleanup)
+        self.home = self.folder.name + "/home"
+
+    def phone(self, *arguments):
+        program = os.path.join(os.environ["VD_BIN"], "veldrift-phone")
+        done = subprocess.run(
+            [program, "--json", "--codec", "h264", "--seconds", "2", "--wait", str(PATIENCE),
+             "--token-file", self.folder.name + "/token", *arguments],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=4 * PATIENCE)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        summary = json.loads(done.stdout)
+        self.assertGreaterEqual(summary["decoder"]["decoded"], 1)
+        return summary
+
+    def test_it_lists_what_is_there_and_connects(self):
+        with Host(home=self.home) as host:
+            found = self.phone("--discover", "--code-from-log", host.log_file())["found"]
+            self.assertEqual(len(found), 1)
+            self.assertEqual(found[0]["name"], "Desk-PC — Unknown Host")
+            self.assertEqual((found[0]["address"], found[0]["port"]), (DESK, 47130))
+            self.assertEqual(found[0]["id"], host.install_id() + "-x")
+            self.assertEqual(found[0]["version"], "4")
+            self.assertIn(found[0]["transmit"], (True, False))
+
+    def test_once_paired_by_uri_it_finds_the_host_at_another_address_and_port(self):
+        with Host(home=self.home) as host:
+            host.wait_for("advertising :")
+            uri = f"veldrift://pair?v=3&id={host.install_id()}&name=Desk-PC"
+            self.phone("--uri", uri, "--code-from-log", host.log_file())
+        moved = "10.77.0.3"
+        on_desk_system("ip", "address", "add", moved + "/24", "dev", "desk0")
+        self.addCleanup(on_desk_system, "ip", "address", "add", DESK + "/24", "dev", "desk0")
+        on_desk_system("ip", "address", "del", DESK + "/24", "dev", "desk0")
+        self.addCleanup(on_desk_system, "ip", "address", "del", moved + "/24", "dev", "desk0")
+        with Host("aftereffects", "-ae", self.home) as host:
+            found = self.phone("--uri", uri)["found"]
+            self.assertEqual((found[0]["address"], found[0]["port"]), (moved, 47110))
+            self.assertEqual(host.log().count("pair: trusted reconnect"), 1)
+            self.assertEqual(host.log().count("pair: challenge"), 0)
+
+
 class Host:
     """veldrift-host with the module, on the desk."""
 
     shown = "Unknown Host"
 
+    def __init__(self, role="unknown", suffix="-x", home=None):
+        self.role, self.suffix = role, suffix
+        self.own = None if home else tempfile.TemporaryDirectory(prefix="veldrift-test-")
+        self.home = home or self.own.name
+
     def __enter__(self):
-        self.home = tempfile.TemporaryDirectory(prefix="veldrift-test-")
         self.process = subprocess.Popen(
-            on_desk("veldrift-host", "--home", self.home.name, "--host", "unknown", "--size",
+            on_desk("veldrift-host", "--home", self.home, "--host", self.role, "--size",
                     "320x240", "--seconds", "60"),
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         return self
@@ -258,11 +313,29 @@ class Host:
     def __exit__(self, *_):
         self.process.send_signal(2)
         assert self.process.wait(PATIENCE) == 0
-        self.home.cleanup()
+        if self.own:
+            self.own.cleanup()
+
+    def log_file(self):
+        return f"{self.home}/local/Veldrift/plugin{self.suffix}.log"
+
+    def log(self):
+        with open(self.log_file(), encoding="utf-8") as log:
+            return log.read()
+
+    def wait_for(self, text):
+        end = time.monotonic() + PATIENCE
+        while not os.path.exists(self.log_file()) or text not in self.log():
+            assert time.monotonic() < end, text
+            time.sleep(0.05)
+
+    def install_id(self):
+        with open(self.home + "/settings/Veldrift/install.json", encoding="utf-8") as identity:
+            return json.load(identity)["id"]
 
     def listening_since(self):
         """When it started to listen, on the clock of time.time()."""
-        with open(self.home.name + "/local/Veldrift/plugin-x.log", encoding="utf-8") as log:
+        with open(self.log_file(), encoding="utf-8") as log:
             stamp = re.search(r"\[(\S+ \S+) \S+\] StartListening", log.read())[1]
         return datetime.datetime.strptime(stamp, "%Y-%m-%d %H:%M:%S.%f").timestamp()
 

@@ -16,6 +16,7 @@ namespace {
 class HostEntry : public testing::Test {
  protected:
   void SetUp() override {
+    const ScratchFolder& folder = Folder();
     ForbidDiscovery(folder.Path());
     const std::string home = PathText(folder.Path());
     for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME", "LOCALAPPDATA", "APPDATA"}) {
@@ -33,7 +34,12 @@ class HostEntry : public testing::Test {
     EXPECT_EQ(entry(nullptr, 1, nullptr, &table), Host::kNoError);
   }
 
-  ScratchFolder folder;
+  // One for all tests: the module stays loaded, and keeps the folder that it found first.
+  static const ScratchFolder& Folder() {
+    static const ScratchFolder folder;
+    return folder;
+  }
+
   std::unique_ptr<LoadedModule> module;
   Host::TransmitTable table{};
 };

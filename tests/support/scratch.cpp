@@ -25,9 +25,13 @@ void ForbidDiscovery(const std::filesystem::path& roaming) {
   WriteWholeFile(settings / "install.json", "{\"discoverable\":\"false\"}\n");
 }
 
-ScratchHome::ScratchHome() {
+ScratchHome::ScratchHome() : localBefore_(MovedLocalFolder()) {
   ForbidDiscovery(folder_.Path() / "settings");
   UseFoldersUnder(folder_.Path());
+}
+
+ScratchHome::~ScratchHome() {
+  if (localBefore_) UseFoldersUnder(localBefore_->parent_path());
 }
 
 std::string ReadPluginLog() { return ReadWholeFile(GetPluginLogPath()).value_or(""); }

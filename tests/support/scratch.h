@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace Veldrift {
@@ -23,14 +24,19 @@ class ScratchFolder {
 // a folder of its own) from advertising itself: tests send nothing to the machine's networks.
 void ForbidDiscovery(const std::filesystem::path& roaming);
 
-// Puts the plug-in's settings and logs of this process under a scratch folder, and keeps it off the
-// network.
+// Puts the plug-in's settings and logs of this process under a scratch folder for a scope, and
+// keeps it off the network.
 class ScratchHome {
  public:
   ScratchHome();
+  ~ScratchHome();
+  ScratchHome(const ScratchHome&) = delete;
+  ScratchHome& operator=(const ScratchHome&) = delete;
+
   const std::filesystem::path& Path() const { return folder_.Path(); }
 
  private:
+  const std::optional<std::filesystem::path> localBefore_;
   ScratchFolder folder_;
 };
 
