@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"HostUnknownOption", kHost, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"HostBadSize", kHost, {"--size", "7"}, 2, "--size 7"},
         Mistake{"HostNoSoundFile", kHost, {"--audio", "file"}, 2, "--input"},
-        Mistake{"PhoneNoHost", kPhone, {}, 2, "--host is missing"},
+        Mistake{"PhoneNoHost", kPhone, {}, 2, "--uri is missing"},
         Mistake{"PhoneUnknownOption", kPhone, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"PhoneBadCode", kPhone, {"--host", "127.0.0.1", "--code", "12"}, 2, "six digits"},
         Mistake{"PhoneBadAddress", kPhone, {"--host", "nowhere"}, 2, "nowhere"},
@@ -72,8 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "payload 0102"},
         Mistake{
             "PhoneNoLog", kPhone, {"--host", "127.0.0.1", "--self-test", "P3"}, 2, "--plugin-log"},
-        Mistake{"PhoneUri", kPhone, {"--uri", "veldrift://x"}, 8, "aren't built yet"},
-        Mistake{"PhoneDiscover", kPhone, {"--discover"}, 8, "aren't built yet"}),
+        Mistake{"PhoneUri", kPhone, {"--uri", "veldrift://x"}, 2, "isn't a pairing URI"},
+        Mistake{"PhoneTwoWays", kPhone, {"--host", "127.0.0.1", "--discover"}, 2, "only one of"}),
     [](const auto& given) { return std::string(given.param.name); });
 
 TEST(BadUse, AModuleThatIsNotThereIsNamed) {

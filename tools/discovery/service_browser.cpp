@@ -4,6 +4,7 @@
 #include <avahi-common/malloc.h>
 #include <avahi-common/simple-watch.h>
 #include <avahi-core/core.h>
+#include <avahi-core/log.h>
 #include <avahi-core/lookup.h>
 
 #include <algorithm>
@@ -45,6 +46,8 @@ std::string TextOf(AvahiStringList* txt, const char* key) {
 class AvahiBrowser final : public ServiceBrowser {
  public:
   bool Open(std::string& error) {
+    // Its log would go between the lines of whoever looks.
+    avahi_set_log_function([](AvahiLogLevel, const char*) {});
     poll_.reset(avahi_simple_poll_new());
     AvahiServerConfig config;
     avahi_server_config_init(&config);

@@ -25,8 +25,8 @@ PhoneExit NothingFound(const PhoneOptions& options, const FoundPlugins& found,
                        std::string& sentence) {
   sentence = options.plugin.empty()
                  ? "no plug-in was found on the network"
-                 : "the plug-in " + options.plugin + " was not found on the network, only " +
-                       std::to_string(found.services.size()) + " others";
+                 : "the plug-in " + options.plugin + " was not found on the network, where " +
+                       std::to_string(found.services.size()) + " others are";
   return kExitCantConnect;
 }
 
