@@ -56,6 +56,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"HostUnknownOption", kHost, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"HostBadSize", kHost, {"--size", "7"}, 2, "--size 7"},
         Mistake{"HostNoSoundFile", kHost, {"--audio", "file"}, 2, "--input"},
+        Mistake{"HostDiscoveryHome", kHost, {"--no-discovery"}, 2, "--home"},
         Mistake{"PhoneNoHost", kPhone, {}, 2, "--uri is missing"},
         Mistake{"PhoneUnknownOption", kPhone, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"PhoneBadCode", kPhone, {"--host", "127.0.0.1", "--code", "12"}, 2, "six digits"},

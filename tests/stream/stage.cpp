@@ -106,6 +106,7 @@ nlohmann::json Stage::EndHost() {
   host_->Interrupt();
   EXPECT_EQ(host_->Wait(), 0) << testing::PrintToString(host_->Complaints());
   EXPECT_TRUE(host_->Complaints().empty()) << testing::PrintToString(host_->Complaints());
+  EXPECT_GE(CountInHostLog("discoverable=false — skipping mDNS advertisement"), 1u);
   nlohmann::json summary = host_->Summary();
   EXPECT_EQ(summary.value("undisposed", -1), 0);
   EXPECT_EQ(summary.value("wrongly_disposed", -1), 0);

@@ -270,6 +270,7 @@ uint32_t AvahiResponder::Register(ServiceInstance& instance, RegisterCallback ca
 // not under a host name that is just being given up: OnServer does it then.
 uint32_t AvahiResponder::Publish() {
   const AvahiServerState state = avahi_server_get_state(server_);
+  if (state == AVAHI_SERVER_FAILURE) return Failure("avahi server", avahi_server_errno(server_));
   if (state != AVAHI_SERVER_RUNNING && state != AVAHI_SERVER_REGISTERING) return 0;
   if (group_ == nullptr) {
     group_ = avahi_s_entry_group_new(server_, &GroupCallback, this);
