@@ -164,8 +164,7 @@ void BM_EndToEnd(benchmark::State& state) {
 }
 BENCHMARK(BM_EndToEnd)->Arg(60)->Arg(300)->Arg(600)->Iterations(1)->UseManualTime();
 
-// ---- Commands beside a stream
-// --------------------------------------------------------------------
+// ---- Commands beside a stream -------------------------------------------------------------------
 
 // Frames at 60 a second through a session, and how long each takes to a receiver on loopback.
 class Playback {

@@ -142,8 +142,7 @@ void DnsSdServiceAdvertiser::Stop() {
   Deregister();
 }
 
-// ---- Registration
-// --------------------------------------------------------------------------------
+// ---- Registration -------------------------------------------------------------------------------
 
 ServiceDescription DnsSdServiceAdvertiser::Describe(const ServiceInfo& info) const {
   return {.instanceName = ServiceInstanceName(info.name),
@@ -204,8 +203,7 @@ void DnsSdServiceAdvertiser::Deregister() {
   PluginLog(kLog, kLogInfo, "advertising stopped");
 }
 
-// ---- Self-heal
-// -----------------------------------------------------------------------------------
+// ---- Self-heal ----------------------------------------------------------------------------------
 
 void DnsSdServiceAdvertiser::StartSelfHeal() {
   if (browseCancel_ != nullptr || healThread_.joinable()) return;
@@ -298,8 +296,7 @@ std::string DnsSdServiceAdvertiser::ExpectOnWire(const std::string& wanted) {
   return name;
 }
 
-// ---- The factory
-// ---------------------------------------------------------------------------------
+// ---- The factory --------------------------------------------------------------------------------
 
 std::unique_ptr<IServiceAdvertiser> CreateServiceAdvertiser() {
   std::unique_ptr<DnsSdResponder> responder = CreateDnsSdResponder();

@@ -96,8 +96,7 @@ class ServiceAdvertiser : public SettingsFixture {
   std::unique_ptr<DnsSdServiceAdvertiser> advertiser;
 };
 
-// ---- What is published
-// ---------------------------------------------------------------------------
+// ---- What is published --------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, PublishesTheServiceAndWatchesItsType) {
   ASSERT_TRUE(Start());
@@ -173,8 +172,7 @@ TEST_F(ServiceAdvertiser, ASecondStartTakesTheFirstOnesPlace) {
   EXPECT_EQ(script->Instances(), 1);
 }
 
-// ---- What can go wrong
-// ---------------------------------------------------------------------------
+// ---- What can go wrong --------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, ARefusedInstanceIsLogged) {
   Change([](auto& now) { now.constructError = 87; });
@@ -275,8 +273,7 @@ TEST_F(ServiceAdvertiser, WithoutANameThereIsNothingToWatchFor) {
   EXPECT_EQ(Logged("INFO] [bj] self-heal: no instance name — skipping\r\n"), 1u);
 }
 
-// ---- New values
-// ----------------------------------------------------------------------------------
+// ---- New values ---------------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, NewValuesNeedARegistration) {
   EXPECT_FALSE(advertiser->UpdateTxt({"the-id", "Desk", 0}));
@@ -295,8 +292,7 @@ TEST_F(ServiceAdvertiser, NewValuesArePublishedAnew) {
   EXPECT_EQ(Logged("INFO] [bj] self-heal: our instance ABSENT"), 0u);
 }
 
-// ---- Self-heal
-// -----------------------------------------------------------------------------------
+// ---- Self-heal ----------------------------------------------------------------------------------
 
 TEST_F(ServiceAdvertiser, IsPublishedAgainOneAndAHalfSecondsAfterItsLoss) {
   ASSERT_TRUE(Start());

@@ -202,8 +202,7 @@ std::unique_ptr<ServiceInstance> AvahiResponder::ConstructInstance(
   return std::make_unique<AvahiInstance>(std::move(mended));
 }
 
-// ---- The server
-// ----------------------------------------------------------------------------------
+// ---- The server ---------------------------------------------------------------------------------
 
 // Only IPv4, since the plug-in listens on nothing else.
 uint32_t AvahiResponder::EnsureServer(const std::string& hostName) {
@@ -251,8 +250,7 @@ void AvahiResponder::OnServer(AvahiServer* server, AvahiServerState state) {
   }
 }
 
-// ---- Registration
-// --------------------------------------------------------------------------------
+// ---- Registration -------------------------------------------------------------------------------
 
 uint32_t AvahiResponder::Register(ServiceInstance& instance, RegisterCallback callback) {
   const Lock lock(poll_.get());
@@ -327,8 +325,7 @@ uint32_t AvahiResponder::Deregister(ServiceInstance&, RegisterCallback callback)
   return kRequestPending;
 }
 
-// ---- Browsing
-// ------------------------------------------------------------------------------------
+// ---- Browsing -----------------------------------------------------------------------------------
 
 uint32_t AvahiResponder::Browse(const std::string& serviceType, BrowseCallback callback,
                                 BrowseHandle& handle) {
