@@ -15,9 +15,8 @@ namespace {
 // A file begins once so much of the stream is here: by then a sender that has sound has sent some,
 // and settings that were asked for have taken effect.
 constexpr int64_t kPrerollMicros = 600'000;
-constexpr int64_t kToleratedDriftMicros = 8'000;
-constexpr int64_t kObservedMicros = 1'000'000;
-constexpr int64_t kLostBlockMicros = 5'000;
+constexpr int64_t kToleratedDriftMicros = 5'000;
+constexpr int64_t kLookAheadMicros = 500'000;
 constexpr int64_t kLongestSilenceMicros = 60'000'000;
 
 std::optional<SoundFormat> SoundOf(const WholeFrame& frame) {
@@ -30,6 +29,12 @@ std::vector<float> SamplesOf(const WholeFrame& frame) {
   std::vector<float> samples((frame.data.size() - kAudioHeadBytes) / sizeof(float));
   std::memcpy(samples.data(), frame.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
   return samples;
+}
+
+int64_t DurationMicros(const WholeFrame& frame, const SoundFormat& format) {
+  const size_t samples =
+      (frame.data.size() - kAudioHeadBytes) / sizeof(float) / size_t(format.channels);
+  return int64_t(samples) * 1'000'000 / format.sampleRate;
 }
 
 }  // namespace
@@ -107,14 +112,13 @@ void Recorder::StartFile() {
     return;
   }
   ++files_;
-  lastBlock_.reset();
-  observedSince_.reset();
   for (const Entry& entry : waiting_) Write(entry);
   waiting_.clear();
 }
 
 void Recorder::EndFile() {
   if (!file_) return;
+  while (!waitingSound_.empty()) WriteNextSound();
   if (!file_->Close()) {
     failed_ = true;
     error_ = "can't finish the recording " + PathText(path_);
@@ -122,37 +126,39 @@ void Recorder::EndFile() {
   file_.reset();
 }
 
-void Recorder::WriteSound(const Entry& entry, int64_t timeMicros) {
-  const bool gap = lastBlock_ && uint16_t(*lastBlock_ + 1) != entry.frame->frameNumber;
-  lastBlock_ = entry.frame->frameNumber;
-  const int64_t haveMicros = file_->SoundSamples() * 1'000'000 / sound_->sampleRate;
-  const int64_t late = timeMicros - haveMicros;
-  std::vector<float> samples = SamplesOf(*entry.frame);
-  const bool lost = (gap || haveMicros == 0) && late > kLostBlockMicros;
-  const int64_t missing = lost ? late : DriftAt(timeMicros, late);
-  const auto channels = size_t(sound_->channels);
-  const auto shift = size_t(std::abs(missing) * sound_->sampleRate / 1'000'000) * channels;
+// Blocks wait until it is known how late those behind them are.
+void Recorder::TakeSound(const Entry& entry) {
+  waitingSound_.push_back(entry);
+  while (waitingSound_.back().timeMicros - waitingSound_.front().timeMicros >= kLookAheadMicros) {
+    WriteNextSound();
+  }
+}
+
+// A block can be stamped too late, by a sender that was held up, but never too early: how far the
+// file's sound is behind is what the least late of the next blocks tells. Lost blocks make all
+// behind them late.
+int64_t Recorder::SoundMissingMicros() const {
+  int64_t haveMicros = file_->SoundSamples() * 1'000'000 / sound_->sampleRate;
+  int64_t least = INT64_MAX;
+  for (const Entry& entry : waitingSound_) {
+    least = std::min(least, entry.timeMicros - fileStartMicros_ - haveMicros);
+    haveMicros += DurationMicros(*entry.frame, *sound_);
+  }
+  return std::abs(least) > kToleratedDriftMicros ? least : 0;
+}
+
+void Recorder::WriteNextSound() {
+  std::vector<float> samples = SamplesOf(*waitingSound_.front().frame);
+  const int64_t missing = SoundMissingMicros();
+  waitingSound_.pop_front();
+  const size_t shift =
+      size_t(std::abs(missing) * sound_->sampleRate / 1'000'000) * size_t(sound_->channels);
   if (missing > 0 && missing < kLongestSilenceMicros) {
     file_->WriteSound(std::vector<float>(shift));
   } else if (missing < 0) {
     samples.erase(samples.begin(), samples.begin() + ptrdiff_t(std::min(shift, samples.size())));
   }
-  if (missing != 0) observedSince_.reset();
   file_->WriteSound(samples);
-}
-
-// A block can be stamped too late, by a sender that was held up, but never too early: the least
-// lateness of a while is the drift. 0 while it is too small to hear, or not known yet.
-int64_t Recorder::DriftAt(int64_t timeMicros, int64_t lateMicros) {
-  if (!observedSince_) {
-    observedSince_ = timeMicros;
-    leastLate_ = lateMicros;
-  }
-  leastLate_ = std::min(leastLate_, lateMicros);
-  if (timeMicros - *observedSince_ < kObservedMicros) return 0;
-  const int64_t drift = leastLate_;
-  observedSince_.reset();
-  return std::abs(drift) > kToleratedDriftMicros ? drift : 0;
 }
 
 void Recorder::Write(const Entry& entry) {
@@ -161,7 +167,7 @@ void Recorder::Write(const Entry& entry) {
     file_->WriteVideo(*entry.frame, timeMicros);
     lengthMicros_ = std::max(lengthMicros_, timeMicros);
   } else if (timeMicros >= 0 && sound_ && SoundOf(*entry.frame) == sound_) {
-    WriteSound(entry, timeMicros);
+    TakeSound(entry);
   }
 }
 

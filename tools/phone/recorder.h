@@ -45,8 +45,9 @@ class Recorder {
   void StartFile();
   void EndFile();
   void Write(const Entry& entry);
-  void WriteSound(const Entry& entry, int64_t timeMicros);
-  int64_t DriftAt(int64_t timeMicros, int64_t lateMicros);
+  void TakeSound(const Entry& entry);
+  int64_t SoundMissingMicros() const;
+  void WriteNextSound();
   std::filesystem::path NextPath() const;
   bool ReadyToStart() const;
 
@@ -57,9 +58,7 @@ class Recorder {
   std::deque<Entry> waiting_;  // until both streams' formats are known
   std::unique_ptr<RecordingFile> file_;
   int64_t fileStartMicros_ = 0;
-  std::optional<uint16_t> lastBlock_;
-  std::optional<int64_t> observedSince_;  // microseconds in the file
-  int64_t leastLate_ = 0;                 // since then
+  std::deque<Entry> waitingSound_;  // of the file
   int files_ = 0;
   int64_t lengthMicros_ = 0;
   bool failed_ = false;
