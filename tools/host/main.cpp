@@ -68,12 +68,6 @@ ModuleOptions MoveHome(const std::filesystem::path& home) {
   return options;
 }
 
-// The module reads its settings when it starts to listen.
-void SwitchDiscoveryOff(const std::filesystem::path& home) {
-  UseFoldersUnder(std::filesystem::absolute(home));
-  SetDiscoverable(false);
-}
-
 // The module goes on without its control port, and says so in its log alone; whoever runs this
 // program wants a phone to connect.
 HostExit CheckControlPort(HostApplication host, std::string& sentence) {
@@ -150,7 +144,8 @@ int Run(const HostOptions& options) {
   if (exit == kExitGood) exit = CheckControlPort(options.host, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
   const ModuleOptions moduleOptions = MoveHome(options.home);
-  if (!options.discovery) SwitchDiscoveryOff(options.home);
+  // The module reads it when it starts to listen.
+  if (!options.discovery) SetDiscoverable(false);
   HostRun run;
   for (int round = 0; round < options.rounds && exit == kExitGood && !interrupted; ++round) {
     exit = RunOnce(options, moduleOptions, sources, interrupted, run, sentence);

@@ -142,7 +142,6 @@ void PhoneLink::SendDue(int64_t nowNs) {
   while (commandsDone_ < options_.commands.size() && nowNs >= nextCommandNs_) {
     Send(options_.commands[commandsDone_++]);
     nextCommandNs_ = nowNs + options_.commandIntervalMs * kNanosPerMilli;
-    if (options_.commandIntervalMs > 0) return;
   }
 }
 
