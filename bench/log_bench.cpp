@@ -1,10 +1,10 @@
 // What a log line costs, written and not written.
 #include <benchmark/benchmark.h>
 
-#include "platform/system.h"
 #include "support/debug_topics.h"
 #include "support/plugin_log.h"
 #include "tests/support/scratch.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

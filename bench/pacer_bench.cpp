@@ -9,7 +9,7 @@
 
 #include "net/media_datagram.h"
 #include "net/pacer.h"
-#include "platform/system.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

@@ -16,6 +16,7 @@
 #include "platform/socket.h"
 #include "support/clock.h"
 #include "support/little_endian.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <fstream>
 
-#include "platform/system.h"
 #include "support/clock.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <fstream>
 
-#include "platform/system.h"
 #include "support/clock.h"
+#include "tools/platform/this_process.h"
 #include "tools/receiver/media_receiver.h"
 
 namespace Veldrift {

@@ -83,29 +83,9 @@ class StreamListener {
   virtual uint16_t Port() const = 0;
 };
 
-// What the system says of a connection's settings, for diagnosis. -1 stands for what it doesn't
-// tell.
-struct StreamSettings {
-  int noDelay = -1;    // 1: Nagle's delay is off
-  int keepAlive = -1;  // 1: on
-  int keepAliveIdleSeconds = -1;
-  int keepAliveIntervalSeconds = -1;
-  int keepAliveCount = -1;
-};
-StreamSettings ReadStreamSettings(const StreamSocket& socket);
-
 // Listens on `address` (0: all interfaces) with address reuse and a backlog of 1. Null on failure,
 // with the reason in ErrorText.
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address = 0);
-
-// True if another program has the TCP port on any of the machine's addresses, so that ListenTcp
-// would have to do without it or share it. Nobody can connect to what asks.
-bool TcpPortInUse(uint16_t port);
-
-// Connects from `localAddress` (0: any) to `remote`, waiting up to `timeoutNanos`. Null on failure,
-// with the reason in ErrorText.
-std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
-                                         int64_t timeoutNanos);
 
 // A datagram socket whose sending never waits. Not thread-safe but for Send, which the system
 // serialises; one thread receives.
@@ -131,10 +111,5 @@ class DatagramSocket {
 
 // An unbound socket with a send buffer of 4 MiB. Null on failure (ErrorText).
 std::unique_ptr<DatagramSocket> OpenDatagramSender();
-
-// A socket bound to `local`, with a receive buffer of `receiveBufferBytes` as far as the system
-// allows it. Null on failure (ErrorText), such as a port in use.
-std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
-                                                     int receiveBufferBytes);
 
 }  // namespace Veldrift

@@ -13,8 +13,6 @@ namespace Veldrift {
 
 // The value as UTF-8; nothing if the variable is unset. Set and empty is an empty text.
 std::optional<std::string> GetEnvironment(const char* name);
-// Sets the variable for this process and its children; an absent value removes it.
-void SetEnvironment(const char* name, const std::optional<std::string>& value);
 
 // Full path of the process's main executable, empty if the system doesn't tell. On Windows at most
 // 519 wide characters: a longer path comes cut.
@@ -41,7 +39,6 @@ std::optional<std::array<uint8_t, 16>> CreateUuid();
 
 // The calling thread's number as the system shows it.
 uint32_t ThreadNumber();
-uint32_t ProcessNumber();
 
 struct CalendarTime {
   int year, month, day, hour, minute, second, millisecond;
@@ -50,18 +47,5 @@ CalendarTime GetLocalCalendarTime();
 
 // Hands a NUL-terminated line to the debugger's channel; where there is none, nothing happens.
 void WriteToDebugger(const char* line);
-
-// User and system time of the whole process so far, in seconds.
-double ProcessCpuSeconds();
-
-// What the process has open at the moment; 0 where the system doesn't tell. A thread that has just
-// been joined can still be counted for a moment.
-struct ProcessResources {
-  uint32_t threads = 0;
-  uint32_t handles = 0;  // files, sockets and whatever else the system counts with them
-
-  bool operator==(const ProcessResources&) const = default;
-};
-ProcessResources CountProcessResources();
 
 }  // namespace Veldrift

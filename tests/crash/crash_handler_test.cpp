@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <regex>
 
-#include "platform/module.h"
 #include "session/host_interface.h"
 #include "support/paths.h"
 #include "tests/crash/crash_fixture.h"
 #include "tests/crash/deaths.h"
+#include "tools/platform/module_loader.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

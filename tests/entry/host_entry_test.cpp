@@ -4,11 +4,12 @@
 #include <string>
 
 #include "platform/file.h"
-#include "platform/module.h"
 #include "platform/system.h"
 #include "session/host_interface.h"
 #include "tests/support/child.h"
 #include "tests/support/scratch.h"
+#include "tools/platform/module_loader.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

@@ -10,6 +10,7 @@
 #include "tests/support/manual_clock.h"
 #include "tests/support/scratch.h"
 #include "tests/support/test_phone.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 namespace {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 namespace {

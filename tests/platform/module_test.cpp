@@ -1,4 +1,4 @@
-#include "platform/module.h"
+#include "tools/platform/module_loader.h"
 
 #include <gtest/gtest.h>
 

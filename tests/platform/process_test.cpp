@@ -1,15 +1,15 @@
-#include "platform/process.h"
+#include "tools/platform/process.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <thread>
 
-#include "platform/command_line.h"
 #include "platform/file.h"
 #include "platform/system.h"
 #include "tests/support/child.h"
 #include "tests/support/scratch.h"
+#include "tools/platform/command_line.h"
 
 namespace Veldrift {
 namespace {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 namespace {

@@ -7,6 +7,7 @@
 
 #include "tests/support/child.h"
 #include "tests/support/scratch.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

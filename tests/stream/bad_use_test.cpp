@@ -4,6 +4,7 @@
 #include "platform/file.h"
 #include "platform/socket.h"
 #include "tests/stream/stage.h"
+#include "tools/platform/client_sockets.h"
 #include "tools/receiver/media_receiver.h"
 
 namespace Veldrift {

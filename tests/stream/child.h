@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
+#include "tools/platform/process.h"
 
 namespace Veldrift {
 

@@ -5,8 +5,8 @@
 #include <array>
 
 #include "platform/file.h"
-#include "platform/system.h"
 #include "tools/host/exit_codes.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 

@@ -3,6 +3,7 @@
 #include "platform/file.h"
 #include "platform/system.h"
 #include "support/clock.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

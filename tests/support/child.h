@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/process.h"
+#include "tools/platform/process.h"
 
 namespace Veldrift {
 

@@ -3,7 +3,6 @@
 #include <system_error>
 
 #include "platform/file.h"
-#include "platform/system.h"
 #include "support/identifiers.h"
 #include "support/paths.h"
 

@@ -5,6 +5,7 @@
 
 #include "net/control_protocol.h"
 #include "support/clock.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 

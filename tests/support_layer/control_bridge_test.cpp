@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/module.h"
 #include "platform/system.h"
 #include "tests/support_layer/sibling/sibling.h"
+#include "tools/platform/module_loader.h"
 
 namespace Veldrift {
 namespace {

@@ -4,6 +4,7 @@
 #include "platform/file.h"
 #include "tests/support/scratch.h"
 #include "tests/tools/sender.h"
+#include "tools/platform/client_sockets.h"
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/pairing_code_log.h"

@@ -11,12 +11,14 @@
 #include "other_name.h"
 #include "pairing_screen.h"
 #include "platform/file.h"
-#include "platform/interrupt.h"
 #include "platform/socket.h"
-#include "platform/system.h"
 #include "plugin_driver.h"
 #include "summary.h"
 #include "support/clock.h"
+#include "tools/platform/client_sockets.h"
+#include "tools/platform/interrupt.h"
+#include "tools/platform/module_loader.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {

@@ -6,9 +6,9 @@
 
 #include "exit_codes.h"
 #include "platform/file.h"
-#include "platform/process.h"
 #include "platform/system.h"
 #include "support/identifiers.h"
+#include "tools/platform/process.h"
 
 namespace Veldrift {
 

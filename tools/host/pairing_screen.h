@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "challenge_watch.h"
-#include "platform/terminal.h"
+#include "tools/platform/terminal.h"
 
 namespace Veldrift {
 

@@ -14,9 +14,9 @@
 #include "exit_codes.h"
 #include "frame_source.h"
 #include "host_options.h"
-#include "platform/module.h"
 #include "session/host_interface.h"
 #include "sound_source.h"
+#include "tools/platform/module_loader.h"
 
 namespace Veldrift {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "exit_codes.h"
-#include "platform/system.h"
 #include "plugin_driver.h"
+#include "tools/platform/this_process.h"
 
 namespace Veldrift {
 

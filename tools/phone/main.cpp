@@ -9,12 +9,12 @@
 #include "net/control_protocol.h"
 #include "phone_link.h"
 #include "phone_options.h"
-#include "platform/interrupt.h"
 #include "plugin_finder.h"
 #include "self_tests.h"
 #include "status_line.h"
 #include "summary.h"
 #include "support/clock.h"
+#include "tools/platform/interrupt.h"
 #include "tools/receiver/media_receiver.h"
 
 namespace Veldrift {

@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "platform/terminal.h"
 #include "support/clock.h"
+#include "tools/platform/terminal.h"
 
 namespace Veldrift {
 

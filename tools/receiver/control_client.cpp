@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "net/control_protocol.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 

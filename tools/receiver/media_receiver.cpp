@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "support/clock.h"
+#include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
 

@@ -35,20 +35,15 @@ class PosixDatagramSocket final : public DatagramSocket {
 
 }  // namespace
 
+std::unique_ptr<DatagramSocket> MakeDatagram(Descriptor socket) {
+  return std::make_unique<PosixDatagramSocket>(std::move(socket));
+}
+
 std::unique_ptr<DatagramSocket> OpenDatagramSender() {
   Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
   if (!socket) return nullptr;
   SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes);
-  return std::make_unique<PosixDatagramSocket>(std::move(socket));
-}
-
-std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
-                                                     int receiveBufferBytes) {
-  Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
-  if (!socket) return nullptr;
-  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
-  if (!Bind(socket, local)) return nullptr;
-  return std::make_unique<PosixDatagramSocket>(std::move(socket));
+  return MakeDatagram(std::move(socket));
 }
 
 }  // namespace Veldrift

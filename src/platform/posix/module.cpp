@@ -3,52 +3,33 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <climits>
+#include <string_view>
+
 namespace Veldrift {
 namespace {
 
-class PosixModule final : public LoadedModule {
- public:
-  explicit PosixModule(void* handle) : handle_(handle) {}
-  ~PosixModule() override { dlclose(handle_); }
-  PosixModule(const PosixModule&) = delete;
-  PosixModule& operator=(const PosixModule&) = delete;
-
-  void* FindSymbol(const char* name) const override { return dlsym(handle_, name); }
-
- private:
-  void* const handle_;
-};
-
 struct ModuleSearch {
-  const std::string fileName;
-  std::string path;
+  const std::string_view fileName;
+  char path[PATH_MAX] = "";
 };
 
-int NoteIfWanted(dl_phdr_info* module, size_t, void* data) {
+// Runs inside the loader, through which nothing may be thrown: it allocates nothing.
+int NoteIfWanted(dl_phdr_info* module, size_t, void* data) noexcept {
   auto& search = *static_cast<ModuleSearch*>(data);
-  if (std::filesystem::path(module->dlpi_name).filename() == search.fileName) {
-    search.path = module->dlpi_name;
-  }
-  return search.path.empty() ? 0 : 1;
+  const std::string_view path = module->dlpi_name;
+  if (path.substr(path.rfind('/') + 1) != search.fileName) return 0;
+  if (path.size() >= sizeof search.path) return 0;
+  path.copy(search.path, path.size());
+  return 1;
 }
 
 }  // namespace
 
-std::unique_ptr<LoadedModule> LoadModule(const std::filesystem::path& path, std::string& error,
-                                         const ModuleOptions&) {
-  // A bare name would be searched for in the library folders instead of being taken as a path.
-  void* handle = dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle != nullptr) return std::make_unique<PosixModule>(handle);
-  const char* message = dlerror();
-  error = message == nullptr ? "" : message;
-  return nullptr;
-}
-
 void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
-  ModuleSearch search{fileName, {}};
-  dl_iterate_phdr(NoteIfWanted, &search);
-  if (search.path.empty()) return nullptr;
-  void* handle = dlopen(search.path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  ModuleSearch search{fileName};
+  if (dl_iterate_phdr(NoteIfWanted, &search) == 0) return nullptr;
+  void* handle = dlopen(search.path, RTLD_NOW | RTLD_NOLOAD);
   if (handle == nullptr) return nullptr;
   void* address = dlsym(handle, symbol);
   dlclose(handle);

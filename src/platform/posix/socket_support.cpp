@@ -1,5 +1,6 @@
 #include "platform/posix/socket_support.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -25,6 +26,11 @@ Descriptor OpenSocket(int type) { return Descriptor(socket(AF_INET, type | SOCK_
 bool Bind(const Descriptor& socket, const Ipv4Endpoint& local) {
   const sockaddr_in address = ToSystem(local);
   return bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+bool SetNonBlocking(const Descriptor& socket, bool on) {
+  const int flags = fcntl(socket.Get(), F_GETFL);
+  return fcntl(socket.Get(), F_SETFL, on ? flags | O_NONBLOCK : flags & ~O_NONBLOCK) == 0;
 }
 
 void SetOption(const Descriptor& socket, int level, int name, int value) {

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -85,7 +84,7 @@ class PosixStreamListener final : public StreamListener {
     SetOption(accepted, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveCount);
     // Keepalive says nothing while something sent is unanswered, and heartbeats always are then.
     SetOption(accepted, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnansweredMillis);
-    return std::make_unique<PosixStreamSocket>(std::move(accepted), FromSystem(address));
+    return MakeStream(std::move(accepted), FromSystem(address));
   }
 
   uint16_t Port() const override { return port_; }
@@ -95,29 +94,11 @@ class PosixStreamListener final : public StreamListener {
   const uint16_t port_;
 };
 
-bool SetNonBlocking(const Descriptor& socket, bool on) {
-  const int flags = fcntl(socket.Get(), F_GETFL);
-  return fcntl(socket.Get(), F_SETFL, on ? flags | O_NONBLOCK : flags & ~O_NONBLOCK) == 0;
-}
-
-// Waits for the end of a connection attempt that is under way; its error is in errno.
-bool FinishConnecting(const Descriptor& socket, int64_t timeoutNanos) {
-  if (!WaitFor(socket, POLLOUT, timeoutNanos)) return false;
-  int error = 0;
-  socklen_t length = sizeof error;
-  if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
-  errno = error;
-  return error == 0;
-}
-
-int ReadOption(const StreamSocket& socket, int level, int name) {
-  int value = 0;
-  socklen_t length = sizeof value;
-  return getsockopt(static_cast<int>(socket.Number()), level, name, &value, &length) == 0 ? value
-                                                                                          : -1;
-}
-
 }  // namespace
+
+std::unique_ptr<StreamSocket> MakeStream(Descriptor socket, const Ipv4Endpoint& peer) {
+  return std::make_unique<PosixStreamSocket>(std::move(socket), peer);
+}
 
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
   Descriptor socket = OpenSocket(SOCK_STREAM);
@@ -129,35 +110,6 @@ std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
     return nullptr;
   }
   return std::make_unique<PosixStreamListener>(std::move(socket));
-}
-
-bool TcpPortInUse(uint16_t port) {
-  Descriptor socket = OpenSocket(SOCK_STREAM);
-  if (!socket) return false;
-  SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
-  return !Bind(socket, {0, port}) && errno == EADDRINUSE;
-}
-
-std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
-                                         int64_t timeoutNanos) {
-  Descriptor socket = OpenSocket(SOCK_STREAM);
-  if (!socket || !SetNonBlocking(socket, true)) return nullptr;
-  if (localAddress != 0 && !Bind(socket, {localAddress, 0})) return nullptr;
-  const sockaddr_in address = ToSystem(remote);
-  if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
-      (errno != EINPROGRESS || !FinishConnecting(socket, timeoutNanos))) {
-    return nullptr;
-  }
-  if (!SetNonBlocking(socket, false)) return nullptr;
-  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
-  return std::make_unique<PosixStreamSocket>(std::move(socket), remote);
-}
-
-StreamSettings ReadStreamSettings(const StreamSocket& socket) {
-  return {
-      ReadOption(socket, IPPROTO_TCP, TCP_NODELAY), ReadOption(socket, SOL_SOCKET, SO_KEEPALIVE),
-      ReadOption(socket, IPPROTO_TCP, TCP_KEEPIDLE), ReadOption(socket, IPPROTO_TCP, TCP_KEEPINTVL),
-      ReadOption(socket, IPPROTO_TCP, TCP_KEEPCNT)};
 }
 
 }  // namespace Veldrift

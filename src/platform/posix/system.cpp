@@ -1,7 +1,6 @@
 #include "platform/system.h"
 
 #include <sys/random.h>
-#include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
-#include <iterator>
 
 #include "platform/folders.h"
 
@@ -19,14 +17,6 @@ std::optional<std::string> GetEnvironment(const char* name) {
   const char* value = std::getenv(name);
   if (value == nullptr) return std::nullopt;
   return value;
-}
-
-void SetEnvironment(const char* name, const std::optional<std::string>& value) {
-  if (value) {
-    setenv(name, value->c_str(), 1);
-  } else {
-    unsetenv(name);
-  }
 }
 
 std::filesystem::path GetExecutablePath() {
@@ -65,8 +55,6 @@ std::optional<std::array<uint8_t, 16>> CreateUuid() {
 
 uint32_t ThreadNumber() { return static_cast<uint32_t>(gettid()); }
 
-uint32_t ProcessNumber() { return static_cast<uint32_t>(getpid()); }
-
 CalendarTime GetLocalCalendarTime() {
   timeval now{};
   gettimeofday(&now, nullptr);
@@ -82,25 +70,5 @@ CalendarTime GetLocalCalendarTime() {
 }
 
 void WriteToDebugger(const char*) {}
-
-double ProcessCpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-ProcessResources CountProcessResources() {
-  const auto count = [](const char* folder) {
-    std::error_code failed;
-    const std::filesystem::directory_iterator entries(folder, failed);
-    return failed ? 0U : uint32_t(std::distance(begin(entries), end(entries)));
-  };
-  const uint32_t handles = count("/proc/self/fd");
-  // One of them was the folder itself.
-  return {count("/proc/self/task"), handles > 0 ? handles - 1 : 0};
-}
 
 }  // namespace Veldrift

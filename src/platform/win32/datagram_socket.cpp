@@ -36,7 +36,9 @@ class WinDatagramSocket final : public DatagramSocket {
   const OwnedSocket socket_;
 };
 
-OwnedSocket OpenNonBlocking() {
+}  // namespace
+
+OwnedSocket OpenDatagram() {
   OwnedSocket socket = OpenSocket(SOCK_DGRAM);
   if (!socket || !SetNonBlocking(socket)) return {};
   BOOL off = FALSE;
@@ -46,22 +48,15 @@ OwnedSocket OpenNonBlocking() {
   return socket;
 }
 
-}  // namespace
-
-std::unique_ptr<DatagramSocket> OpenDatagramSender() {
-  OwnedSocket socket = OpenNonBlocking();
-  if (!socket) return nullptr;
-  SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes);
+std::unique_ptr<DatagramSocket> MakeDatagram(OwnedSocket socket) {
   return std::make_unique<WinDatagramSocket>(std::move(socket));
 }
 
-std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
-                                                     int receiveBufferBytes) {
-  OwnedSocket socket = OpenNonBlocking();
+std::unique_ptr<DatagramSocket> OpenDatagramSender() {
+  OwnedSocket socket = OpenDatagram();
   if (!socket) return nullptr;
-  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
-  if (!Bind(socket, local)) return nullptr;
-  return std::make_unique<WinDatagramSocket>(std::move(socket));
+  SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes);
+  return MakeDatagram(std::move(socket));
 }
 
 }  // namespace Veldrift

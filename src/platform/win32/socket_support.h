@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "platform/socket.h"
@@ -37,6 +38,8 @@ sockaddr_in ToSystem(const Ipv4Endpoint& endpoint);
 Ipv4Endpoint FromSystem(const sockaddr_in& address);
 
 OwnedSocket OpenSocket(int type);
+// A datagram socket that doesn't wait, and doesn't fail for a peer that isn't there.
+OwnedSocket OpenDatagram();
 bool Bind(const OwnedSocket& socket, const Ipv4Endpoint& local);
 bool SetNonBlocking(const OwnedSocket& socket);
 void SetOption(const OwnedSocket& socket, int level, int name, int value);
@@ -48,5 +51,9 @@ bool WaitFor(const OwnedSocket& socket, WaitKind kind, int64_t timeoutNanos);
 
 // The local port; 0 while the system has given none.
 uint16_t LocalPort(const OwnedSocket& socket);
+
+// The seam's objects over what was opened. MakeStream: null if the system gives no events.
+std::unique_ptr<StreamSocket> MakeStream(OwnedSocket socket, const Ipv4Endpoint& peer);
+std::unique_ptr<DatagramSocket> MakeDatagram(OwnedSocket socket);
 
 }  // namespace Veldrift

@@ -8,12 +8,6 @@
 #ifndef TCP_KEEPCNT
 #define TCP_KEEPCNT 16
 #endif
-#ifndef TCP_KEEPIDLE
-#define TCP_KEEPIDLE 3
-#endif
-#ifndef TCP_KEEPINTVL
-#define TCP_KEEPINTVL 17
-#endif
 
 namespace Veldrift {
 namespace {
@@ -87,12 +81,6 @@ class WinStreamSocket final : public StreamSocket {
   const Handle stopped_;  // set once, never reset
 };
 
-std::unique_ptr<StreamSocket> MakeStream(OwnedSocket socket, const Ipv4Endpoint& peer) {
-  auto stream = std::make_unique<WinStreamSocket>(std::move(socket), peer);
-  if (!stream->Prepare()) return nullptr;
-  return stream;
-}
-
 void SetKeepAlive(const OwnedSocket& socket) {
   tcp_keepalive settings{1, kKeepAliveIdleMillis, kKeepAliveIntervalMillis};
   DWORD ignored = 0;
@@ -128,30 +116,13 @@ class WinStreamListener final : public StreamListener {
   const uint16_t port_;
 };
 
-// Waits for the end of a connection attempt that is under way; its error is the last error.
-bool FinishConnecting(const OwnedSocket& socket, int64_t timeoutNanos) {
-  if (!WaitFor(socket, WaitKind::Writing, timeoutNanos)) return false;
-  int error = 0;
-  int length = sizeof error;
-  if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) !=
-      0) {
-    return false;
-  }
-  WSASetLastError(error);
-  return error == 0;
-}
-
-// Some options fill one byte only, hence the zero.
-int ReadOption(const StreamSocket& socket, int level, int name) {
-  int value = 0;
-  int length = sizeof value;
-  return getsockopt(static_cast<SOCKET>(socket.Number()), level, name,
-                    reinterpret_cast<char*>(&value), &length) == 0
-             ? value
-             : -1;
-}
-
 }  // namespace
+
+std::unique_ptr<StreamSocket> MakeStream(OwnedSocket socket, const Ipv4Endpoint& peer) {
+  auto stream = std::make_unique<WinStreamSocket>(std::move(socket), peer);
+  if (!stream->Prepare()) return nullptr;
+  return stream;
+}
 
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
   OwnedSocket socket = OpenSocket(SOCK_STREAM);
@@ -163,37 +134,6 @@ std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address) {
     return nullptr;
   }
   return std::make_unique<WinStreamListener>(std::move(socket));
-}
-
-bool TcpPortInUse(uint16_t port) {
-  OwnedSocket socket = OpenSocket(SOCK_STREAM);
-  if (!socket) return false;
-  // Address reuse would let two programs share the port here.
-  SetOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
-  if (Bind(socket, {0, port})) return false;
-  const int error = WSAGetLastError();
-  return error == WSAEADDRINUSE || error == WSAEACCES;
-}
-
-std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
-                                         int64_t timeoutNanos) {
-  OwnedSocket socket = OpenSocket(SOCK_STREAM);
-  if (!socket || !SetNonBlocking(socket)) return nullptr;
-  if (localAddress != 0 && !Bind(socket, {localAddress, 0})) return nullptr;
-  const sockaddr_in address = ToSystem(remote);
-  if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
-      (WSAGetLastError() != WSAEWOULDBLOCK || !FinishConnecting(socket, timeoutNanos))) {
-    return nullptr;
-  }
-  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
-  return MakeStream(std::move(socket), remote);
-}
-
-StreamSettings ReadStreamSettings(const StreamSocket& socket) {
-  return {
-      ReadOption(socket, IPPROTO_TCP, TCP_NODELAY), ReadOption(socket, SOL_SOCKET, SO_KEEPALIVE),
-      ReadOption(socket, IPPROTO_TCP, TCP_KEEPIDLE), ReadOption(socket, IPPROTO_TCP, TCP_KEEPINTVL),
-      ReadOption(socket, IPPROTO_TCP, TCP_KEEPCNT)};
 }
 
 }  // namespace Veldrift

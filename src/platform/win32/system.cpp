@@ -6,14 +6,9 @@
 #include <knownfolders.h>
 #include <rpc.h>
 #include <shlobj.h>
-#include <tlhelp32.h>
-
-#include <algorithm>
-#include <vector>
 
 #include "platform/file.h"
 #include "platform/folders.h"
-#include "platform/win32/handle.h"
 
 namespace Veldrift {
 namespace {
@@ -25,50 +20,6 @@ std::optional<std::string> RoamingKnownFolder() {
   if (SUCCEEDED(result) && folder != nullptr) text = NarrowText(folder);
   CoTaskMemFree(folder);
   return text;
-}
-
-// The system's list of all handles, of all processes.
-struct HandleEntry {
-  PVOID object;
-  ULONG_PTR process;
-  ULONG_PTR handle;
-  ULONG access;
-  USHORT creatorIndex;
-  USHORT type;
-  ULONG attributes;
-  ULONG reserved;
-};
-struct HandleTable {
-  ULONG_PTR count;
-  ULONG_PTR reserved;
-  HandleEntry entries[1];
-};
-
-// Where the system has only that list, as Wine 8 does.
-uint32_t CountHandlesInList() {
-  constexpr ULONG kExtendedHandleInformation = 64;
-  constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
-  using Query = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
-  const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
-  if (query == nullptr) return 0;
-  std::vector<std::byte> buffer(1 << 16);
-  LONG status = kLengthMismatch;
-  while ((status = query(kExtendedHandleInformation, buffer.data(), ULONG(buffer.size()),
-                         nullptr)) == kLengthMismatch) {
-    buffer.resize(buffer.size() * 2);
-  }
-  if (status != 0) return 0;
-  const auto* table = reinterpret_cast<const HandleTable*>(buffer.data());
-  return uint32_t(std::count_if(table->entries, table->entries + table->count, [](auto& entry) {
-    return entry.process == GetCurrentProcessId();
-  }));
-}
-
-uint32_t CountHandles() {
-  DWORD handles = 0;
-  if (GetProcessHandleCount(GetCurrentProcess(), &handles) && handles != 0) return handles;
-  return CountHandlesInList();
 }
 
 }  // namespace
@@ -86,10 +37,6 @@ std::optional<std::string> GetEnvironment(const char* name) {
   const DWORD length = GetEnvironmentVariableW(wideName.c_str(), value.data(), size);
   value.resize(length < size ? length : 0);
   return NarrowText(value);
-}
-
-void SetEnvironment(const char* name, const std::optional<std::string>& value) {
-  SetEnvironmentVariableW(WideText(name).c_str(), value ? WideText(*value).c_str() : nullptr);
 }
 
 std::filesystem::path GetExecutablePath() {
@@ -136,8 +83,6 @@ std::optional<std::array<uint8_t, 16>> CreateUuid() {
 
 uint32_t ThreadNumber() { return GetCurrentThreadId(); }
 
-uint32_t ProcessNumber() { return GetCurrentProcessId(); }
-
 CalendarTime GetLocalCalendarTime() {
   SYSTEMTIME now{};
   GetLocalTime(&now);
@@ -145,30 +90,5 @@ CalendarTime GetLocalCalendarTime() {
 }
 
 void WriteToDebugger(const char* line) { OutputDebugStringA(line); }
-
-double ProcessCpuSeconds() {
-  FILETIME created{}, ended{}, kernel{}, user{};
-  GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
-  const auto seconds = [](const FILETIME& time) {
-    constexpr double kUnitsPerSecond = 1e7;
-    return (static_cast<double>(time.dwHighDateTime) * 4294967296.0 +
-            static_cast<double>(time.dwLowDateTime)) /
-           kUnitsPerSecond;
-  };
-  return seconds(kernel) + seconds(user);
-}
-
-ProcessResources CountProcessResources() {
-  ProcessResources resources;
-  resources.handles = CountHandles();
-  const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-  THREADENTRY32 thread{};
-  thread.dwSize = sizeof thread;
-  for (BOOL more = snapshot && Thread32First(snapshot.Get(), &thread); more;
-       more = Thread32Next(snapshot.Get(), &thread)) {
-    if (thread.th32OwnerProcessID == GetCurrentProcessId()) ++resources.threads;
-  }
-  return resources;
-}
 
 }  // namespace Veldrift

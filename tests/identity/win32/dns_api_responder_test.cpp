@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "identity/service_advertiser.h"
-#include "platform/module.h"
 #include "tests/support/scratch.h"
+#include "tools/platform/module_loader.h"
 
 namespace Veldrift {
 namespace {

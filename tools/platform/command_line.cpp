@@ -1,4 +1,4 @@
-#include "platform/command_line.h"
+#include "tools/platform/command_line.h"
 
 namespace Veldrift {
 

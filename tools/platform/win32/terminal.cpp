@@ -1,4 +1,4 @@
-#include "platform/terminal.h"
+#include "tools/platform/terminal.h"
 
 #include "platform/win32/handle.h"
 #include "platform/win32/windows_headers.h"

@@ -1,9 +1,9 @@
-#include "platform/process.h"
+#include "tools/platform/process.h"
 
-#include "platform/command_line.h"
 #include "platform/file.h"
 #include "platform/system.h"
 #include "platform/win32/handle.h"
+#include "tools/platform/command_line.h"
 
 namespace Veldrift {
 namespace {

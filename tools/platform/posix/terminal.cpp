@@ -1,4 +1,4 @@
-#include "platform/terminal.h"
+#include "tools/platform/terminal.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "platform/process.h"
+#include "tools/platform/process.h"
 
 #include <signal.h>
 #include <spawn.h>

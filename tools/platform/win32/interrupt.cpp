@@ -1,4 +1,4 @@
-#include "platform/interrupt.h"
+#include "tools/platform/interrupt.h"
 
 #include "platform/win32/windows_headers.h"
 

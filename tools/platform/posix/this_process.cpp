@@ -1,0 +1,42 @@
+#include "tools/platform/this_process.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+
+namespace Veldrift {
+
+void SetEnvironment(const char* name, const std::optional<std::string>& value) {
+  if (value) {
+    setenv(name, value->c_str(), 1);
+  } else {
+    unsetenv(name);
+  }
+}
+
+uint32_t ProcessNumber() { return static_cast<uint32_t>(getpid()); }
+
+double ProcessCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+ProcessResources CountProcessResources() {
+  const auto count = [](const char* folder) {
+    std::error_code failed;
+    const std::filesystem::directory_iterator entries(folder, failed);
+    return failed ? 0U : uint32_t(std::distance(begin(entries), end(entries)));
+  };
+  const uint32_t handles = count("/proc/self/fd");
+  // One of them was the folder itself.
+  return {count("/proc/self/task"), handles > 0 ? handles - 1 : 0};
+}
+
+}  // namespace Veldrift
