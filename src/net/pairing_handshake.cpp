@@ -1,13 +1,12 @@
 #include "net/pairing_handshake.h"
 
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <optional>
 #include <vector>
 
 #include "identity/trusted_peers.h"
 #include "net/control_protocol.h"
+#include "platform/calendar.h"
 #include "support/identifiers.h"
 #include "support/plugin_log.h"
 
@@ -36,14 +35,6 @@ bool ReadShortString(ControlConnection& connection, std::string& text, size_t li
   return connection.Receive(std::as_writable_bytes(std::span(text)));
 }
 
-// A stranger's text for the log: it can't start lines of its own there.
-std::string ForLog(std::string text) {
-  for (char& character : text) {
-    if (uint8_t(character) < 0x20 || character == 0x7F) character = '?';
-  }
-  return text;
-}
-
 std::optional<ClientHello> ReadHello(ControlConnection& connection) {
   const std::optional<uint8_t> opcode = ReadByte(connection);
   if (!opcode) {
@@ -66,8 +57,7 @@ std::optional<ClientHello> ReadHello(ControlConnection& connection) {
     return std::nullopt;
   }
   PluginLog(kLog, kLogInfo, "pair: Hello from id=%{public}s name=%{public}s token=%{public}s",
-            ForLog(hello.id).c_str(), ForLog(hello.name).c_str(),
-            hello.token.empty() ? "<none>" : "<present>");
+            hello.id.c_str(), hello.name.c_str(), hello.token.empty() ? "<none>" : "<present>");
   return hello;
 }
 
@@ -86,7 +76,7 @@ bool IsTrusted(const ClientHello& hello) {
   if (hello.token.empty()) return false;
   const std::optional<TrustedPeer> peer = FindTrustedPeer(hello.id);
   if (peer && peer->token == hello.token) {
-    PluginLog(kLog, kLogInfo, "pair: trusted reconnect id=%{public}s", ForLog(hello.id).c_str());
+    PluginLog(kLog, kLogInfo, "pair: trusted reconnect id=%{public}s", hello.id.c_str());
     return true;
   }
   PluginLog(kLog, kLogInfo, "pair: token present but not trusted — challenging");
@@ -126,24 +116,12 @@ std::optional<std::string> ReadCode(ControlConnection& connection) {
   return code;
 }
 
-std::string UtcNow() {
-  using namespace std::chrono;
-  const auto now = floor<seconds>(system_clock::now());
-  const auto midnight = floor<days>(now);
-  const year_month_day date(midnight);
-  const hh_mm_ss time(now - midnight);
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", int(date.year()),
-                unsigned(date.month()), unsigned(date.day()), int(time.hours().count()),
-                int(time.minutes().count()), int(time.seconds().count()));
-  return text.data();
-}
-
 std::string PairNewPeer(ControlConnection& connection, const ClientHello& hello) {
   const std::string token = MakeToken(kTokenBytes);
-  AddOrUpdateTrustedPeer({hello.id, hello.name, token, UtcNow()});
-  PluginLog(kLog, kLogInfo, "pair: OK id=%{public}s name=%{public}s", ForLog(hello.id).c_str(),
-            ForLog(hello.name).c_str());
+  AddOrUpdateTrustedPeer(
+      {hello.id, hello.name, token, UtcStamp(WallClockMillis(), StampPrecision::Seconds)});
+  PluginLog(kLog, kLogInfo, "pair: OK id=%{public}s name=%{public}s", hello.id.c_str(),
+            hello.name.c_str());
   Accept(connection, token);
   return token;
 }
@@ -152,7 +130,7 @@ std::string Challenge(const std::shared_ptr<ControlConnection>& connection,
                       const PairingDialogFactory& createDialog, const ClientHello& hello) {
   const std::string code = MakePairingCode();
   PluginLog(kLog, kLogInfo, "pair: challenge=%{public}s for %{public}s", code.c_str(),
-            ForLog(hello.name).c_str());
+            hello.name.c_str());
   // Closes its window when this function is done, behind the reply.
   const auto dialog = ShowCode(connection, createDialog, code, hello.name);
   Reply(*connection, kPairChallenge);
@@ -160,7 +138,7 @@ std::string Challenge(const std::shared_ptr<ControlConnection>& connection,
   if (!submitted) return {};
   if (*submitted == code) return PairNewPeer(*connection, hello);
   PluginLog(kLog, kLogInfo, "pair: code mismatch submitted=%{public}s expected=%{public}s",
-            ForLog(*submitted).c_str(), code.c_str());
+            submitted->c_str(), code.c_str());
   Reply(*connection, kPairRejected);
   return {};
 }

@@ -40,10 +40,9 @@ std::optional<std::array<uint8_t, 16>> CreateUuid();
 // The calling thread's number as the system shows it.
 uint32_t ThreadNumber();
 
-struct CalendarTime {
-  int year, month, day, hour, minute, second, millisecond;
-};
-CalendarTime GetLocalCalendarTime();
+// Pauses the calling thread for at least that time, as far as the system's timer is true to it: on
+// Windows for the next whole millisecond.
+void SleepNanos(int64_t nanos);
 
 // Hands a NUL-terminated line to the debugger's channel; where there is none, nothing happens.
 void WriteToDebugger(const char* line);

@@ -1,7 +1,8 @@
 #include "support/clock.h"
 
 #include <chrono>
-#include <thread>
+
+#include "platform/system.h"
 
 namespace Veldrift {
 namespace {
@@ -14,7 +15,7 @@ class SteadyClock final : public Clock {
   }
 
   void SleepFor(int64_t nanos) override {
-    if (nanos > 0) std::this_thread::sleep_for(std::chrono::nanoseconds(nanos));
+    if (nanos > 0) SleepNanos(nanos);
   }
 
   void WaitUntil(CondVar& condition, MutexLock& lock, int64_t deadlineNanos) override {

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/calendar.h"
 #include "platform/file.h"
 #include "platform/system.h"
 
@@ -78,7 +79,7 @@ void RotateTopic(const fs::path& folder, const std::string& key) {
   const fs::path current = folder / ("debug_" + key + ".log");
   std::error_code ignored;
   if (fs::exists(current, ignored)) {
-    std::string stamp = UtcStamp(std::chrono::system_clock::now());
+    std::string stamp = UtcStamp(WallClockMillis(), StampPrecision::Millis);
     std::replace(stamp.begin(), stamp.end(), ':', '-');
     fs::rename(current, folder / (prefix + stamp + ".log"), ignored);
   }
@@ -105,22 +106,6 @@ std::array<bool, kDebugTopicCount> SelectDebugTopics(const std::optional<std::st
     if (comma == std::string_view::npos) return selected;
     rest.remove_prefix(comma + 1);
   }
-}
-
-std::string UtcStamp(std::chrono::system_clock::time_point time) {
-  using namespace std::chrono;
-  const auto millis = floor<milliseconds>(time);
-  const auto day = floor<days>(millis);
-  const year_month_day date(day);
-  const hh_mm_ss clock(millis - day);
-  char text[64];
-  std::snprintf(
-      text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03lldZ", static_cast<int>(date.year()),
-      static_cast<int>(static_cast<unsigned>(date.month())),
-      static_cast<int>(static_cast<unsigned>(date.day())), static_cast<int>(clock.hours().count()),
-      static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
-      static_cast<long long>(clock.subseconds().count()));
-  return text;
 }
 
 uint64_t ThreadHash(uint32_t threadNumber) {
@@ -154,7 +139,7 @@ bool DebugTopicFiles::IsEnabled(DebugTopic topic) const {
 void DebugTopicFiles::Write(DebugTopic topic, const char* text) {
   if (!IsEnabled(topic)) return;
   const auto index = static_cast<size_t>(topic);
-  const std::string stamp = UtcStamp(std::chrono::system_clock::now());
+  const std::string stamp = UtcStamp(WallClockMillis(), StampPrecision::Millis);
   const uint64_t thread = ThreadHash(ThreadNumber());
   Sink& sink = sinks_[index];
   MutexLock lock(sink.mutex);

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -25,9 +24,6 @@ constexpr size_t kDebugTopicCount = 7;
 // Which topics the value of VELDRIFT_DEBUG_TOPICS switches on: all when it is unset or empty, else
 // those whose keys it lists between commas, in any case, with white space around them.
 std::array<bool, kDebugTopicCount> SelectDebugTopics(const std::optional<std::string>& value);
-
-// "2026-03-01T12:30:05.123Z": UTC, with the milliseconds cut.
-std::string UtcStamp(std::chrono::system_clock::time_point time);
 
 // A stable decimal per thread: the FNV-1a hash of its number's four bytes, low byte first.
 uint64_t ThreadHash(uint32_t threadNumber);

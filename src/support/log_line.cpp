@@ -41,6 +41,26 @@ void Rotate(const std::filesystem::path& path) {
   if (error) std::filesystem::remove(path, ignored);
 }
 
+// The length of the character at the beginning of the text, which isn't empty; 0 if its first byte
+// is none that may stand in a line.
+size_t PrintableLength(std::span<const char> text) {
+  const auto byte = [&](size_t at) { return static_cast<uint8_t>(text[at]); };
+  const uint8_t first = byte(0);
+  if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
+  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  const uint8_t second = byte(1);
+  const bool wrong = (first == 0xC2 && second < 0xA0) ||  // control characters too
+                     (first == 0xE0 && second < 0xA0) ||  // longer than need be
+                     (first == 0xED && second > 0x9F) ||  // halves of a pair
+                     (first == 0xF0 && second < 0x90) ||  // longer than need be
+                     (first == 0xF4 && second > 0x8F);    // beyond the last character
+  return wrong ? 0 : length;
+}
+
 }  // namespace
 
 std::array<char, 1024> StripAnnotations(const char* format) {
@@ -58,6 +78,14 @@ std::array<char, 1024> StripAnnotations(const char* format) {
   return stripped;
 }
 
+void MakePrintable(std::span<char> text) {
+  for (size_t at = 0; at < text.size();) {
+    const size_t length = PrintableLength(text.subspan(at));
+    if (length == 0) text[at] = '?';
+    at += std::max<size_t>(length, 1);
+  }
+}
+
 LogLine FormatLogLine(const CalendarTime& time, const LogCategory& category, int32_t level,
                       const char* format, va_list arguments) {
   LogLine line;
@@ -66,6 +94,8 @@ LogLine FormatLogLine(const CalendarTime& time, const LogCategory& category, int
   const int messageLength =
       std::vsnprintf(message.data(), message.size(), stripped.data(), arguments);
   if (messageLength < 0) return line;
+  const auto kept = std::min(static_cast<size_t>(messageLength), message.size() - 1);
+  MakePrintable({message.data(), kept});
 
   char stamp[32];
   std::snprintf(stamp, sizeof stamp, "%04u-%02u-%02u %02u:%02u:%02u.%03u",
@@ -76,7 +106,7 @@ LogLine FormatLogLine(const CalendarTime& time, const LogCategory& category, int
   const int length =
       std::snprintf(line.text.data(), line.text.size(), "[%s %s:%s:%s] %.*s\r\n", stamp,
                     TextOr(category.subsystem, "?"), TextOr(category.category, "?"),
-                    LevelWord(level), std::min(messageLength, 1023), message.data());
+                    LevelWord(level), static_cast<int>(kept), message.data());
   if (length >= 1) line.length = std::min(static_cast<size_t>(length), line.text.size() - 1);
   return line;
 }

@@ -6,10 +6,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
-#include "platform/system.h"
+#include "platform/calendar.h"
 #include "support/plugin_log.h"
 
 namespace Veldrift {
@@ -18,7 +19,13 @@ namespace Veldrift {
 // directly behind a percent sign; one without its closing brace swallows the rest.
 std::array<char, 1024> StripAnnotations(const char* format);
 
-// "[time subsystem:category:LEVEL] message\r\n", NUL-terminated, in a buffer of its own.
+// Puts a question mark in the place of each control character, so that a text that a stranger
+// supplied can't begin a line or move a terminal's cursor, and of each byte that isn't UTF-8, so
+// that the log stays a text to those who read it. Changes no length and allocates nothing.
+void MakePrintable(std::span<char> text);
+
+// "[time subsystem:category:LEVEL] message\r\n", NUL-terminated, in a buffer of its own; the
+// message is made printable, so that this is one line.
 struct LogLine {
   std::array<char, 1280> text;
   size_t length = 0;  // 0: it couldn't be formatted

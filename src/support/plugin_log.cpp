@@ -2,7 +2,9 @@
 
 #include <cstdarg>
 
+#include "platform/calendar.h"
 #include "platform/mutex.h"
+#include "platform/system.h"
 #include "support/log_line.h"
 #include "support/paths.h"
 
@@ -29,7 +31,8 @@ void PluginLog(const LogCategory& category, LogLevel level, const char* format, 
   if (level < minimumLevel) return;
   va_list arguments;
   va_start(arguments, format);
-  const LogLine line = FormatLogLine(GetLocalCalendarTime(), category, level, format, arguments);
+  const LogLine line =
+      FormatLogLine(LocalTime(WallClockMillis()), category, level, format, arguments);
   va_end(arguments);
   if (line.length == 0) return;
   WriteToDebugger(line.text.data());

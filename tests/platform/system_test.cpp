@@ -50,14 +50,6 @@ TEST(System, ThreadsHaveNumbersOfTheirOwn) {
   EXPECT_EQ(ThreadNumber(), mine);
 }
 
-TEST(System, TheLocalTimeIsAPlausibleOne) {
-  const CalendarTime now = GetLocalCalendarTime();
-  EXPECT_GE(now.year, 2024);
-  EXPECT_TRUE(now.month >= 1 && now.month <= 12);
-  EXPECT_TRUE(now.day >= 1 && now.day <= 31);
-  EXPECT_TRUE(now.millisecond >= 0 && now.millisecond <= 999);
-}
-
 TEST(System, OpenFilesAndThreadsAreCounted) {
   const ScratchFolder folder;
   std::thread([] {}).join();  // the first one may bring helpers of the system's own

@@ -42,13 +42,6 @@ TEST(DebugTopicSelection, ListsKeysInAnyCaseBetweenCommas) {
   }
 }
 
-TEST(DebugTopicLine, ItsTimeIsUtcWithTheMillisecondsCut) {
-  const auto second = std::chrono::system_clock::time_point(std::chrono::seconds(1'772'368'205));
-  EXPECT_EQ(UtcStamp(second + milliseconds(123)), "2026-03-01T12:30:05.123Z");
-  EXPECT_EQ(UtcStamp(second + std::chrono::microseconds(999'999)), "2026-03-01T12:30:05.999Z");
-  EXPECT_EQ(UtcStamp(second), "2026-03-01T12:30:05.000Z");
-}
-
 TEST(DebugTopicLine, ItsThreadIsTheHashOfTheNumbersBytes) {
   EXPECT_EQ(ThreadHash(0), 5558979605539197941u);
   EXPECT_EQ(ThreadHash(1), 12478008331234465636u);

@@ -66,6 +66,30 @@ TEST(LogLine, ALongMessageIsCutAndKeepsItsEndOfLine) {
             kHead + std::string(1023, 'm') + "\r\n");
 }
 
+TEST(LogLine, WhatIsNotATextIsReplacedByteForByte) {
+  const struct {
+    const char* message;
+    const char* printed;
+  } kCases[] = {
+      {"a\r\n[2026 b\tc\x1B[2J\x7F", "a??[2026 b?c?[2J?"},
+      {"gr\xC3\xBCn \xE2\x86\x92 \xF0\x9F\x8E\xA5", "gr\xC3\xBCn \xE2\x86\x92 \xF0\x9F\x8E\xA5"},
+      {"\xFF\xFE stranger", "?? stranger"},
+      {"\xC2\x85 \xC2\x9B", "?? ??"},                 // control characters above ASCII
+      {"\xC0\x8A \xE0\x80\x8A", "?? ???"},            // a line feed, longer than need be
+      {"\xED\xA0\x80 \xF4\x90\x80\x80", "??? ????"},  // no characters
+      {"cut \xE2\x86", "cut ??"},
+      {"\xE2\x86z \x86", "??z ?"},
+  };
+  for (const auto& [message, printed] : kCases) {
+    EXPECT_EQ(Text(Format(kCategory, kLogInfo, "%s", message)),
+              std::string(kHead) + printed + "\r\n");
+  }
+  // The cut leaves half a character.
+  const std::string full = std::string(1022, 'm') + "\xC3\xBC";
+  EXPECT_EQ(Text(Format(kCategory, kLogInfo, "%s", full.c_str())),
+            kHead + std::string(1022, 'm') + "?\r\n");
+}
+
 TEST(LogLine, ALineBeyondItsBufferIsCutAndStaysAText) {
   const std::string subsystem(1500, 's');
   const LogLine line = Format({subsystem.c_str(), "demo"}, kLogInfo, "gone");

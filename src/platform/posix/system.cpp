@@ -1,14 +1,16 @@
 #include "platform/system.h"
 
 #include <sys/random.h>
-#include <sys/time.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <thread>
 
+#include "platform/calendar.h"
 #include "platform/folders.h"
 
 namespace Veldrift {
@@ -55,19 +57,23 @@ std::optional<std::array<uint8_t, 16>> CreateUuid() {
 
 uint32_t ThreadNumber() { return static_cast<uint32_t>(gettid()); }
 
-CalendarTime GetLocalCalendarTime() {
-  timeval now{};
-  gettimeofday(&now, nullptr);
+CalendarTime LocalTime(int64_t wallClockMillis) {
+  // The division must round down before 1970 too, as the milliseconds are above it.
+  const auto time =
+      std::chrono::floor<std::chrono::seconds>(std::chrono::milliseconds(wallClockMillis));
+  const auto seconds = static_cast<time_t>(time.count());
   tm parts{};
-  localtime_r(&now.tv_sec, &parts);
-  return {parts.tm_year + 1900,
-          parts.tm_mon + 1,
-          parts.tm_mday,
-          parts.tm_hour,
-          parts.tm_min,
-          parts.tm_sec,
-          static_cast<int>(now.tv_usec / 1000)};
+  localtime_r(&seconds, &parts);
+  return {.year = parts.tm_year + 1900,
+          .month = parts.tm_mon + 1,
+          .day = parts.tm_mday,
+          .hour = parts.tm_hour,
+          .minute = parts.tm_min,
+          .second = parts.tm_sec,
+          .millisecond = static_cast<int>(wallClockMillis - time.count() * 1'000)};
 }
+
+void SleepNanos(int64_t nanos) { std::this_thread::sleep_for(std::chrono::nanoseconds(nanos)); }
 
 void WriteToDebugger(const char*) {}
 

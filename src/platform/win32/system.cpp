@@ -7,6 +7,9 @@
 #include <rpc.h>
 #include <shlobj.h>
 
+#include <algorithm>
+
+#include "platform/calendar.h"
 #include "platform/file.h"
 #include "platform/folders.h"
 
@@ -83,10 +86,25 @@ std::optional<std::array<uint8_t, 16>> CreateUuid() {
 
 uint32_t ThreadNumber() { return GetCurrentThreadId(); }
 
-CalendarTime GetLocalCalendarTime() {
-  SYSTEMTIME now{};
-  GetLocalTime(&now);
-  return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
+CalendarTime LocalTime(int64_t wallClockMillis) {
+  // File times count units of 100 ns from the beginning of 1601.
+  constexpr int64_t kUnitsPerMilli = 10'000;
+  constexpr int64_t kMillisBefore1970 = 11'644'473'600'000;
+  const auto units = static_cast<uint64_t>((wallClockMillis + kMillisBefore1970) * kUnitsPerMilli);
+  const FILETIME utc{static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+  FILETIME local{};
+  SYSTEMTIME parts{};
+  FileTimeToLocalFileTime(&utc, &local);
+  FileTimeToSystemTime(&local, &parts);
+  return {parts.wYear,   parts.wMonth,  parts.wDay,         parts.wHour,
+          parts.wMinute, parts.wSecond, parts.wMilliseconds};
+}
+
+// The standard library's sleep cuts to whole milliseconds here: one below that would be none.
+void SleepNanos(int64_t nanos) {
+  constexpr int64_t kNanosPerMilli = 1'000'000;
+  const int64_t millis = (std::max<int64_t>(nanos, 0) + kNanosPerMilli - 1) / kNanosPerMilli;
+  Sleep(static_cast<DWORD>(std::min<int64_t>(millis, INFINITE - 1)));
 }
 
 void WriteToDebugger(const char* line) { OutputDebugStringA(line); }
