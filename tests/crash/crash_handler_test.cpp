@@ -1,13 +1,16 @@
 // Children that really die, and what they leave behind.
 #include "support/crash_handler.h"
 
+#include <barrier>
 #include <cstdio>
 #include <regex>
+#include <thread>
 
 #include "session/host_interface.h"
 #include "support/paths.h"
 #include "tests/crash/crash_fixture.h"
 #include "tests/crash/deaths.h"
+#include "tests/crash/instructions.h"
 #include "tools/platform/module_loader.h"
 #include "tools/platform/this_process.h"
 
@@ -131,6 +134,33 @@ TEST_F(CrashHandler, OtherExceptionsPassWithoutALine) {
   EXPECT_EQ(Count(LogOf(folder), "crash handler installed"), 1u);
   EXPECT_EQ(FaultLines(folder), 0u) << LogOf(folder);
   EXPECT_TRUE(Dumps(folder).empty());
+}
+
+// ---- Many at once -------------------------------------------------------------------------------
+
+TEST_F(CrashHandler, DISABLED_DiesOnManyThreads) {
+  if (DetailOfChild() == "earlier handler") InstallEarlierHandler();
+  InstallInChild();
+  std::barrier together(8);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&together] {
+      together.arrive_and_wait();
+      StoreAtAddressEight();
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+TEST_F(CrashHandler, OfManyThreadsThatCrashTogetherOneLeavesAWholeDump) {
+  const Death& death = *DeathOf("access violation");
+  for (const char* detail : {"earlier handler", "none", "earlier handler", "none"}) {
+    const ScratchFolder folder;
+    const End end = Run(folder, "CrashHandler.DISABLED_DiesOnManyThreads", detail);
+    EXPECT_TRUE(end.exitCode == kEarlierExit || end.killedBy == death.killedBy) << end.exitCode;
+    EXPECT_GE(FaultLines(folder), 1u) << LogOf(folder);
+    ExpectDump(Dumps(folder), end.process, death);
+  }
 }
 
 // ---- The module ---------------------------------------------------------------------------------

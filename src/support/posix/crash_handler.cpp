@@ -1,5 +1,5 @@
 // Everything from OnSignal down runs in a signal handler, anywhere in anybody's code: no
-// allocation, no lock, no stdio. Texts are put together in SignalText and written with write(); a
+// allocation, no lock, no stdio. Texts are put together in FixedText and written with write(); a
 // module is found by _dl_find_object, which the C library made for this place. The unwinder behind
 // backtrace() is the one part that may itself run into trouble, so it comes last in the dump.
 #include <dlfcn.h>
@@ -19,11 +19,14 @@
 #include <ctime>
 #include <string>
 
+#include "platform/calendar.h"
 #include "platform/file.h"
 #include "platform/system.h"
 #include "support/crash_handler_system.h"
+#include "support/fault_line.h"
+#include "support/fixed_text.h"
 #include "support/paths.h"
-#include "support/posix/signal_text.h"
+#include "support/report_turn.h"
 
 namespace Veldrift {
 namespace {
@@ -53,7 +56,6 @@ constexpr size_t kAlternateStackBytes = 256 * 1024;
 constexpr size_t kPathSize = 2048;
 constexpr int kMostFrames = 64;
 constexpr mode_t kOwnerOnly = 0600;
-constexpr mode_t kByUmask = 0666;
 
 // What a crash needs and can't ask for any more, worked out at installation. Plain data: nothing
 // of it is destroyed while a crash may still come.
@@ -81,43 +83,23 @@ struct Crash {
     return static_cast<uint64_t>(context->uc_mcontext.gregs[index]);
   }
   uint64_t Instruction() const { return Register(REG_RIP); }
+  FixedText InstructionText() const { return FixedText().AddAddress(Instruction()); }
   // By the processor, at an instruction, and not sent by a program.
   bool IsFault() const { return info->si_code > 0; }
 };
 
-CalendarTime LocalTime() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return CalendarTimeOf(now.tv_sec + surroundings.utcOffset,
-                        static_cast<int>(now.tv_nsec / 1'000'000));
+CalendarTime PreparedLocalTime() {
+  return UtcTime(WallClockMillis() + surroundings.utcOffset * 1'000);
 }
 
-// ---- One report at a time -----------------------------------------------------------------------
+ReportTurn turn;
 
-// The thread that is writing a report; 0: none; kNoMore: a report crashed, so that none is tried
-// any more.
-constexpr pid_t kNoMore = -1;
-std::atomic<pid_t> reporting = 0;
-
-// False: there shall be no report. Threads that crash together report one after the other; one
-// that has waited too long goes without.
 bool BeginReport() {
-  constexpr int kMostWaits = 2000;
-  constexpr timespec kWait{0, 1'000'000};
-  const pid_t self = gettid();
-  for (int waits = 0; waits < kMostWaits; ++waits) {
-    pid_t current = 0;
-    if (reporting.compare_exchange_strong(current, self)) return true;
-    if (current == self) reporting = kNoMore;
-    if (current == self || current == kNoMore) return false;
-    nanosleep(&kWait, nullptr);
-  }
-  return false;
-}
-
-void EndReport() {
-  pid_t self = gettid();
-  reporting.compare_exchange_strong(self, 0);
+  constexpr int kMostPauses = 2000;
+  return turn.Begin(static_cast<uint32_t>(gettid()), kMostPauses, [] {
+    constexpr timespec kPause{0, 1'000'000};
+    nanosleep(&kPause, nullptr);
+  });
 }
 
 // ---- Writing ------------------------------------------------------------------------------------
@@ -136,32 +118,36 @@ bool IsInModule(uint64_t address) {
   return _dl_find_object(reinterpret_cast<void*>(address), &found) == 0;
 }
 
-// "module+0x12", or "?+0x0" for an address in no module.
-void AddPlace(SignalText& text, uint64_t address) {
+// Which module holds an address, and where in it.
+struct CodePlace {
+  const char* module = "?";
+  uint64_t offset = 0;
+};
+
+CodePlace FindPlace(uint64_t address) {
   dl_find_object found{};
-  if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0) {
-    text.Add("?+0x0");
-    return;
-  }
+  if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0) return {};
   const char* path = found.dlfo_link_map->l_name;
   if (*path == '\0') path = surroundings.executable;
   const char* slash = std::strrchr(path, '/');
-  text.Add(slash == nullptr ? path : slash + 1).Add("+");
-  text.AddAddress(address - reinterpret_cast<uint64_t>(found.dlfo_map_start));
+  return {slash == nullptr ? path : slash + 1,
+          address - reinterpret_cast<uint64_t>(found.dlfo_map_start)};
 }
 
-// The line that PluginLog would write. It takes no part in the log's rotation.
+// "module+0x12", or "?+0x0" for an address in no module.
+void AddPlace(FixedText& text, uint64_t address) {
+  const CodePlace place = FindPlace(address);
+  text.Add(place.module).Add("+").AddAddress(place.offset);
+}
+
 void WriteLogLine(const Crash& crash) {
-  SignalText line;
-  line.Add("[").AddTime(crash.time, '-', ' ', ':').Add(".");
-  line.AddDecimal(static_cast<uint64_t>(crash.time.millisecond), 3).Add(" ");
-  line.Add(kCrashLog.subsystem).Add(":").Add(kCrashLog.category).Add(":FAULT] ");
-  line.Add("[VEH] fatal exception code=0x");
-  line.AddUpperCaseHex(static_cast<uint64_t>(crash.signal), 8);
-  line.Add(" addr=").AddAddress(crash.Instruction()).Add(" module=");
-  AddPlace(line, crash.Instruction());
-  line.Add(" tid=").AddDecimal(static_cast<uint64_t>(gettid())).Add("\r\n");
-  const int file = open(surroundings.log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kByUmask);
+  const CodePlace place = FindPlace(crash.Instruction());
+  const FixedText line = FormatFaultLine(crash.time, {.code = static_cast<uint64_t>(crash.signal),
+                                                      .address = crash.InstructionText(),
+                                                      .module = place.module,
+                                                      .offset = place.offset,
+                                                      .thread = static_cast<uint64_t>(gettid())});
+  const int file = open(surroundings.log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kOwnerOnly);
   if (file < 0) return;
   WriteText(file, line.View());
   close(file);
@@ -175,7 +161,7 @@ const char* NameOf(int signal) {
 }
 
 void WriteHead(int file, const Crash& crash) {
-  SignalText text;
+  FixedText text;
   text.Add("Veldrift crash dump, ").AddTime(crash.time, '-', ' ', ':').Add("\n");
   text.Add("process ").AddDecimal(static_cast<uint64_t>(getpid())).Add(" ");
   text.Add(surroundings.executable).Add(", thread ");
@@ -195,7 +181,7 @@ void WriteHead(int file, const Crash& crash) {
 void WriteRegisters(int file, const Crash& crash) {
   WriteText(file, "\nregisters\n");
   for (const auto& known : kRegisters) {
-    SignalText text;
+    FixedText text;
     text.Add(known.name).Add(" 0x").AddHex(crash.Register(known.index), 16).Add("\n");
     WriteText(file, text.View());
   }
@@ -214,7 +200,7 @@ void WriteMaps(int file) {
 }
 
 void WriteFrame(int file, int number, uint64_t address) {
-  SignalText text;
+  FixedText text;
   text.Add("#").AddDecimal(static_cast<uint64_t>(number)).Add(" ").AddAddress(address);
   AddPlace(text.Add(" "), address);
   WriteText(file, text.Add("\n").View());
@@ -257,7 +243,7 @@ void WriteBackTrace(int file, const Crash& crash) {
 void WriteDump(const Crash& crash) {
   mkdir(surroundings.folder, 0777);
   mkdir(surroundings.crashes, 0777);
-  SignalText name;
+  FixedText name;
   name.AddTime(crash.time, '-', '_', '-').Add("_");
   name.AddDecimal(static_cast<uint64_t>(getpid())).Add(".txt");
   const int folder = open(surroundings.crashes, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -323,14 +309,14 @@ void OnSignal(int signal, siginfo_t* info, void* context) {
   const int error = errno;
   const bool reports = BeginReport();
   if (reports) {
-    const Crash crash{signal, info, static_cast<const ucontext_t*>(context), LocalTime()};
+    const Crash crash{signal, info, static_cast<const ucontext_t*>(context), PreparedLocalTime()};
     WriteLogLine(crash);
     WriteDump(crash);
   }
   const Next next = WhatFollows(signal, info);
   // While the process ends, no other thread may begin a report, which would replace this one by
   // half of its own.
-  if (reports && next != Next::EndByDefault) EndReport();
+  if (reports && next != Next::EndByDefault) turn.End(static_cast<uint32_t>(gettid()));
   errno = error;
   if (next == Next::EarlierHandler) CallEarlierHandler(signal, info, context);
   if (next == Next::EndByDefault) EndByDefault(signal, info);

@@ -3,14 +3,11 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <barrier>
 #include <regex>
-#include <thread>
 #include <vector>
 
 #include "support/crash_handler.h"
 #include "support/paths.h"
-#include "support/posix/signal_text.h"
 #include "tests/crash/crash_fixture.h"
 #include "tests/crash/deaths.h"
 #include "tests/crash/instructions.h"
@@ -120,32 +117,7 @@ TEST_F(PosixCrashHandler, ACrashInTheReportKeepsWhatIsWrittenAndEndsTheProcess) 
   EXPECT_TRUE(dump.ends_with("\nback-trace\n")) << dump;
 }
 
-// ---- Many at once ----------------------------------------------------------------------------
-
-TEST_F(PosixCrashHandler, DISABLED_DiesOnManyThreads) {
-  InstallInChild();
-  std::barrier together(8);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&together] {
-      together.arrive_and_wait();
-      StoreAtAddressEight();
-    });
-  }
-  for (auto& thread : threads) thread.join();
-}
-
-TEST_F(PosixCrashHandler, OfManyThreadsThatCrashTogetherOneLeavesAWholeDump) {
-  for (int turn = 0; turn < 5; ++turn) {
-    const ScratchFolder folder;
-    EXPECT_EQ(Run(folder, "PosixCrashHandler.DISABLED_DiesOnManyThreads").killedBy,
-              uint32_t{SIGSEGV});
-    EXPECT_EQ(FaultLines(folder), 1u) << LogOf(folder);
-    EXPECT_TRUE(OnlyDump(folder).ends_with("\nend\n")) << OnlyDump(folder);
-  }
-}
-
-// ---- The text -----------------------------------------------------------------------------------
+// ---- The time -----------------------------------------------------------------------------------
 
 TEST_F(PosixCrashHandler, DISABLED_DiesFarFromGreenwich) {
   InstallInChild();
@@ -164,25 +136,6 @@ TEST_F(PosixCrashHandler, ItsLineHasTheLogsLocalTime) {
   }
   ASSERT_EQ(minutes.size(), 3u) << log;
   EXPECT_LE((minutes[2] - minutes[0] + 1440) % 1440, 1) << log;
-}
-
-TEST(SignalText, TimesAreThoseOfTheCalendar) {
-  const auto text = [](int64_t seconds) {
-    return std::string(SignalText().AddTime(CalendarTimeOf(seconds, 0), '-', '_', '.').View());
-  };
-  EXPECT_EQ(text(0), "1970-01-01_00.00.00");
-  EXPECT_EQ(text(951'782'400), "2000-02-29_00.00.00");
-  EXPECT_EQ(text(1'767'225'599), "2025-12-31_23.59.59");
-}
-
-TEST(SignalText, NumbersArePaddedAndLongTextsCut) {
-  SignalText text;
-  text.AddDecimal(7, 3).Add(" ").AddDecimal(UINT64_MAX).Add(" ").AddUpperCaseHex(0xABC, 8);
-  text.Add(" ").AddAddress(0).Add(" ").AddAddress(UINT64_MAX);
-  EXPECT_EQ(text.View(), "007 18446744073709551615 00000ABC 0x0 0xffffffffffffffff");
-  text.Add(std::string(600, 'x'));
-  EXPECT_EQ(text.View().size(), 511u);
-  EXPECT_EQ(std::string(text.CString()).size(), 511u);
 }
 
 }  // namespace

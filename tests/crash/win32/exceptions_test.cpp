@@ -1,5 +1,6 @@
 // What is the Windows handler's own: what goes to the debugger's channel, and the answers of its
 // two parts.
+#include "platform/win32/handle.h"
 #include "platform/win32/windows_headers.h"
 
 #include <cstdlib>
@@ -75,12 +76,16 @@ __attribute__((noinline)) int Descend(int depth) {
   return Descend(depth + 1) + room[0];
 }
 
+// On a thread of its own: where there is no room for anything Wine ends the thread, and not the
+// process, whose other threads would live on.
 TEST_F(WindowsCrashHandler, DISABLED_OverflowsItsStack) {
   PrepareToDie();
   UseFoldersUnder(ChildFolder());
   InstallCrashHandler();
   PluginLog({"com.example", "demo"}, kLogInfo, "about to descend");
-  PluginLog({"com.example", "demo"}, kLogInfo, "came back from %d", Descend(0));
+  const auto descend = [](void*) -> DWORD { return static_cast<DWORD>(Descend(0)); };
+  const Handle thread(CreateThread(nullptr, 0, descend, nullptr, 0, nullptr));
+  WaitForSingleObject(thread.Get(), INFINITE);
 }
 
 // What is left of the stack varies by system: whether there is a dump isn't asked here.
@@ -88,6 +93,67 @@ TEST_F(WindowsCrashHandler, AStackThatReallyRanOverLeavesTheLogAlone) {
   const ScratchFolder folder;
   Run(folder, "WindowsCrashHandler.DISABLED_OverflowsItsStack");
   EXPECT_TRUE(LogOf(folder).ends_with("about to descend\r\n")) << LogOf(folder);
+}
+
+// The stack is nearly used up, as it is when the system raises this by itself: a dump that was
+// written there would run over it.
+constexpr size_t kRoomLeft = 24 * 1024;
+[[gnu::noinline]] int DescendAndRaise(const char* bottom) {
+  char room[1024];
+  asm volatile("" ::"r"(room) : "memory");
+  if (room > bottom + kRoomLeft) return DescendAndRaise(bottom) + room[0];
+  RaiseException(EXCEPTION_STACK_OVERFLOW, 0, 0, nullptr);
+  return room[0];
+}
+
+DWORD WINAPI RunOutOfStack(void*) {
+  ULONG_PTR low = 0, high = 0;
+  GetCurrentThreadStackLimits(&low, &high);
+  return static_cast<DWORD>(DescendAndRaise(reinterpret_cast<const char*>(low)));
+}
+
+TEST_F(WindowsCrashHandler, DISABLED_DiesWithLittleStackLeft) {
+  PrepareToDie();
+  UseFoldersUnder(ChildFolder());
+  InstallCrashHandler();
+  const Handle thread(CreateThread(nullptr, 1 << 20, RunOutOfStack, nullptr, 0, nullptr));
+  WaitForSingleObject(thread.Get(), INFINITE);
+}
+
+TEST_F(WindowsCrashHandler, AStackOverflowIsDumpedFromAnotherStack) {
+  const ScratchFolder folder;
+  EXPECT_EQ(Run(folder, "WindowsCrashHandler.DISABLED_DiesWithLittleStackLeft").killedBy,
+            0xC00000FDu);
+  for (const Death& death : Deaths()) {
+    if (std::string(death.name) != "stack overflow") continue;
+    EXPECT_EQ(FaultOfDump(OnlyDump(folder), death), "");
+  }
+}
+
+// ---- A crash in the dump ------------------------------------------------------------------------
+
+// Gives the installed filter a context that can't be read.
+TEST_F(WindowsCrashHandler, DISABLED_DiesInItsDump) {
+  InstallEarlierHandler();
+  PrepareToDie();
+  UseFoldersUnder(ChildFolder());
+  InstallCrashHandler();
+  const LPTOP_LEVEL_EXCEPTION_FILTER filter = SetUnhandledExceptionFilter(nullptr);
+  SetUnhandledExceptionFilter(filter);
+  EXCEPTION_RECORD record{};
+  record.ExceptionCode = std::strtoul(DetailOfChild().c_str(), nullptr, 16);
+  EXCEPTION_POINTERS exception{&record, reinterpret_cast<CONTEXT*>(8)};
+  filter(&exception);
+}
+
+TEST_F(WindowsCrashHandler, ACrashInTheDumpGoesToTheEarlierHandler) {
+  for (const char* code : {"C0000005", "C00000FD"}) {
+    const ScratchFolder folder;
+    EXPECT_EQ(Run(folder, "WindowsCrashHandler.DISABLED_DiesInItsDump", code).exitCode,
+              kEarlierExit);
+    EXPECT_EQ(FaultLines(folder), 1u) << code << LogOf(folder);
+    EXPECT_EQ(Dumps(folder).size(), 1u);
+  }
 }
 
 // ---- Answers ------------------------------------------------------------------------------------
