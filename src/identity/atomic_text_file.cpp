@@ -7,22 +7,33 @@
 namespace Veldrift {
 namespace {
 
-constexpr int kReadAttempts = 5;
-constexpr int64_t kReadPauseNanos = 5 * kNanosPerMilli;
+constexpr int kAttempts = 5;
+constexpr int64_t kPauseNanos = 5 * kNanosPerMilli;
+
+// False: `attempt` was in vain each time.
+template <typename Attempt>
+bool Try(Clock& clock, Attempt&& attempt) {
+  for (int count = 1; !attempt(); ++count) {
+    if (count == kAttempts) return false;
+    clock.SleepFor(kPauseNanos);
+  }
+  return true;
+}
 
 }  // namespace
 
-std::optional<std::string> ReadTextFile(const std::filesystem::path& path, Clock& clock) {
-  for (int attempt = 1;; ++attempt) {
-    auto text = ReadWholeFile(path);
-    if (!text || !text->empty()) return text;
-    if (attempt == kReadAttempts) return std::nullopt;
-    clock.SleepFor(kReadPauseNanos);
-  }
+TextFile ReadTextFile(const std::filesystem::path& path, std::string& text, Clock& clock) {
+  ReadResult result = ReadResult::Failed;
+  Try(clock, [&] {
+    result = ReadWholeFile(path, text);
+    return result == ReadResult::NotFound || !text.empty();
+  });
+  if (result == ReadResult::Failed) return TextFile::Unreadable;
+  return text.empty() ? TextFile::Missing : TextFile::Read;
 }
 
 bool ReplaceTextFile(const std::filesystem::path& path, std::string_view text,
-                     const TextFileWriter& writer) {
+                     const TextFileWriter& writer, Clock& clock) {
   std::filesystem::path temporary = path;
   temporary += ".tmp";
   const auto written = WriteWholeFile(temporary, text);
@@ -36,7 +47,7 @@ bool ReplaceTextFile(const std::filesystem::path& path, std::string_view text,
     return false;
   }
   std::string error;
-  if (ReplaceFile(temporary, path, error)) return true;
+  if (Try(clock, [&] { return ReplaceFile(temporary, path, error); })) return true;
   PluginLog(writer.category, kLogError, "%s: rename(%{public}s -> %{public}s) failed: %{public}s",
             writer.prefix, PathText(temporary).c_str(), PathText(path).c_str(), error.c_str());
   std::error_code ignored;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,9 +11,16 @@
 
 namespace Veldrift {
 
-// The file's text. A reader can meet the file in the instant of its replacement, so an empty one is
-// read again, 5 times in all and 5 ms apart. Nothing: there is no file, or it stayed empty.
-std::optional<std::string> ReadTextFile(const std::filesystem::path& path, Clock& clock);
+enum class TextFile {
+  Read,
+  Missing,     // there is no file, or it stayed empty
+  Unreadable,  // it is there, or may be: who takes it for missing and writes, destroys it
+};
+
+// The file's text, empty but for Read. A reader can meet the file in the instant of its
+// replacement, or while another program holds it: an empty or unreadable one is read again, 5 times
+// in all and 5 ms apart.
+TextFile ReadTextFile(const std::filesystem::path& path, std::string& text, Clock& clock);
 
 // Who writes, in the log lines of failures: the category, and what the texts begin with.
 struct TextFileWriter {
@@ -22,9 +28,10 @@ struct TextFileWriter {
   const char* prefix;
 };
 
-// Writes the text beside the file, with ".tmp" appended to its name, and moves that over the file.
-// False: it failed, which is logged, and the file is what it was.
+// Writes the text beside the file, with ".tmp" appended to its name, and moves that over the file;
+// the move is tried 5 times, 5 ms apart, since a file that is just being read can't be replaced on
+// some systems. False: it failed, which is logged, and the file is what it was.
 bool ReplaceTextFile(const std::filesystem::path& path, std::string_view text,
-                     const TextFileWriter& writer);
+                     const TextFileWriter& writer, Clock& clock);
 
 }  // namespace Veldrift

@@ -27,31 +27,29 @@ struct Flags {
 
 const char* FlagText(bool value) { return value ? "true" : "false"; }
 
-bool ReadIdentityFile(std::string& text) VD_REQUIRES(identityMutex) {
-  auto found = ReadTextFile(GetAppSupportDir() / kFileName, SystemClock());
-  if (!found) return false;
-  text = std::move(*found);
-  return true;
-}
+// What the file says, with defaults for what it doesn't say.
+struct Contents {
+  TextFile file = TextFile::Missing;
+  InstallIdentity identity;
+  Flags flags;
 
-bool ReadIdentity(InstallIdentity& identity) VD_REQUIRES(identityMutex) {
-  std::string text;
-  if (!ReadIdentityFile(text)) return false;
-  identity.id = ExtractJsonString(text, kIdKey);
-  identity.name = ExtractJsonString(text, kNameKey);
-  return !identity.id.empty();
-}
+  bool HasIdentity() const { return !identity.id.empty(); }
+};
 
 // Each switch has only one exact text that moves it from its default.
-Flags ReadFlags() VD_REQUIRES(identityMutex) {
+Contents ReadContents() VD_REQUIRES(identityMutex) {
   std::string text;
-  if (!ReadIdentityFile(text)) return {};
-  return {.discoverable = ExtractJsonString(text, kDiscoverableKey) != "false",
-          .enableAsyncHwEncoders = ExtractJsonString(text, kAsyncKey) == "true"};
+  Contents contents;
+  contents.file = ReadTextFile(GetAppSupportDir() / kFileName, text, SystemClock());
+  contents.identity = {ExtractJsonString(text, kIdKey), ExtractJsonString(text, kNameKey)};
+  contents.flags = {.discoverable = ExtractJsonString(text, kDiscoverableKey) != "false",
+                    .enableAsyncHwEncoders = ExtractJsonString(text, kAsyncKey) == "true"};
+  return contents;
 }
 
 bool WriteIdentityFile(const std::string& text) VD_REQUIRES(identityMutex) {
-  return ReplaceTextFile(GetAppSupportDir() / kFileName, text, {kLog, "write identity"});
+  return ReplaceTextFile(GetAppSupportDir() / kFileName, text, {kLog, "write identity"},
+                         SystemClock());
 }
 
 bool Write(const InstallIdentity& identity, const Flags& flags) VD_REQUIRES(identityMutex) {
@@ -62,20 +60,40 @@ bool Write(const InstallIdentity& identity, const Flags& flags) VD_REQUIRES(iden
                            JsonMember(kAsyncKey, FlagText(flags.enableAsyncHwEncoders)) + "}\n");
 }
 
-bool SaveIdentity(const InstallIdentity& identity) VD_REQUIRES(identityMutex) {
-  return Write(identity, ReadFlags());
+// What was never read isn't written over: the installation would lose its identity to a moment in
+// which another program held the file.
+bool Save(const Contents& contents) VD_REQUIRES(identityMutex) {
+  if (contents.file != TextFile::Unreadable) return Write(contents.identity, contents.flags);
+  PluginLog(kLog, kLogError, "write identity: %{public}s can't be read and stays as it is",
+            kFileName);
+  return false;
+}
+
+// One for the whole process, where the file can't be read: what is advertised and what the pairing
+// code shows must agree.
+const std::string& StandInId() VD_REQUIRES(identityMutex) {
+  static const std::string id = MakeUuid();
+  return id;
+}
+
+// An identity in place of what the file lacks. False: it lacked nothing.
+bool Complete(Contents& contents) VD_REQUIRES(identityMutex) {
+  const bool complete = contents.HasIdentity() && !contents.identity.name.empty();
+  if (!contents.HasIdentity()) {
+    contents.identity.id = contents.file == TextFile::Unreadable ? StandInId() : MakeUuid();
+  }
+  if (contents.identity.name.empty()) contents.identity.name = GetHostComputerName();
+  return !complete;
 }
 
 // Rewrites the file with one switch changed, and logs `key` with its new value, whether or not the
 // write succeeded.
 void SetFlag(bool Flags::*flag, const char* key, bool value) VD_EXCLUDES(identityMutex) {
   MutexLock lock(identityMutex);
-  InstallIdentity identity;
-  if (!ReadIdentity(identity)) identity.id = MakeUuid();
-  if (identity.name.empty()) identity.name = GetHostComputerName();
-  Flags flags = ReadFlags();
-  flags.*flag = value;
-  Write(identity, flags);
+  Contents contents = ReadContents();
+  Complete(contents);
+  contents.flags.*flag = value;
+  Save(contents);
   PluginLog(kLog, kLogInfo, "%s=%{public}s", key, FlagText(value));
 }
 
@@ -83,28 +101,27 @@ void SetFlag(bool Flags::*flag, const char* key, bool value) VD_EXCLUDES(identit
 
 InstallIdentity LoadOrCreateInstallIdentity() {
   MutexLock lock(identityMutex);
-  InstallIdentity identity;
-  if (ReadIdentity(identity)) {
-    if (!identity.name.empty()) return identity;
-    identity.name = GetHostComputerName();
-    SaveIdentity(identity);
-    return identity;
+  Contents contents = ReadContents();
+  const bool created = !contents.HasIdentity();
+  if (!Complete(contents)) return contents.identity;
+  // A file without an id has no name of ours either.
+  if (created) contents.identity.name = GetHostComputerName();
+  Save(contents);
+  if (created && contents.file != TextFile::Unreadable) {
+    PluginLog(kLog, kLogInfo, "install identity created id=%{public}s name=%{public}s",
+              contents.identity.id.c_str(), contents.identity.name.c_str());
   }
-  identity = {MakeUuid(), GetHostComputerName()};
-  SaveIdentity(identity);
-  PluginLog(kLog, kLogInfo, "install identity created id=%{public}s name=%{public}s",
-            identity.id.c_str(), identity.name.c_str());
-  return identity;
+  return contents.identity;
 }
 
 bool IsDiscoverable() {
   MutexLock lock(identityMutex);
-  return ReadFlags().discoverable;
+  return ReadContents().flags.discoverable;
 }
 
 bool IsAsyncHwEncodersEnabled() {
   MutexLock lock(identityMutex);
-  return ReadFlags().enableAsyncHwEncoders;
+  return ReadContents().flags.enableAsyncHwEncoders;
 }
 
 void SetDiscoverable(bool value) { SetFlag(&Flags::discoverable, kDiscoverableKey, value); }
@@ -115,10 +132,10 @@ void SetEnableAsyncHwEncoders(bool value) {
 
 void SetDisplayName(const std::string& name) {
   MutexLock lock(identityMutex);
-  InstallIdentity identity;
-  if (!ReadIdentity(identity)) return;
-  identity.name = name;
-  SaveIdentity(identity);
+  Contents contents = ReadContents();
+  if (!contents.HasIdentity()) return;
+  contents.identity.name = name;
+  Save(contents);
 }
 
 }  // namespace Veldrift

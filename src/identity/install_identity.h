@@ -1,6 +1,7 @@
 // By what phones recognise this installation, and the user's two switches: `install.json` in the
 // application support folder. Nothing is kept in memory: every question reads the file, every
-// change replaces it.
+// change replaces it. A file that is there and can't be read counts as one with the defaults, and
+// is never written over: the session goes on under an identity of this process alone.
 //
 // Threads: any thread; one mutex for all operations. Two processes are kept apart by the file's
 // replacement in one step only: of two changes in the same instant one can be lost.

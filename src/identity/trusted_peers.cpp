@@ -4,6 +4,7 @@
 
 #include "identity/atomic_text_file.h"
 #include "identity/trusted_peers_text.h"
+#include "platform/file.h"
 #include "platform/mutex.h"
 #include "support/paths.h"
 #include "support/plugin_log.h"
@@ -19,13 +20,29 @@ std::filesystem::path TrustedFile() {
   return GetAppSupportDir() / PerHostFileName(DetectHostApplication(), "trusted", ".json");
 }
 
-std::vector<TrustedPeer> ReadTrustedFile() VD_REQUIRES(trustedMutex) {
-  return ParseTrustedPeers(ReadTextFile(TrustedFile(), SystemClock()).value_or(""));
+// Without a file the list is empty, and with one that can't be read too; which of both, `file`
+// tells.
+std::vector<TrustedPeer> ReadTrustedFile(TextFile& file) VD_REQUIRES(trustedMutex) {
+  std::string text;
+  file = ReadTextFile(TrustedFile(), text, SystemClock());
+  return ParseTrustedPeers(text);
 }
 
-bool WriteTrustedFile(const std::vector<TrustedPeer>& peers) VD_REQUIRES(trustedMutex) {
+std::vector<TrustedPeer> ReadTrustedFile() VD_REQUIRES(trustedMutex) {
+  TextFile ignored{};
+  return ReadTrustedFile(ignored);
+}
+
+// A list that was never read isn't written over by the one phone that is known at the moment.
+bool WriteTrustedFile(const std::vector<TrustedPeer>& peers, TextFile file)
+    VD_REQUIRES(trustedMutex) {
+  if (file == TextFile::Unreadable) {
+    PluginLog(kLog, kLogError, "write: %{public}s can't be read and stays as it is",
+              PathText(TrustedFile()).c_str());
+    return false;
+  }
   EnsureAppSupportDir();
-  return ReplaceTextFile(TrustedFile(), FormatTrustedPeers(peers), {kLog, "write"});
+  return ReplaceTextFile(TrustedFile(), FormatTrustedPeers(peers), {kLog, "write"}, SystemClock());
 }
 
 std::vector<TrustedPeer>::iterator FindById(std::vector<TrustedPeer>& peers,
@@ -53,7 +70,8 @@ std::vector<TrustedPeer> ListTrustedPeers() {
 void AddOrUpdateTrustedPeer(const TrustedPeer& peer) {
   if (peer.id.empty()) return;
   MutexLock lock(trustedMutex);
-  auto peers = ReadTrustedFile();
+  TextFile file{};
+  auto peers = ReadTrustedFile(file);
   const auto found = FindById(peers, peer.id);
   const bool known = found != peers.end();
   if (known) {
@@ -61,7 +79,7 @@ void AddOrUpdateTrustedPeer(const TrustedPeer& peer) {
   } else {
     peers.push_back(peer);
   }
-  if (!WriteTrustedFile(peers)) return;
+  if (!WriteTrustedFile(peers, file)) return;
   PluginLog(kLog, kLogInfo, "%{public}s peer id=%{public}s name=%{public}s",
             known ? "updated" : "added", peer.id.c_str(), peer.name.c_str());
 }
@@ -69,9 +87,10 @@ void AddOrUpdateTrustedPeer(const TrustedPeer& peer) {
 void RemoveTrustedPeer(const std::string& id) {
   if (id.empty()) return;
   MutexLock lock(trustedMutex);
-  auto peers = ReadTrustedFile();
+  TextFile file{};
+  auto peers = ReadTrustedFile(file);
   if (std::erase_if(peers, [&](const TrustedPeer& peer) { return peer.id == id; }) == 0) return;
-  WriteTrustedFile(peers);
+  WriteTrustedFile(peers, file);
   PluginLog(kLog, kLogInfo, "removed peer id=%{public}s", id.c_str());
 }
 

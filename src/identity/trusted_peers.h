@@ -1,6 +1,7 @@
 // The phones that come back without a code: one file per host application in the application
 // support folder (`trusted.json`, "trusted-ae.json", ...), a JSON array on one line. Nothing is
-// kept in memory: every operation reads the file anew.
+// kept in memory: every operation reads the file anew. One that is there and can't be read counts
+// as an empty list, and is never written over.
 //
 // Threads: any thread; one mutex for all operations.
 #pragma once

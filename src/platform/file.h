@@ -14,7 +14,15 @@ namespace Veldrift {
 std::string PathText(const std::filesystem::path& path);
 std::filesystem::path PathFromText(std::string_view utf8);
 
-// The whole file, empty for an empty file; nothing if it can't be opened.
+enum class ReadResult {
+  Read,
+  NotFound,  // there is no file of this name
+  Failed,    // there may be one, but it can't be opened or read to its end
+};
+
+// The whole file in `text`, empty for an empty file; empty too if it wasn't read.
+ReadResult ReadWholeFile(const std::filesystem::path& path, std::string& text);
+// The same, for whom it is enough that there is nothing to read.
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& path);
 
 enum class WriteResult { Written, OpenFailed, WriteFailed };

@@ -105,11 +105,26 @@ TEST_F(InstallIdentityFile, ThatIsBrokenIsMadeAnew) {
 }
 
 TEST_F(InstallIdentityFile, ThatCannotBeWrittenStillGivesAnIdentity) {
-  Obstruct("install.json");
+  EnsureAppSupportDir();
+  std::filesystem::create_directories(File("install.json.tmp"));
   EXPECT_EQ(LoadOrCreateInstallIdentity().id.size(), 36u);
   SetDiscoverable(false);
-  EXPECT_EQ(CountInPluginLog(":installid:ERROR] write identity: rename("), 2u);
+  EXPECT_EQ(CountInPluginLog(":installid:ERROR] write identity: open("), 2u);
   EXPECT_EQ(CountInPluginLog("discoverable=false"), 1u);
+}
+
+TEST_F(InstallIdentityFile, ThatCannotBeReadIsLeftAsItIs) {
+  Obstruct("install.json");
+  const InstallIdentity first = LoadOrCreateInstallIdentity();
+  EXPECT_EQ(first.id.size(), 36u);
+  EXPECT_EQ(LoadOrCreateInstallIdentity().id, first.id) << "the process needs one identity";
+  SetDiscoverable(false);
+  SetDisplayName("another");
+  EXPECT_TRUE(IsDiscoverable());
+  EXPECT_TRUE(std::filesystem::exists(File("install.json") / "in the way"));
+  EXPECT_FALSE(std::filesystem::exists(File("install.json.tmp")));
+  EXPECT_EQ(CountInPluginLog("install identity created"), 0u);
+  EXPECT_EQ(CountInPluginLog("can't be read and stays as it is"), 3u);
 }
 
 TEST_F(InstallIdentityFile, ThreadsDoNotLoseEachOthersChanges) {

@@ -105,10 +105,30 @@ TEST_F(TrustedPeersFile, AnIncompletePeerIsGoneWithTheNextWrite) {
 }
 
 TEST_F(TrustedPeersFile, AFailedWriteIsLoggedOnceAndAddsNobody) {
+  EnsureAppSupportDir();
+  std::filesystem::create_directories(File(std::string(kFile) + ".tmp"));
+  AddOrUpdateTrustedPeer(kA);
+  EXPECT_EQ(CountInPluginLog(":trusted:ERROR] write: open("), 1u);
+  EXPECT_EQ(CountInPluginLog("added peer"), 0u);
+}
+
+TEST_F(TrustedPeersFile, ThatCannotBeReadIsNotWrittenOver) {
   Obstruct(kFile);
   AddOrUpdateTrustedPeer(kA);
-  EXPECT_EQ(CountInPluginLog(":trusted:ERROR] write: rename("), 1u);
+  RemoveTrustedPeer(kA.id);
+  EXPECT_TRUE(ListTrustedPeers().empty());
+  EXPECT_TRUE(std::filesystem::exists(File(kFile) / "in the way"));
+  EXPECT_EQ(CountInPluginLog("can't be read and stays as it is"), 1u);
   EXPECT_EQ(CountInPluginLog("added peer"), 0u);
+}
+
+TEST_F(TrustedPeersFile, APhonesNameWritesNoLineIntoTheLog) {
+  TrustedPeer forger = kA;
+  forger.name = "x\r\n[2026-03-01 10:00:00.000 com.ombrette.veldrift:network:INFO] pair: ";
+  AddOrUpdateTrustedPeer(forger);
+  EXPECT_EQ(CountInPluginLog("\n[2026-03-01 10:00:00.000"), 0u);
+  EXPECT_EQ(CountInPluginLog("name=x??[2026-03-01 10:00:00.000"), 1u);
+  EXPECT_EQ(FindTrustedPeer(kA.id), forger) << "the file keeps the name as it is";
 }
 
 }  // namespace

@@ -31,6 +31,17 @@ TEST_F(Files, AnEmptyFileIsNotAMissingOne) {
   EXPECT_EQ(ReadWholeFile(In("empty")), "");
 }
 
+// A folder stands for what is there and can't be read.
+TEST_F(Files, WhatCannotBeReadIsNotMissing) {
+  std::string text = "before";
+  EXPECT_EQ(ReadWholeFile(In("missing"), text), ReadResult::NotFound);
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(ReadWholeFile(In("no folder") / "missing", text), ReadResult::NotFound);
+  std::filesystem::create_directories(In("folder"));
+  EXPECT_EQ(ReadWholeFile(In("folder"), text), ReadResult::Failed);
+  EXPECT_EQ(ReadWholeFile(In("folder")), std::nullopt);
+}
+
 TEST_F(Files, WritingTruncatesAndTellsWhenItCannotOpen) {
   WriteWholeFile(In("f"), "long text");
   ASSERT_EQ(WriteWholeFile(In("f"), "short"), WriteResult::Written);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <string>
 #include <string_view>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "tests/support/child.h"
+#include "tests/support/scratch.h"
 #include "tools/platform/client_sockets.h"
 
 namespace Veldrift {
@@ -199,6 +202,24 @@ TEST_F(StreamSockets, TheLayerLastsUntilItsLastUser) {
   { SocketLayer another; }
   Connect(near_, far_);
   EXPECT_EQ(Send(*near_, "x"), StreamSocket::SendResult::Sent);
+}
+
+// A host starts programs of its own, which may outlive it.
+TEST_F(StreamSockets, AProgramThatWasStartedMeanwhileHoldsNoneOfThem) {
+  const ScratchFolder folder;
+  const auto child = StartChild("ChildProcess.DISABLED_NeverEnds", folder.Path());
+  ASSERT_NE(child, nullptr);
+  while (!std::filesystem::exists(folder.Path() / "running")) std::this_thread::yield();
+  const uint16_t port = listener_->Port();
+  listener_.reset();
+  far_.reset();
+  auto received = std::async(std::launch::async, [&] { return Receive(*near_, 9); });
+  const auto status = received.wait_for(std::chrono::nanoseconds(kPatience));
+  EXPECT_EQ(status, std::future_status::ready) << "the child holds the connection";
+  if (status != std::future_status::ready) near_->Disconnect();
+  EXPECT_EQ(received.get(), "closed");
+  near_.reset();
+  EXPECT_EQ(ConnectTcp({kLoopback, port}, 0, kPatience), nullptr) << "the child holds the port";
 }
 
 TEST(TcpPortInUse, SeesAListenerAndNotWhatIsGone) {

@@ -11,9 +11,8 @@
 namespace Veldrift {
 namespace {
 
-// The persistent files hold secrets of their user.
+// The persistent files hold secrets of their user, and the log the codes of pairings.
 constexpr mode_t kOwnerOnly = 0600;
-constexpr mode_t kByUmask = 0666;
 
 Descriptor Open(const std::filesystem::path& path, int flags, mode_t mode) {
   int number = -1;
@@ -39,15 +38,21 @@ std::string PathText(const std::filesystem::path& path) { return path.native(); 
 
 std::filesystem::path PathFromText(std::string_view utf8) { return utf8; }
 
-std::optional<std::string> ReadWholeFile(const std::filesystem::path& path) {
+ReadResult ReadWholeFile(const std::filesystem::path& path, std::string& text) {
+  text.clear();
   const Descriptor file = Open(path, O_RDONLY, 0);
-  if (!file) return std::nullopt;
-  std::string text;
+  if (!file) {
+    return errno == ENOENT || errno == ENOTDIR ? ReadResult::NotFound : ReadResult::Failed;
+  }
   char block[4096];
   for (;;) {
     const ssize_t count = read(file.Get(), block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return text;
+    if (count == 0) return ReadResult::Read;
+    if (count < 0) {
+      text.clear();
+      return ReadResult::Failed;
+    }
     text.append(block, static_cast<size_t>(count));
   }
 }
@@ -68,7 +73,7 @@ bool ReplaceFile(const std::filesystem::path& from, const std::filesystem::path&
 }
 
 bool AppendToFile(const std::filesystem::path& path, std::string_view bytes) {
-  const Descriptor file = Open(path, O_WRONLY | O_CREAT | O_APPEND, kByUmask);
+  const Descriptor file = Open(path, O_WRONLY | O_CREAT | O_APPEND, kOwnerOnly);
   if (!file) return false;
   [[maybe_unused]] const ssize_t ignored = write(file.Get(), bytes.data(), bytes.size());
   return true;

@@ -17,7 +17,9 @@ class WinDatagramSocket final : public DatagramSocket {
                              static_cast<int>(bytes.size()), 0,
                              reinterpret_cast<const sockaddr*>(&address), sizeof address);
     if (count >= 0) return SendResult::Sent;
-    return WSAGetLastError() == WSAEWOULDBLOCK ? SendResult::BufferFull : SendResult::Failed;
+    const int error = WSAGetLastError();
+    const bool full = error == WSAEWOULDBLOCK || error == WSAENOBUFS;
+    return full ? SendResult::BufferFull : SendResult::Failed;
   }
 
   std::ptrdiff_t Receive(std::span<std::byte> buffer, int64_t timeoutNanos) override {

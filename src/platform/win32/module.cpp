@@ -1,6 +1,6 @@
 #include "platform/module.h"
 
-#include "platform/win32/windows_headers.h"
+#include "platform/win32/this_module.h"
 
 namespace Veldrift {
 
@@ -9,17 +9,19 @@ void* FindLoadedSymbol(const std::string& fileName, const char* symbol) {
   return module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, symbol));
 }
 
-bool PinThisModule() {
-  const auto* here = reinterpret_cast<const char*>(&PinThisModule);
+HINSTANCE ThisModule() {
   HMODULE module = nullptr;
-  if (!GetModuleHandleExA(
-          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          here, &module)) {
-    return false;
-  }
-  if (module == GetModuleHandleW(nullptr)) return true;
-  return GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
-                            here, &module) != 0;
+  GetModuleHandleExW(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      reinterpret_cast<const wchar_t*>(&ThisModule), &module);
+  return module;
+}
+
+bool PinThisModule() {
+  if (ThisModule() == GetModuleHandleW(nullptr)) return true;
+  HMODULE module = nullptr;
+  return GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                            reinterpret_cast<const wchar_t*>(&ThisModule), &module) != 0;
 }
 
 }  // namespace Veldrift

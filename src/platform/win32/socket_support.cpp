@@ -40,7 +40,14 @@ Ipv4Endpoint FromSystem(const sockaddr_in& address) {
   return {static_cast<uint32_t>(address.sin_addr.s_addr), ntohs(address.sin_port)};
 }
 
-OwnedSocket OpenSocket(int type) { return OwnedSocket(socket(AF_INET, type, 0)); }
+OwnedSocket OpenSocket(int type) {
+  return OwnedSocket(
+      WSASocketW(AF_INET, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT));
+}
+
+void KeepFromChildren(const OwnedSocket& socket) {
+  SetHandleInformation(reinterpret_cast<HANDLE>(socket.Get()), HANDLE_FLAG_INHERIT, 0);
+}
 
 bool Bind(const OwnedSocket& socket, const Ipv4Endpoint& local) {
   const sockaddr_in address = ToSystem(local);

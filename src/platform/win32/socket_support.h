@@ -37,7 +37,11 @@ class OwnedSocket {
 sockaddr_in ToSystem(const Ipv4Endpoint& endpoint);
 Ipv4Endpoint FromSystem(const sockaddr_in& address);
 
+// Processes that the host starts don't inherit it: they would hold the port and the connection of a
+// host that is gone.
 OwnedSocket OpenSocket(int type);
+// The same for an accepted one, which the system makes inheritable whatever its listener is.
+void KeepFromChildren(const OwnedSocket& socket);
 // A datagram socket that doesn't wait, and doesn't fail for a peer that isn't there.
 OwnedSocket OpenDatagram();
 bool Bind(const OwnedSocket& socket, const Ipv4Endpoint& local);

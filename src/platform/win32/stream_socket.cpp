@@ -104,6 +104,7 @@ class WinStreamListener final : public StreamListener {
       Sleep(static_cast<DWORD>(timeoutNanos / 1'000'000));
       return nullptr;
     }
+    KeepFromChildren(accepted);
     SetOption(accepted, IPPROTO_TCP, TCP_NODELAY, 1);
     SetKeepAlive(accepted);
     return MakeStream(std::move(accepted), FromSystem(address));

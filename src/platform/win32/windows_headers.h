@@ -8,8 +8,11 @@
 #include <windows.h>
 #include <ws2tcpip.h>
 
+// Names of ours that the headers rename by macros. A class that one file sees with the macro and
+// another without it would have two names.
 #undef GetComputerName
 #undef ReplaceFile
+#undef SendMessage
 
 #include <string>
 #include <string_view>
