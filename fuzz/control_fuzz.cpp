@@ -17,10 +17,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return true;
   };
   const CommandHandler check = [](uint8_t opcode, std::span<const std::byte> payload) {
-    const PayloadShape* shape = CommandShape(opcode);
-    if (shape == nullptr || payload.size() < shape->headBytes) std::abort();
-    const size_t tail = shape->countedTail ? size_t(payload[shape->headBytes - 1]) : 0;
-    if (payload.size() != shape->headBytes + tail) std::abort();
+    const CommandRow* command = FindCommand(opcode);
+    if (command == nullptr || payload.size() < command->shape.headBytes) std::abort();
+    const size_t head = command->shape.headBytes;
+    const size_t tail = command->shape.countedTail ? size_t(payload[head - 1]) : 0;
+    if (payload.size() != head + tail) std::abort();
   };
   const std::atomic<bool> running{true};
   RunControlReadLoop(read, check, running);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace Veldrift {
 
@@ -58,16 +59,30 @@ inline constexpr uint8_t kAudioState = 0x39;
 // How a message's payload is laid out: `headBytes` first; if `countedTail`, the last byte of the
 // head counts the bytes that follow it.
 struct PayloadShape {
-  uint8_t opcode;
-  uint8_t headBytes;
-  bool countedTail;
-  const char* truncatedHead;  // what the log says when the connection ends inside it; null: no head
-  const char* truncatedTail;
+  uint8_t headBytes = 0;
+  bool countedTail = false;
 };
 
-// The shape of a command of the phone after pairing; null: no such opcode, which ends the
-// connection.
-const PayloadShape* CommandShape(uint8_t opcode);
+// All that is known of one command of the phone after pairing, but what it does.
+struct CommandRow {
+  uint8_t opcode;
+  const char* name;  // as people type it
+  PayloadShape shape;
+  // What the log says when the connection ends inside the payload.
+  const char* truncatedHead = nullptr;
+  const char* truncatedTail = nullptr;
+  // Each instance answers it with kCommandAck.
+  bool acknowledged = false;
+  // Not null: still read and acknowledged, and otherwise ignored. Its former name, for the log; ""
+  // where the log gives the number alone.
+  const char* retired = nullptr;
+};
+
+// Every command, in the order of their opcodes.
+std::span<const CommandRow> Commands();
+
+// Null: no such opcode, which ends the connection.
+const CommandRow* FindCommand(uint8_t opcode);
 
 // The shape of a message to the phone; null: no such opcode.
 const PayloadShape* StatusShape(uint8_t opcode);

@@ -13,19 +13,19 @@ constexpr LogCategory kLog{kLogSubsystem, "network"};
 
 using PayloadBuffer = std::array<std::byte, kMaxControlPayload>;
 
-// Reads the payload of `shape` into `buffer`; its length, or -1 if it was cut off.
-std::ptrdiff_t ReadPayload(const ExactRead& read, const PayloadShape& shape,
+// Reads the command's payload into `buffer`; its length, or -1 if it was cut off.
+std::ptrdiff_t ReadPayload(const ExactRead& read, const CommandRow& command,
                            PayloadBuffer& buffer) {
   const std::span<std::byte> all(buffer);
-  const size_t head = shape.headBytes;
+  const size_t head = command.shape.headBytes;
   if (head == 0) return 0;
   if (!read(all.first(head))) {
-    PluginLog(kLog, kLogInfo, "%s", shape.truncatedHead);
+    PluginLog(kLog, kLogInfo, "%s", command.truncatedHead);
     return -1;
   }
-  const size_t tail = shape.countedTail ? std::to_integer<size_t>(buffer[head - 1]) : 0;
+  const size_t tail = command.shape.countedTail ? std::to_integer<size_t>(buffer[head - 1]) : 0;
   if (tail > 0 && !read(all.subspan(head, tail))) {
-    PluginLog(kLog, kLogInfo, "%s", shape.truncatedTail);
+    PluginLog(kLog, kLogInfo, "%s", command.truncatedTail);
     return -1;
   }
   return std::ptrdiff_t(head + tail);
@@ -43,14 +43,16 @@ void RunControlReadLoop(const ExactRead& read, const CommandHandler& handler,
       return;
     }
     const uint8_t opcode = std::to_integer<uint8_t>(opcodeByte);
-    const PayloadShape* shape = CommandShape(opcode);
-    if (shape == nullptr) {
+    const CommandRow* command = FindCommand(opcode);
+    if (command == nullptr) {
       PluginLog(kLog, kLogInfo, "control: unknown opcode 0x%02x — dropping client", opcode);
       return;
     }
-    const std::ptrdiff_t length = ReadPayload(read, *shape, buffer);
+    const std::ptrdiff_t length = ReadPayload(read, *command, buffer);
     if (length < 0) return;
-    if (handler) handler(opcode, std::span(buffer.data(), size_t(length)));
+    if (!handler) continue;
+    handler(opcode, length == 0 ? std::span<const std::byte>()
+                                : std::span<const std::byte>(buffer.data(), size_t(length)));
   }
 }
 

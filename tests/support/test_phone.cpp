@@ -74,7 +74,7 @@ std::optional<TestPhone::Message> TestPhone::Next() {
   while (Read(opcode, 1)) {
     const PayloadShape* shape = StatusShape(uint8_t(opcode[0]));
     if (shape == nullptr) return std::nullopt;
-    Message message{shape->opcode, {}};
+    Message message{uint8_t(opcode[0]), {}};
     std::string tail;
     if (!Read(message.payload, shape->headBytes)) return std::nullopt;
     if (shape->countedTail && !Read(tail, uint8_t(message.payload.back()))) return std::nullopt;

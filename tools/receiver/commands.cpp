@@ -1,7 +1,6 @@
 #include "tools/receiver/commands.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "net/control_protocol.h"
@@ -10,43 +9,6 @@
 namespace Veldrift {
 
 namespace {
-
-struct NamedOpcode {
-  const char* name;
-  uint8_t opcode;
-};
-constexpr std::array kNames = std::to_array<NamedOpcode>({
-    {"request-idr", kRequestIdr},
-    {"set-bitrate", kSetBitrate},
-    {"receiver-report", kReceiverReport},
-    {"set-gop", kSetGopMode},
-    {"set-codec", kSetCodec},
-    {"set-max-resolution", kSetMaxResolution},
-    {"set-encoder-mode", kSetEncoderMode},
-    {"set-auto-mode", kSetAutoMode},
-    {"set-hard-frame-cap", kSetHardFrameCap},
-    {"set-congestion-controller", kSetCongestionController},
-    {"receiver-report-v2", kReceiverReportV2},
-    {"set-playback-prefer", kSetPlaybackPrefer},
-    {"set-mode", kSetMode},
-    {"set-max-latency", kSetMaxLatency},
-    {"set-engine", kSetEncoderEngine},
-    {"app-telemetry", kAppTelemetry},
-    {"set-transition-mode", kSetTransitionMode},
-    {"settings-snapshot", kAppSettingsSnapshot},
-    {"set-full-quality-when-paused", kSetFullQualityWhenPaused},
-    {"play", 0x20},
-    {"step-forward", 0x21},
-    {"step-back", 0x22},
-    {"jump-forward", 0x23},
-    {"jump-back", 0x24},
-    {"go-to-in", 0x25},
-    {"go-to-out", 0x26},
-    {"shuttle-back", 0x27},
-    {"shuttle-stop", 0x28},
-    {"shuttle-forward", 0x29},
-    {"test-marker", kTestMarker},
-});
 
 constexpr size_t kLongestText = 255;
 
@@ -86,30 +48,29 @@ Command Counted(uint8_t opcode, std::string_view text) {
 }  // namespace
 
 const char* CommandName(uint8_t opcode) {
-  const auto found = std::ranges::find(kNames, opcode, &NamedOpcode::opcode);
-  return found == kNames.end() ? "unknown" : found->name;
+  const CommandRow* row = FindCommand(opcode);
+  return row == nullptr ? "unknown" : row->name;
 }
 
 std::vector<std::string> CommandNames() {
   std::vector<std::string> names;
-  for (const NamedOpcode& entry : kNames) names.emplace_back(entry.name);
+  for (const CommandRow& row : Commands()) names.emplace_back(row.name);
   return names;
 }
 
 std::optional<Command> ParseCommand(std::string_view text, std::string& error) {
   const size_t equals = text.find('=');
   const std::string_view name = text.substr(0, equals);
-  const auto found =
-      std::ranges::find_if(kNames, [&](const NamedOpcode& entry) { return entry.name == name; });
-  if (found == kNames.end()) {
+  const auto row =
+      std::ranges::find_if(Commands(), [&](const CommandRow& one) { return one.name == name; });
+  if (row == Commands().end()) {
     error = "there is no command " + std::string(name);
     return std::nullopt;
   }
-  const PayloadShape& shape = *CommandShape(found->opcode);
-  Command command{found->opcode, std::vector<std::byte>(shape.headBytes)};
+  Command command{row->opcode, std::vector<std::byte>(row->shape.headBytes)};
   if (equals != text.npos) {
     auto payload = ParseHex(text.substr(equals + 1));
-    if (!payload || !Fits(shape, *payload)) {
+    if (!payload || !Fits(row->shape, *payload)) {
       error = std::string(name) + " can't have the payload " + std::string(text.substr(equals + 1));
       return std::nullopt;
     }
