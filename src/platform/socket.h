@@ -87,23 +87,40 @@ class StreamListener {
 // with the reason in ErrorText.
 std::unique_ptr<StreamListener> ListenTcp(uint16_t port, uint32_t address = 0);
 
-// A datagram socket whose sending never waits. Not thread-safe but for Send, which the system
+// A datagram socket whose sending never waits. Not thread-safe but for sending, which the system
 // serialises; one thread receives.
 class DatagramSocket {
  public:
   enum class SendResult { Sent, BufferFull, Failed };
 
+  // Where a datagram is put, and what came.
+  struct Slot {
+    std::span<std::byte> buffer;
+    size_t length = 0;  // cut to the buffer
+    Ipv4Endpoint from;
+  };
+
   virtual ~DatagramSocket() = default;
 
-  // Sends `bytes` as one datagram to `to`: whole or not at all. BufferFull: the kernel's queue is
-  // full and nothing was sent. Failed: see ErrorText.
-  [[nodiscard]] virtual SendResult Send(std::span<const std::byte> bytes,
-                                        const Ipv4Endpoint& to) = 0;
+  // Sends each of `datagrams` as one datagram to `to`, in order, each whole or not at all, in as
+  // few system calls as the system has. `sent` tells how many went out. Fewer than all: why the
+  // next one didn't; BufferFull: the kernel's queue is full; Failed: see ErrorText.
+  [[nodiscard]] virtual SendResult SendMany(std::span<const std::span<const std::byte>> datagrams,
+                                            const Ipv4Endpoint& to, size_t& sent) = 0;
 
-  // Waits up to `timeoutNanos` for a datagram and answers its length, cut to the buffer; below 0
-  // when none came.
-  [[nodiscard]] virtual std::ptrdiff_t Receive(std::span<std::byte> buffer,
-                                               int64_t timeoutNanos) = 0;
+  // Waits up to `timeoutNanos` for a datagram, and answers how many slots were filled: what is
+  // there already comes along. 0: none came.
+  [[nodiscard]] virtual size_t ReceiveMany(std::span<Slot> slots, int64_t timeoutNanos) = 0;
+
+  [[nodiscard]] SendResult Send(std::span<const std::byte> bytes, const Ipv4Endpoint& to) {
+    size_t sent = 0;
+    return SendMany({&bytes, 1}, to, sent);
+  }
+  // The length of one datagram, below 0 when none came.
+  [[nodiscard]] std::ptrdiff_t Receive(std::span<std::byte> buffer, int64_t timeoutNanos) {
+    Slot slot{buffer, 0, {}};
+    return ReceiveMany({&slot, 1}, timeoutNanos) == 0 ? -1 : std::ptrdiff_t(slot.length);
+  }
 
   virtual int64_t Number() const = 0;
   virtual uint16_t Port() const = 0;

@@ -40,6 +40,38 @@ class DatagramSockets : public testing::Test {
   std::unique_ptr<DatagramSocket> sender_;
 };
 
+TEST_F(DatagramSockets, ManyGoOutInOrderAndComeInTogetherWithTheirSender) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < 100; ++i) texts.push_back("datagram " + std::to_string(i));
+  texts[70] = std::string(70'000, 'x');  // no system takes this one
+  std::vector<std::span<const std::byte>> all;
+  for (const std::string& text : texts) all.push_back(std::as_bytes(std::span(text)));
+  const Ipv4Endpoint to{kLoopback, receiver_->Port()};
+  size_t sent = 0;
+  EXPECT_EQ(sender_->SendMany(all, to, sent), DatagramSocket::SendResult::Failed);
+  EXPECT_EQ(sent, 70U);
+  EXPECT_EQ(sender_->SendMany(std::span(all).subspan(71), to, sent),
+            DatagramSocket::SendResult::Sent);
+  EXPECT_EQ(sent, 29U);
+
+  texts.erase(texts.begin() + 70);
+  std::vector<std::vector<std::byte>> buffers(7, std::vector<std::byte>(64));
+  std::vector<DatagramSocket::Slot> slots;
+  for (std::vector<std::byte>& buffer : buffers) slots.push_back({buffer, 0, {}});
+  size_t at = 0;
+  while (at < texts.size()) {
+    const size_t count = receiver_->ReceiveMany(slots, kPatience);
+    ASSERT_GT(count, 0U);
+    for (size_t i = 0; i < count; ++i, ++at) {
+      EXPECT_EQ(std::string(reinterpret_cast<const char*>(slots[i].buffer.data()), slots[i].length),
+                texts[at]);
+      EXPECT_EQ(slots[i].from.address, kLoopback);
+      EXPECT_EQ(slots[i].from.port, sender_->Port());
+    }
+  }
+  EXPECT_EQ(receiver_->ReceiveMany(slots, kMoment), 0U);
+}
+
 TEST_F(DatagramSockets, EachDatagramArrivesAloneAndCutToTheBuffer) {
   ASSERT_EQ(Send("first"), DatagramSocket::SendResult::Sent);
   ASSERT_EQ(Send(""), DatagramSocket::SendResult::Sent);

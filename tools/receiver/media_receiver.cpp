@@ -1,7 +1,7 @@
 #include "tools/receiver/media_receiver.h"
 
-#include <array>
 #include <utility>
+#include <vector>
 
 #include "support/clock.h"
 #include "tools/platform/client_sockets.h"
@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kReceiveBufferBytes = 8 << 20;
 constexpr int64_t kSliceNs = 10 * kNanosPerMilli;       // also how soon a waiting frame is given up
+constexpr size_t kBatch = 32;                           // datagrams taken in one go
 constexpr size_t kBufferBytes = kMaxDatagramBytes + 1;  // one more, to see a longer one
 
 // A port that can't be bound on an address that can is somebody else's.
@@ -64,11 +65,17 @@ class MediaReceiver::Stream {
   }
 
   void Run(const std::atomic<bool>& running) {
-    std::array<std::byte, kBufferBytes> buffer;
+    std::vector<std::byte> memory(kBatch * kBufferBytes);
+    std::vector<DatagramSocket::Slot> slots(kBatch);
+    for (size_t i = 0; i < kBatch; ++i) {
+      slots[i].buffer = std::span(memory).subspan(i * kBufferBytes, kBufferBytes);
+    }
     while (running) {
-      const std::ptrdiff_t length = socket_->Receive(buffer, kSliceNs);
+      const size_t count = socket_->ReceiveMany(slots, kSliceNs);
       nowNs_ = SteadyNanos();
-      if (length >= 0) PassOn(std::span(buffer).first(size_t(length)));
+      for (const DatagramSocket::Slot& slot : std::span(slots).first(count)) {
+        PassOn(slot.buffer.first(slot.length));
+      }
       assembler_.Poll(nowNs_);
       if (nowNs_ - publishedNs_ >= kSliceNs) Publish();
     }

@@ -11,23 +11,26 @@ class WinDatagramSocket final : public DatagramSocket {
  public:
   explicit WinDatagramSocket(OwnedSocket socket) : socket_(std::move(socket)) {}
 
-  SendResult Send(std::span<const std::byte> bytes, const Ipv4Endpoint& to) override {
+  SendResult SendMany(std::span<const std::span<const std::byte>> datagrams, const Ipv4Endpoint& to,
+                      size_t& sent) override {
     const sockaddr_in address = ToSystem(to);
-    const int count = sendto(socket_.Get(), reinterpret_cast<const char*>(bytes.data()),
-                             static_cast<int>(bytes.size()), 0,
-                             reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    if (count >= 0) return SendResult::Sent;
-    const int error = WSAGetLastError();
-    const bool full = error == WSAEWOULDBLOCK || error == WSAENOBUFS;
-    return full ? SendResult::BufferFull : SendResult::Failed;
+    for (sent = 0; sent < datagrams.size(); ++sent) {
+      const std::span<const std::byte> bytes = datagrams[sent];
+      const int count = sendto(socket_.Get(), reinterpret_cast<const char*>(bytes.data()),
+                               static_cast<int>(bytes.size()), 0,
+                               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      if (count >= 0) continue;
+      const int error = WSAGetLastError();
+      const bool full = error == WSAEWOULDBLOCK || error == WSAENOBUFS;
+      return full ? SendResult::BufferFull : SendResult::Failed;
+    }
+    return SendResult::Sent;
   }
 
-  std::ptrdiff_t Receive(std::span<std::byte> buffer, int64_t timeoutNanos) override {
-    if (!WaitFor(socket_, WaitKind::Reading, timeoutNanos)) return -1;
-    const int count = recv(socket_.Get(), reinterpret_cast<char*>(buffer.data()),
-                           static_cast<int>(buffer.size()), 0);
-    // A datagram that doesn't fit is an error here, but its beginning is in the buffer.
-    if (count < 0 && WSAGetLastError() == WSAEMSGSIZE) return std::ssize(buffer);
+  size_t ReceiveMany(std::span<Slot> slots, int64_t timeoutNanos) override {
+    if (slots.empty() || !WaitFor(socket_, WaitKind::Reading, timeoutNanos)) return 0;
+    size_t count = 0;
+    while (count < slots.size() && Take(slots[count])) ++count;
     return count;
   }
 
@@ -35,6 +38,19 @@ class WinDatagramSocket final : public DatagramSocket {
   uint16_t Port() const override { return LocalPort(socket_); }
 
  private:
+  bool Take(Slot& slot) {
+    sockaddr_in from{};
+    int fromBytes = sizeof from;
+    const int count = recvfrom(socket_.Get(), reinterpret_cast<char*>(slot.buffer.data()),
+                               static_cast<int>(slot.buffer.size()), 0,
+                               reinterpret_cast<sockaddr*>(&from), &fromBytes);
+    // A datagram that doesn't fit is an error here, but its beginning is in the buffer.
+    if (count < 0 && WSAGetLastError() != WSAEMSGSIZE) return false;
+    slot.length = count < 0 ? slot.buffer.size() : static_cast<size_t>(count);
+    slot.from = FromSystem(from);
+    return true;
+  }
+
   const OwnedSocket socket_;
 };
 
