@@ -9,6 +9,7 @@
 
 #include "net/media_datagram.h"
 #include "net/pacer.h"
+#include "tests/support/one_by_one.h"
 #include "tools/platform/this_process.h"
 
 namespace Veldrift {
@@ -59,11 +60,11 @@ void BM_Pacer(benchmark::State& state) {
     std::atomic<size_t> sentCount{0}, queued{0};
     Pacer pacer;
     pacer.SetBitrate(rate);
-    const auto send = [&](std::span<const std::byte> bytes) {
+    const auto send = OneByOne([&](std::span<const std::byte> bytes) {
       sent.push_back({SteadyNanos(), bytes.size()});
       ++sentCount;
       return true;
-    };
+    });
     const double cpuBefore = ProcessCpuSeconds();
     const int64_t start = SteadyNanos();
     pacer.Start(send, send);

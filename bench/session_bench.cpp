@@ -16,7 +16,6 @@
 #include "support/paths.h"
 #include "tests/support/scratch.h"
 #include "tests/support/test_phone.h"
-#include "tests/support/transport_probe.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/receive_stats.h"
 
@@ -69,7 +68,6 @@ class Session {
  public:
   explicit Session(size_t accessUnitBytes,
                    const std::optional<std::string>& address = std::string(kReceiver)) {
-    TransportProbe::ChoosePort(shared_, 0);
     shared_.SetPairingDialogFactory(ShowTo(shown_));
     SessionServices services{shared_};
     services.createDefaultEncoder = [accessUnitBytes] {
@@ -77,7 +75,7 @@ class Session {
     };
     instance_ = std::make_unique<TransmitInstance>(&kSuites, std::move(services));
     instance_->Start();
-    if (address) TransportProbe::AssumePeer(shared_, *ParseAddress(*address));
+    if (address) phone_ = PairPhone(*address);
   }
   ~Session() {
     instance_.reset();
@@ -99,8 +97,9 @@ class Session {
   ScratchHome home_;
   SocketLayer sockets_;
   const std::shared_ptr<ShownCode> shown_ = std::make_shared<ShownCode>();
-  SharedTransport shared_;
+  SharedTransport shared_{SystemClock(), 0};
   std::unique_ptr<TransmitInstance> instance_;
+  TestPhone phone_{nullptr};  // where the media goes; nobody reads what it is told
 };
 
 void BM_PushVideo(benchmark::State& state) {

@@ -5,7 +5,6 @@
 #include <cwchar>
 #include <utility>
 
-#include "net/control_protocol.h"
 #include "session/host_interface.h"
 #include "session/shared_transport.h"
 #include "session/transmit_instance.h"
@@ -51,6 +50,9 @@ Host::Error WithInstance(const char* role, const Host::InstanceRecord* record, B
     return Host::kNoError;
   });
 }
+
+// A rate as the host gives it, where whole numbers are wanted; what no number holds becomes 0.
+int32_t WholeRate(float rate) { return rate > 0 && rate < float(INT32_MAX) ? int32_t(rate) : 0; }
 
 int64_t LatencyTicks(const Host::InstanceRecord* record, int64_t frames) {
   const int64_t ticks = record != nullptr ? record->ticksPerFrame : 0;
@@ -114,7 +116,7 @@ Host::Error CreateInstance(Host::InstanceRecord* record) {
         auto instance =
             std::make_unique<TransmitInstance>(services, SessionServices{SharedTransport::Get()});
         if (!instance->HasPipeline()) return Host::kErrorUnsupported;
-        instance->Audio().SetAudioFormat(record->sampleRate, record->channels);
+        instance->SetAudioFormat(record->sampleRate, record->channels);
         instance->SetVideoFrameRate(record->ticksPerFrame);
         instance->Start();
         record->slot = instance.release();
@@ -154,7 +156,7 @@ Host::Error QueryAudioMode(const Host::InstanceRecord* record, int32_t index,
         const float rate =
             record != nullptr && record->sampleRate > 0 ? record->sampleRate : kFallbackSampleRate;
         mode->sampleRate = rate;
-        mode->sampleRateInteger = int32_t(rate);
+        mode->sampleRateInteger = WholeRate(rate);
         mode->channelCount = kAudioModeChannels;
         mode->channelLabels[0] = kLeftChannel;
         mode->channelLabels[1] = kRightChannel;
@@ -182,15 +184,22 @@ Host::Error QueryVideoMode(const Host::InstanceRecord* record, int32_t index,
 
 // ---- Playback ----------------------------------------------------------------------------------
 
+// Without a clock the host's playback would stand: it is told.
 Host::Error StartClock(Host::InstanceRecord* record, const Host::ClockRecord* clock) {
-  return WithInstance("StartClock", record, [&](TransmitInstance& instance) {
-    if (clock != nullptr) instance.StartClock(*clock, record->playID);
-  });
+  return Guarded(
+      "StartClock",
+      [&] {
+        TransmitInstance* const instance = InstanceOf(record);
+        if (instance == nullptr || clock == nullptr) return Host::kNoError;
+        return instance->StartClock(*clock, record->playID) ? Host::kNoError
+                                                            : Host::kErrorUnsupported;
+      },
+      Host::kErrorUnsupported);
 }
 
 Host::Error StopClock(Host::InstanceRecord* record) {
   return WithInstance("StopClock", record,
-                      [](TransmitInstance& instance) { instance.Audio().StopClock(); });
+                      [](TransmitInstance& instance) { instance.StopClock(); });
 }
 
 Host::Error PushVideo(Host::InstanceRecord* record, const Host::FrameList* frames) {
@@ -204,19 +213,19 @@ Host::Error StartPushAudio(Host::InstanceRecord* record, Host::AudioStart* start
     if (start != nullptr) start->samplesPerFrame = kSamplesPerFrame;
     PluginLog(kLog, kLogInfo, "StartPushAudio: samplesPerFrame=%d scrubbing=%d", kSamplesPerFrame,
               scrubbing);
-    instance.Audio().UpdateAudioPushState(true, scrubbing != 0);
+    instance.UpdateAudioPushState(true, scrubbing != 0);
   });
 }
 
 Host::Error PushAudio(Host::InstanceRecord* record, const Host::AudioBlock* block) {
   return WithInstance("PushAudio", record,
-                      [&](TransmitInstance& instance) { instance.Audio().PushAudio(block); });
+                      [&](TransmitInstance& instance) { instance.PushAudio(block); });
 }
 
 Host::Error StopPushAudio(Host::InstanceRecord* record) {
   return WithInstance("StopPushAudio", record, [](TransmitInstance& instance) {
     PluginLog(kLog, kLogInfo, "StopPushAudio");
-    instance.Audio().UpdateAudioPushState(false, false);
+    instance.UpdateAudioPushState(false, false);
   });
 }
 
@@ -235,7 +244,6 @@ extern "C" Host::Error xTransmitEntry(void*, int32_t load, void*, Host::Transmit
 }
 
 extern "C" int32_t vd_transmit_publish_playback_state(int32_t state) {
-  return Guarded("publish playback state", [&] {
-    return SharedTransport::Get().SendControlByte(kPlaybackState, state != 0 ? 1 : 0) ? 1 : 0;
-  });
+  return Guarded("publish playback state",
+                 [&] { return SharedTransport::Get().PublishPlaybackState(state != 0) ? 1 : 0; });
 }

@@ -10,7 +10,7 @@ namespace Veldrift {
 namespace {
 constexpr LogCategory kLog{kLogSubsystem, "network"};
 constexpr int64_t kLongestStallNanos = 5 * kNanosPerSecond;
-constexpr size_t kOutboxLimit = 256 * 1024;
+constexpr size_t kOutboxLimit = 4 * 1024 * 1024;  // nobody writes that much in 5 s
 constexpr const char* kStalledText = "the phone has stopped reading";
 }  // namespace
 
@@ -53,14 +53,9 @@ bool ControlConnection::SendMessage(uint8_t opcode, std::span<const std::byte> p
 // `taken` counts the bytes of this message that the kernel took before a failure.
 ControlConnection::WriteResult ControlConnection::Write(std::span<const std::byte> bytes,
                                                         size_t& taken) {
-  while (!outbox_.empty()) {
-    size_t sent = 0;
-    const StreamSocket::SendResult result = socket_->TrySend(outbox_, sent);
-    if (result == StreamSocket::SendResult::Failed) return WriteResult::Failed;
-    if (result == StreamSocket::SendResult::BufferFull) return Queue(bytes);
-    outbox_.erase(outbox_.begin(), outbox_.begin() + std::ptrdiff_t(sent));
-    stalledSinceNanos_ = 0;
-  }
+  const WriteResult before = WriteOutbox();
+  if (before == WriteResult::Failed) return before;
+  if (before == WriteResult::Stalled) return Queue(bytes);
   while (taken < bytes.size()) {
     size_t sent = 0;
     const StreamSocket::SendResult result = socket_->TrySend(bytes.subspan(taken), sent);
@@ -69,6 +64,23 @@ ControlConnection::WriteResult ControlConnection::Write(std::span<const std::byt
     taken += sent;
   }
   return WriteResult::Done;
+}
+
+ControlConnection::WriteResult ControlConnection::WriteOutbox() {
+  while (!outbox_.empty()) {
+    size_t sent = 0;
+    const StreamSocket::SendResult result = socket_->TrySend(outbox_, sent);
+    if (result == StreamSocket::SendResult::Failed) return WriteResult::Failed;
+    if (result == StreamSocket::SendResult::BufferFull) return WriteResult::Stalled;
+    outbox_.erase(outbox_.begin(), outbox_.begin() + std::ptrdiff_t(sent));
+    stalledSinceNanos_ = 0;
+  }
+  return WriteResult::Done;
+}
+
+bool ControlConnection::Flush() {
+  MutexLock lock(sendMutex_);
+  return WriteOutbox() == WriteResult::Stalled;
 }
 
 ControlConnection::WriteResult ControlConnection::Queue(std::span<const std::byte> bytes) {

@@ -13,9 +13,9 @@
 
 namespace Veldrift {
 
-// What the kernel doesn't take at once waits in an outbox and goes out with the next message, at
-// the latest with the next heartbeat. A phone that takes nothing for 5 s, or lets the outbox fill,
-// is gone, and the connection is ended like a broken one. So no caller ever waits for a phone.
+// What the kernel doesn't take at once waits in an outbox and goes out with the next message or
+// Flush. A phone whose send buffer stays full for 5 s, or that lets the outbox fill, is gone, and
+// the connection is ended like a broken one. So no caller ever waits for a phone.
 //
 // Threads: one thread reads; any thread sends, stops or ends it.
 class ControlConnection {
@@ -29,6 +29,9 @@ class ControlConnection {
   // Sends the opcode and its payload as one message. False if the connection is dead.
   [[nodiscard]] bool SendMessage(uint8_t opcode, std::span<const std::byte> payload);
 
+  // Sends of the outbox what the kernel takes now; true if something is left.
+  bool Flush();
+
   // Ends the reading only, so that a reply can still go out.
   void StopReceiving() { socket_->StopReceiving(); }
   void Disconnect() { socket_->Disconnect(); }
@@ -39,6 +42,8 @@ class ControlConnection {
  private:
   enum class WriteResult { Done, Failed, Stalled };
   WriteResult Write(std::span<const std::byte> bytes, size_t& taken) VD_REQUIRES(sendMutex_);
+  // Done only when the outbox is empty; Stalled when it isn't.
+  WriteResult WriteOutbox() VD_REQUIRES(sendMutex_);
   WriteResult Queue(std::span<const std::byte> bytes) VD_REQUIRES(sendMutex_);
 
   const std::unique_ptr<StreamSocket> socket_;

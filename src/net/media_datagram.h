@@ -85,6 +85,13 @@ inline void WriteDatagramHeader(const DatagramHeader& header, std::byte* out) {
 // stream, lengths that don't add up, an index outside the count, parity of another length.
 std::optional<MediaDatagram> ParseDatagram(std::span<const std::byte> bytes);
 
+// Datagrams that may go now, in order; and how many of them, with how many bytes, were taken.
+using Datagrams = std::span<const std::span<const std::byte>>;
+struct DatagramsTaken {
+  size_t count = 0;
+  uint64_t bytes = 0;
+};
+
 // The head of an audio block, its first 8 bytes; float samples follow, interleaved.
 inline constexpr size_t kAudioHeadBytes = 8;
 inline constexpr uint16_t kAudioBitsPerSample = 32;

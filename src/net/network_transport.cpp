@@ -1,5 +1,6 @@
 #include "net/network_transport.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "identity/install_identity.h"
@@ -16,6 +17,7 @@ namespace {
 constexpr LogCategory kLog{kLogSubsystem, "network"};
 constexpr int64_t kAcceptSliceNanos = 100 * kNanosPerMilli;
 constexpr int64_t kTickNanos = kNanosPerSecond;
+constexpr int64_t kFlushNanos = 20 * kNanosPerMilli;
 constexpr int32_t kInactiveTicksToTell = 3;
 constexpr uint32_t kFailuresToAsk = 5;
 
@@ -43,6 +45,13 @@ NetworkTransport::~NetworkTransport() { Stop(); }
 
 void NetworkTransport::StartListening(uint16_t controlPort) {
   if (running_.exchange(true)) return;
+  udpFailures_ = 0;
+  lastServedNanos_ = 0;
+  {
+    MutexLock lock(transmitMutex_);
+    transmitActive_ = false;
+    inactiveTicks_ = 0;
+  }
   PluginLog(kLog, kLogInfo, "StartListening control=:%u video=:%u audio=:%u", controlPort,
             kVideoPort, kAudioPort);
   udpSocket_ = OpenDatagramSender();
@@ -62,27 +71,30 @@ void NetworkTransport::StartAdvertiser(uint16_t controlPort) {
     PluginLog(kLog, kLogInfo, "discoverable=false — skipping mDNS advertisement");
     return;
   }
-  transmitActive_ = AnyInstanceRunning();
-  const ServiceInfo info = MakeServiceInfo();
   advertiser_ = CreateServiceAdvertiser();
   if (!advertiser_) {
     PluginLog(kLog, kLogInfo, "ServiceAdvertiser factory returned null — mDNS skipped");
     return;
   }
-  if (!advertiser_->Start(controlPort, info)) {
+  bool active = false;
+  {
+    MutexLock lock(transmitMutex_);
+    active = transmitActive_ = AnyInstanceRunning();
+  }
+  if (!advertiser_->Start(controlPort, MakeServiceInfo(active))) {
     PluginLog(kLog, kLogError, "ServiceAdvertiser::Start failed — Bonjour discovery disabled");
     advertiser_.reset();
   }
 }
 
 // Hosts on one machine share the identity, and are told apart by a suffix.
-ServiceInfo NetworkTransport::MakeServiceInfo() const {
+ServiceInfo NetworkTransport::MakeServiceInfo(bool transmitActive) const {
   const InstallIdentity identity = LoadOrCreateInstallIdentity();
   const HostTraits& host = TraitsOf(DetectHostApplication());
   ServiceInfo info;
   info.id = *host.suffix == '\0' ? identity.id : identity.id + "-" + host.suffix;
   info.name = identity.name + " — " + host.displayText;
-  info.transmit = transmitActive_ ? 1 : 0;
+  info.transmit = transmitActive ? 1 : 0;
   return info;
 }
 
@@ -130,14 +142,34 @@ void NetworkTransport::AcceptLoop(uint16_t port) {
   PluginLog(kLog, kLogInfo, "Listening on :%u", listener->Port());
   while (running_) {
     std::unique_ptr<StreamSocket> socket = listener->Accept(kAcceptSliceNanos);
-    if (socket && running_) Welcome(std::move(socket));
+    if (!socket || !WaitForTurn()) continue;
+    // What goes wrong with one connection ends that one.
+    RunGuarded(kLog, "a new connection", [&] {
+      const auto newcomer = std::make_shared<ControlConnection>(std::move(socket), clock_);
+      if (!RunGuarded(kLog, "a new connection", [&] { Welcome(newcomer); })) Farewell(newcomer);
+    });
   }
   listeningPort_ = 0;
 }
 
+// Holds the newcomer up until a second has passed since the last one was served, if that one hasn't
+// paired; what it does meanwhile waits in its socket. False if the transport stops.
+bool NetworkTransport::WaitForTurn() {
+  const auto paired = [this] {
+    MutexLock lock(clientMutex_);
+    return lastServedPaired_;
+  };
+  const int64_t turn = lastServedNanos_ + kTickNanos;
+  MutexLock lock(shutdownMutex_);
+  while (running_ && lastServedNanos_ != 0 && !paired() && clock_.NowNanos() < turn) {
+    clock_.WaitUntil(shutdownCv_, lock, turn);
+  }
+  return running_;
+}
+
 // Takes the newcomer in the old client's place, whoever it is.
-void NetworkTransport::Welcome(std::unique_ptr<StreamSocket> socket) {
-  const Connection newcomer = std::make_shared<ControlConnection>(std::move(socket), clock_);
+void NetworkTransport::Welcome(const Connection& newcomer) {
+  lastServedNanos_ = clock_.NowNanos();
   PluginLog(kLog, kLogInfo, "Client connected fd=%lld ip=%{public}s — awaiting ClientHello",
             newcomer->Number(), AddressText(newcomer->Peer().address).c_str());
   Connection old;
@@ -145,6 +177,7 @@ void NetworkTransport::Welcome(std::unique_ptr<StreamSocket> socket) {
     MutexLock lock(clientMutex_);
     if (!running_) return;
     peerKnown_ = false;
+    lastServedPaired_ = false;
     peer_ = newcomer->Peer();
     old = std::exchange(client_, newcomer);
   }
@@ -172,9 +205,10 @@ void NetworkTransport::Serve(const Connection& connection) {
               connection->Number());
   } else if (Admit(connection)) {
     if (callables_.onNewClient) callables_.onNewClient();
-    transmitActive_ = AnyInstanceRunning();
-    inactiveTicks_ = 0;
-    SendTransmitState();
+    {
+      MutexLock lock(transmitMutex_);
+      TellTransmitState(AnyInstanceRunning());
+    }
     RunControlReadLoop(
         [&connection](std::span<std::byte> buffer) { return connection->Receive(buffer); },
         callables_.onCommand, running_);
@@ -184,9 +218,13 @@ void NetworkTransport::Serve(const Connection& connection) {
 // Opens media and status to the connection that has just proved itself; false if another has taken
 // its place meanwhile.
 bool NetworkTransport::Admit(const Connection& connection) {
-  MutexLock lock(clientMutex_);
-  if (client_ != connection) return false;
-  peerKnown_ = true;
+  {
+    MutexLock lock(clientMutex_);
+    if (client_ != connection) return false;
+    peerKnown_ = true;
+    lastServedPaired_ = true;
+  }
+  WakeWaiters();
   return true;
 }
 
@@ -236,11 +274,14 @@ void NetworkTransport::HeartbeatLoop(const Connection& connection) {
             ticks);
 }
 
-// Waits for the tick, or until the connection isn't the client any more; true if it still is.
+// Waits for the tick, or until the connection isn't the client any more; true if it still is. What
+// the phone hasn't taken yet goes out as soon as it reads on.
 bool NetworkTransport::WaitForTick(int64_t tickNanos, const Connection& connection) {
   MutexLock lock(shutdownMutex_);
   while (running_ && IsCurrent(connection) && clock_.NowNanos() < tickNanos) {
-    clock_.WaitUntil(shutdownCv_, lock, tickNanos);
+    int64_t wakeNanos = tickNanos;
+    if (connection->Flush()) wakeNanos = std::min(tickNanos, clock_.NowNanos() + kFlushNanos);
+    clock_.WaitUntil(shutdownCv_, lock, wakeNanos);
   }
   return IsCurrent(connection);
 }
@@ -265,26 +306,26 @@ void NetworkTransport::TransmitStatePollLoop() {
 // Going active is told at once, going inactive after three polls in a row: a short gap in the
 // host's preview doesn't make the phone flicker.
 void NetworkTransport::PollTransmitState() {
+  MutexLock lock(transmitMutex_);
   if (AnyInstanceRunning()) {
     inactiveTicks_ = 0;
     if (transmitActive_) return;
     PluginLog(kLog, kLogInfo, "transmit: edge inactive → active");
-    transmitActive_ = true;
-    SendTransmitState();
+    TellTransmitState(true);
     return;
   }
   if (!transmitActive_) return;
   const int32_t ticks = ++inactiveTicks_;
   if (ticks < kInactiveTicksToTell) return;
   PluginLog(kLog, kLogInfo, "transmit: edge active → inactive after %d ticks", ticks);
-  transmitActive_ = false;
-  inactiveTicks_ = 0;
-  SendTransmitState();
+  TellTransmitState(false);
 }
 
-void NetworkTransport::SendTransmitState() {
-  const std::byte active{transmitActive_ ? uint8_t{1} : uint8_t{0}};
-  (void)SendControl(kTransmitState, {&active, 1});
+void NetworkTransport::TellTransmitState(bool active) {
+  transmitActive_ = active;
+  inactiveTicks_ = 0;
+  const std::byte payload{active ? uint8_t{1} : uint8_t{0}};
+  (void)SendControl(kTransmitState, {&payload, 1});
 }
 
 // ---- Sending -----------------------------------------------------------------------------------
@@ -308,26 +349,31 @@ bool NetworkTransport::SendControl(uint8_t opcode, std::span<const std::byte> pa
   return client->SendMessage(opcode, payload);
 }
 
-bool NetworkTransport::SendDatagram(std::span<const std::byte> bytes, uint16_t port) {
+DatagramsTaken NetworkTransport::SendDatagrams(Datagrams datagrams, uint16_t port) {
+  DatagramsTaken taken;
   const std::optional<uint32_t> address = PairedAddress();
-  if (!address || !udpSocket_) return false;
-  switch (udpSocket_->Send(bytes, {*address, port})) {
-    case DatagramSocket::SendResult::Sent:
-      udpFailures_ = 0;
-      return true;
-    case DatagramSocket::SendResult::BufferFull:
-      PluginLog(kLog, kLogDebug, "UDP drop — kernel buffer full");
-      break;
-    case DatagramSocket::SendResult::Failed:
-      PluginLog(kLog, kLogError, "sendto port=%u failed: %s", port, ErrorText().c_str());
-      break;
+  if (!address || !udpSocket_) return taken;
+  while (!datagrams.empty()) {
+    size_t sent = 0;
+    const DatagramSocket::SendResult result =
+        udpSocket_->SendMany(datagrams, {*address, port}, sent);
+    taken.count += sent;
+    for (const std::span<const std::byte> one : datagrams.first(sent)) taken.bytes += one.size();
+    if (sent > 0) udpFailures_ = 0;
+    if (result == DatagramSocket::SendResult::Sent) break;
+    NoteRefusal(result, port);
+    datagrams = datagrams.subspan(sent + 1);
   }
-  CountSendFailure();
-  return false;
+  return taken;
 }
 
 // Asks for a key frame once a run of failures.
-void NetworkTransport::CountSendFailure() {
+void NetworkTransport::NoteRefusal(DatagramSocket::SendResult result, uint16_t port) {
+  if (result == DatagramSocket::SendResult::BufferFull) {
+    PluginLog(kLog, kLogDebug, "UDP drop — kernel buffer full");
+  } else {
+    PluginLog(kLog, kLogError, "sendto port=%u failed: %s", port, ErrorText().c_str());
+  }
   const uint32_t failures = ++udpFailures_;
   if (failures != kFailuresToAsk || !callables_.onIdrRequest) return;
   PluginLog(kLog, kLogInfo, "UDP: %d consecutive send failures — requesting IDR", int(failures));

@@ -15,6 +15,7 @@
 #include "identity/service_advertiser.h"
 #include "net/control_connection.h"
 #include "net/control_reader.h"
+#include "net/media_datagram.h"
 #include "net/pairing_dialog.h"
 #include "platform/mutex.h"
 #include "platform/socket.h"
@@ -30,6 +31,9 @@ struct TransportCallables {
   Veldrift::PairingDialogFactory createPairingDialog;
 };
 
+// One attempt a second is all that protects a pairing code of six digits: behind a connection that
+// didn't pair, the next one is served 1 s after it was.
+//
 // A later connection replaces an earlier one, whether or not it can pair: from its first moment no
 // media and no status goes out until it has paired. A stranger is never sent anything but the
 // pairing messages and heartbeats: who the client is, whether it has paired and where its datagrams
@@ -56,8 +60,13 @@ class NetworkTransport {
   // pass. False if it didn't go out.
   bool SendControl(uint8_t opcode, std::span<const std::byte> payload);
 
-  // Sends one datagram to the paired phone's `port`. Five failures in a row call onIdrRequest once.
-  bool SendDatagram(std::span<const std::byte> bytes, uint16_t port);
+  // Tries each datagram once, in order, to the paired phone's `port`, and answers what was taken.
+  // Five refusals in a row call onIdrRequest once.
+  Veldrift::DatagramsTaken SendDatagrams(Veldrift::Datagrams datagrams, uint16_t port);
+  // True if the one datagram was taken.
+  bool SendDatagram(std::span<const std::byte> bytes, uint16_t port) {
+    return SendDatagrams({&bytes, 1}, port).count == 1;
+  }
 
   // A phone has paired and is connected. Gates all media and status.
   bool PeerKnown() const { return peerKnown_; }
@@ -71,16 +80,15 @@ class NetworkTransport {
   static bool RunSelfTest(const std::string& id, std::string& result);
 
  private:
-  friend class TransportProbe;  // measurements send to a peer without a control connection
-
   using Connection = std::shared_ptr<Veldrift::ControlConnection>;
 
   void StartAdvertiser(uint16_t controlPort);
-  Veldrift::ServiceInfo MakeServiceInfo() const;
+  Veldrift::ServiceInfo MakeServiceInfo(bool transmitActive) const;
   bool AnyInstanceRunning() const;
 
   void AcceptLoop(uint16_t port);
-  void Welcome(std::unique_ptr<Veldrift::StreamSocket> socket);
+  bool WaitForTurn();
+  void Welcome(const Connection& newcomer);
   void ReadThread(const Connection& connection);
   void Serve(const Connection& connection);
   bool Admit(const Connection& connection);
@@ -88,13 +96,13 @@ class NetworkTransport {
   void HeartbeatLoop(const Connection& connection);
   bool WaitForTick(int64_t tickNanos, const Connection& connection);
   void TransmitStatePollLoop();
-  void PollTransmitState();
-  void SendTransmitState();
+  void PollTransmitState() VD_EXCLUDES(transmitMutex_);
+  void TellTransmitState(bool active) VD_REQUIRES(transmitMutex_);
 
   Connection CurrentClient() const VD_EXCLUDES(clientMutex_);
   bool IsCurrent(const Connection& connection) const { return CurrentClient() == connection; }
   std::optional<uint32_t> PairedAddress() const VD_EXCLUDES(clientMutex_);
-  void CountSendFailure();
+  void NoteRefusal(Veldrift::DatagramSocket::SendResult result, uint16_t port);
   void WakeWaiters();
 
   Veldrift::Clock& clock_;
@@ -103,8 +111,8 @@ class NetworkTransport {
   std::thread acceptThread_, readThread_, heartbeatThread_, pollThread_;
   std::atomic<bool> running_{false};
 
-  // Wakes the poll and heartbeat threads at shutdown and at a change of the client. Comes before
-  // clientMutex_.
+  // Wakes the accept, poll and heartbeat threads at shutdown and at a change of the client. Comes
+  // before clientMutex_.
   Veldrift::Mutex shutdownMutex_;
   Veldrift::CondVar shutdownCv_;
 
@@ -113,11 +121,17 @@ class NetworkTransport {
   Connection client_ VD_GUARDED_BY(clientMutex_);
   Veldrift::Ipv4Endpoint peer_ VD_GUARDED_BY(clientMutex_);
   std::atomic<bool> peerKnown_{false};  // written under clientMutex_, read anywhere
+  bool lastServedPaired_ VD_GUARDED_BY(clientMutex_) = true;  // or there was none
+  int64_t lastServedNanos_ = 0;                               // the accept thread's
 
   std::unique_ptr<Veldrift::DatagramSocket> udpSocket_;  // changes only while no thread runs
   std::atomic<uint32_t> udpFailures_{0};
   std::unique_ptr<Veldrift::IServiceAdvertiser> advertiser_;
   std::atomic<uint16_t> listeningPort_{0};
-  std::atomic<bool> transmitActive_{false};  // what the phone was told last
-  std::atomic<int32_t> inactiveTicks_{0};
+
+  // Held while the state is decided and sent, so that the phone is left with the latest. Comes
+  // before clientMutex_.
+  Veldrift::Mutex transmitMutex_;
+  bool transmitActive_ VD_GUARDED_BY(transmitMutex_) = false;  // what the phone was told last
+  int32_t inactiveTicks_ VD_GUARDED_BY(transmitMutex_) = 0;
 };

@@ -10,7 +10,9 @@ namespace Veldrift {
 
 namespace {
 constexpr LogCategory kLog{kLogSubsystem, "pacer"};
+constexpr size_t kMaxVideoGroups = 5;
 constexpr size_t kMaxAudioGroups = 4;
+constexpr size_t kMostInABatch = 64;
 }  // namespace
 
 Pacer::Pacer(Clock& clock) : clock_(clock), bucket_(clock.NowNanos()) {}
@@ -33,9 +35,10 @@ void Pacer::Start(Sender sendVideo, Sender sendAudio) {
 
 void Pacer::Stop() {
   if (!running_.exchange(false)) return;
+  std::deque<FrameGroup> forgotten;
   {
     MutexLock lock(mutex_);
-    ForgetQueue();
+    forgotten = TakeAll();
   }
   condition_.NotifyAll();
   worker_.join();
@@ -49,51 +52,52 @@ void Pacer::Stop() {
 
 void Pacer::Enqueue(FrameGroup&& group) {
   if (group.Empty()) return;
-  uint64_t droppedBytes = 0;
+  std::vector<FrameGroup> dropped;
   {
     MutexLock lock(mutex_);
-    droppedBytes = MakeRoom(group);
-    ++QueuedGroups(group.IsVideo());
-    queuedBytes_ += group.Bytes();
+    dropped = MakeRoom(group);
+    const bool video = group.IsVideo();
+    const uint64_t bytes = group.Bytes();
     queue_.push_back(std::move(group));
+    ++QueuedGroups(video);
+    queuedBytes_ += bytes;
   }
   condition_.NotifyOne();
-  if (droppedBytes > 0) ReportOverflow(droppedBytes);
-}
-
-uint64_t Pacer::MakeRoom(const FrameGroup& group) {
-  const bool video = group.IsVideo();
-  const size_t limit = video ? maxVideoGroups_ : kMaxAudioGroups;
+  if (dropped.empty()) return;
   uint64_t droppedBytes = 0;
-  while (QueuedGroups(video) >= limit && DropOldest(video, droppedBytes)) {
-  }
-  if (video && maxQueuedBytes_ != 0) {
-    while (queuedBytes_ + group.Bytes() > maxQueuedBytes_ && DropOldest(true, droppedBytes)) {
-    }
-  }
-  return droppedBytes;
+  for (const FrameGroup& one : dropped) droppedBytes += one.Bytes();
+  ReportOverflow(droppedBytes);
 }
 
-bool Pacer::DropOldest(bool video, uint64_t& droppedBytes) {
+std::vector<FrameGroup> Pacer::MakeRoom(const FrameGroup& group) {
+  const bool video = group.IsVideo();
+  const size_t limit = video ? kMaxVideoGroups : kMaxAudioGroups;
+  std::vector<FrameGroup> dropped;
+  while (QueuedGroups(video) >= limit && TakeOldestOf(video, dropped)) {
+  }
+  return dropped;
+}
+
+bool Pacer::TakeOldestOf(bool video, std::vector<FrameGroup>& out) {
   const auto oldest = std::find_if(queue_.begin(), queue_.end(), [video](const FrameGroup& group) {
     return group.IsVideo() == video;
   });
   if (oldest == queue_.end()) return false;
-  queuedBytes_ -= oldest->Bytes();
-  droppedBytes += oldest->Bytes();
+  out.push_back(std::move(*oldest));
+  queue_.erase(oldest);
+  queuedBytes_ -= out.back().Bytes();
   --QueuedGroups(video);
   ++totalDropped_;
-  queue_.erase(oldest);
   return true;
 }
 
 size_t& Pacer::QueuedGroups(bool video) { return video ? queuedVideoGroups_ : queuedAudioGroups_; }
 
-void Pacer::ForgetQueue() {
-  queue_.clear();
+std::deque<FrameGroup> Pacer::TakeAll() {
   queuedVideoGroups_ = 0;
   queuedAudioGroups_ = 0;
   queuedBytes_ = 0;
+  return std::exchange(queue_, {});
 }
 
 void Pacer::ReportOverflow(uint64_t droppedBytes) {
@@ -118,23 +122,26 @@ void Pacer::ReportOverflow(uint64_t droppedBytes) {
 }
 
 void Pacer::ClearQueue() {
-  size_t groups = 0;
+  std::deque<FrameGroup> cleared;
   uint64_t bytes = 0;
   {
     MutexLock lock(mutex_);
-    groups = queue_.size();
     bytes = queuedBytes_;
-    ForgetQueue();
+    cleared = TakeAll();
   }
-  if (groups > 0) {
-    PluginLog(kLog, kLogInfo, "Pacer queue cleared: %zu frame groups (%zu bytes) discarded", groups,
-              size_t(bytes));
+  if (!cleared.empty()) {
+    PluginLog(kLog, kLogInfo, "Pacer queue cleared: %zu frame groups (%zu bytes) discarded",
+              cleared.size(), size_t(bytes));
   }
 }
 
+// What one group throws costs that group.
 void Pacer::Run() {
   FrameGroup group;
-  while (TakeOldest(group)) Send(group);
+  while (TakeOldest(group)) {
+    RunGuarded(kLog, "a frame group", [&] { Send(group); });
+    group = {};  // its memory goes back here, not under the lock
+  }
 }
 
 bool Pacer::TakeOldest(FrameGroup& group) {
@@ -150,22 +157,30 @@ bool Pacer::TakeOldest(FrameGroup& group) {
 
 void Pacer::Send(const FrameGroup& group) {
   const Sender& send = group.IsVideo() ? sendVideo_ : sendAudio_;
+  batch_.clear();
   group.ForEach([&](std::span<const std::byte> datagram) {
-    if (!Pace(datagram.size())) return false;
-    if (send && send(datagram)) {
-      totalBytes_ += datagram.size();
-    } else {
-      ++totalFailed_;
-    }
+    if (!Pace(datagram.size(), send)) return false;
+    batch_.push_back(datagram);
+    if (batch_.size() == kMostInABatch) SendBatch(send);
     return true;
   });
+  if (running_) SendBatch(send);
+}
+
+void Pacer::SendBatch(const Sender& send) {
+  if (batch_.empty()) return;
+  const DatagramsTaken taken = send ? send(batch_) : DatagramsTaken{};
+  totalBytes_ += taken.bytes;
+  totalFailed_ += batch_.size() - taken.count;
+  batch_.clear();
 }
 
 // Waits until `size` bytes may go; false if the pacer has stopped.
-bool Pacer::Pace(size_t size) {
+bool Pacer::Pace(size_t size, const Sender& send) {
   while (running_) {
     const int64_t wait = bucket_.TakeOrWait(size, bitrate_, clock_.NowNanos());
     if (wait == 0) return running_;
+    SendBatch(send);
     clock_.SleepFor(wait);
   }
   return false;

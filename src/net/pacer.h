@@ -9,6 +9,7 @@
 #include <functional>
 #include <span>
 #include <thread>
+#include <vector>
 
 #include "net/frame_group.h"
 #include "net/token_bucket.h"
@@ -18,11 +19,12 @@
 namespace Veldrift {
 
 // Threads: encoder output and audio threads enqueue, the worker sends, any thread sets the rate.
-// Start and Stop come from one thread at a time. No lock is held while pacing or sending.
+// Start and Stop come from one thread at a time. No lock is held while pacing, sending, or freeing
+// a group's memory.
 class Pacer {
  public:
-  // Sends one datagram; false if it was refused.
-  using Sender = std::function<bool(std::span<const std::byte>)>;
+  // Tries each datagram once, in order, and answers what was taken; the others were refused.
+  using Sender = std::function<DatagramsTaken(Datagrams)>;
 
   explicit Pacer(Clock& clock = SystemClock());
   ~Pacer();
@@ -49,19 +51,19 @@ class Pacer {
   uint64_t TotalBytes() const { return totalBytes_; }      // bytes taken by the sender
 
  private:
-  uint64_t MakeRoom(const FrameGroup& group) VD_REQUIRES(mutex_);
-  bool DropOldest(bool video, uint64_t& droppedBytes) VD_REQUIRES(mutex_);
+  // Takes out what has to go for `group` to come in.
+  std::vector<FrameGroup> MakeRoom(const FrameGroup& group) VD_REQUIRES(mutex_);
+  bool TakeOldestOf(bool video, std::vector<FrameGroup>& out) VD_REQUIRES(mutex_);
   size_t& QueuedGroups(bool video) VD_REQUIRES(mutex_);
-  void ForgetQueue() VD_REQUIRES(mutex_);
+  std::deque<FrameGroup> TakeAll() VD_REQUIRES(mutex_);
   void ReportOverflow(uint64_t droppedBytes);
   void Run();
   bool TakeOldest(FrameGroup& group);
   void Send(const FrameGroup& group);
-  bool Pace(size_t size);
+  void SendBatch(const Sender& send);
+  bool Pace(size_t size, const Sender& send);
 
   Clock& clock_;
-  const size_t maxVideoGroups_ = 5;
-  const uint64_t maxQueuedBytes_ = 0;  // 0: no limit
   std::thread worker_;
   std::atomic<bool> running_{false};
   std::atomic<uint32_t> bitrate_{15'000'000};
@@ -75,6 +77,9 @@ class Pacer {
 
   Sender sendVideo_, sendAudio_;  // set before the worker starts, cleared behind its join
   TokenBucket bucket_;            // worker only
+  // Worker only: what the bucket has let go and is not sent yet. It goes out in one piece, before
+  // the next wait.
+  std::vector<std::span<const std::byte>> batch_;
 
   std::atomic<uint64_t> totalDropped_{0}, totalFailed_{0}, totalBytes_{0};
   std::atomic<uint64_t> droppedSinceLog_{0}, droppedBytesSinceLog_{0};

@@ -76,9 +76,9 @@ bool TestWhitelist(std::string& result) {
 bool TestSlowPacer(std::string& result) {
   constexpr size_t kBytes = 1400;
   std::atomic<int> sent{0};
-  const auto count = [&sent](std::span<const std::byte>) {
-    ++sent;
-    return true;
+  const auto count = [&sent](Datagrams datagrams) {
+    sent += int(datagrams.size());
+    return DatagramsTaken{datagrams.size(), 0};
   };
   Pacer pacer;
   pacer.SetBitrate(500'000);

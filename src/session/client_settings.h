@@ -19,21 +19,21 @@ struct ClientSettings {
 };
 
 // Once filled from the phone's reports, which are retired: all zero but for one constant. The
-// fields stay as wide as the setup window reads them.
+// setup window reads it in these names and signs.
 struct ClientTelemetry {
   uint8_t valid = 0;
-  uint8_t controllerKind = 0;
-  uint8_t controllerPhase = 0;
-  uint32_t targetRate = 0;  // bits per second
-  uint16_t shortSide = 0;   // pixels
-  uint32_t level = 0;
-  uint32_t gopSize = 0;
-  uint8_t shortGop = 0;
-  uint16_t percent = 100;
-  uint8_t flags = 0;
-  double lossRatio = 0;
-  double delayTrend = 0;
-  uint32_t reports = 0;
+  uint8_t controllerKind = 0;   // 0 legacy, 1 and 2 the unified one's versions
+  uint8_t controllerPhase = 0;  // 0 normal, 1 settling, 2 probing
+  uint32_t targetRate = 0;      // bits per second
+  uint16_t shortSide = 0;       // pixels
+  int32_t level = 0;
+  int32_t gop = 0;  // frames
+  uint8_t gopAuto = 0;
+  uint16_t fecPerMille = 100;
+  uint8_t lastReason = 0;
+  double lossPercent = 0;
+  double backlog = 0;  // a fraction of 1
+  int32_t owdTrendMicros = 0;
 };
 
 enum class GopClass : int32_t { AllIntra = 0, Short = 1, Long = 3 };

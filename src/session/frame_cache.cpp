@@ -18,6 +18,7 @@ void FrameCache::Store(const uint8_t* pixels, int32_t width, int32_t height, int
   if (lastStoreNanos_ != 0 && nowNanos - lastStoreNanos_ < kPeriodNanos) return;
   lastStoreNanos_ = nowNanos;
   MutexLock lock(mutex_);
+  if (!open_) return;
   frame_.bytes.resize(size_t(size));
   std::memcpy(frame_.bytes.data(), pixels, size_t(size));
   frame_.width = width;
@@ -25,8 +26,14 @@ void FrameCache::Store(const uint8_t* pixels, int32_t width, int32_t height, int
   frame_.stride = stride;
 }
 
-void FrameCache::Clear() {
+void FrameCache::Open() {
   MutexLock lock(mutex_);
+  open_ = true;
+}
+
+void FrameCache::Close() {
+  MutexLock lock(mutex_);
+  open_ = false;
   frame_ = {};
 }
 

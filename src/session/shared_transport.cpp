@@ -5,10 +5,8 @@
 
 #include "net/control_protocol.h"
 #include "net/media_datagram.h"
-#include "session/transmit_instance.h"
 #include "support/control_bridge.h"
 #include "support/host_keys.h"
-#include "support/little_endian.h"
 #include "support/paths.h"
 #include "support/plugin_log.h"
 
@@ -17,19 +15,21 @@ using namespace Veldrift;
 namespace {
 
 constexpr LogCategory kLog{kLogSubsystem, "shared"};
-constexpr int32_t kMaxQuality = 100;
-constexpr int32_t kHighestGopMode = 3;
+constexpr LogCategory kTransmitLog{kLogSubsystem, "transmit"};
 
 }  // namespace
 
 SharedTransport& SharedTransport::Get() {
-  // It may have to log while it dies: what the log needs is built first, and so outlives it.
-  (void)GetAppSupportDir();
-  static SharedTransport transport;
-  return transport;
+  static SharedTransport* const transport = new SharedTransport;
+  return *transport;
 }
 
-SharedTransport::SharedTransport(Clock& clock) : clock_(clock), transport_(clock), pacer_(clock) {}
+SharedTransport::SharedTransport(Clock& clock, std::optional<uint16_t> controlPort)
+    : clock_(clock),
+      controlPort_(controlPort),
+      transport_(clock),
+      pacer_(clock),
+      sender_(pacer_, clock) {}
 
 SharedTransport::~SharedTransport() { Shutdown(); }
 
@@ -44,7 +44,7 @@ void SharedTransport::EnsureStarted() {
   MutexLock lock(startMutex_);
   if (started_) return;
   const HostTraits& host = TraitsOf(DetectHostApplication());
-  const uint16_t port = portForTests_.value_or(host.controlPort);
+  const uint16_t port = controlPort_.value_or(host.controlPort);
   PluginLog(kLog, kLogInfo, "starting shared transport: host=%{public}s controlPort=%u",
             host.displayText, port);
   Wire();
@@ -61,9 +61,7 @@ void SharedTransport::EnsureStarted() {
 }
 
 Pacer::Sender SharedTransport::SenderTo(uint16_t port) {
-  return [this, port](std::span<const std::byte> datagram) {
-    return transport_.SendDatagram(datagram, port);
-  };
+  return [this, port](Datagrams datagrams) { return SendDatagrams(datagrams, port); };
 }
 
 void SharedTransport::Wire() {
@@ -84,11 +82,12 @@ void SharedTransport::Shutdown() {
   PluginLog(kLog, kLogInfo, "SharedTransport::Shutdown — joining pacer + transport threads");
   pacer_.Stop();
   transport_.Stop();
+  pacer_.ClearQueue();  // what came in between
 }
 
 // ---- Instances ---------------------------------------------------------------------------------
 
-void SharedTransport::Acquire(TransmitInstance* instance) {
+void SharedTransport::Acquire(ISessionInstance* instance) {
   EnsureStarted();
   {
     MutexLock lock(instancesMutex_);
@@ -96,10 +95,10 @@ void SharedTransport::Acquire(TransmitInstance* instance) {
     PluginLog(kLog, kLogInfo, "acquire: instance=%p count=%zu", static_cast<void*>(instance),
               instances_.size());
   }
-  if (PeerKnown() && hasClientSettings_) {
+  if (PeerKnown() && settings_.Any()) {
     PluginLog(kLog, kLogInfo, "acquire: replaying cached client settings into new instance");
     try {
-      ReplaySettings(*instance);
+      settings_.Replay(*instance);
     } catch (...) {
       // The instance's constructor fails with this, so nobody else takes it off the list.
       Release(instance);
@@ -108,31 +107,7 @@ void SharedTransport::Acquire(TransmitInstance* instance) {
   }
 }
 
-// A remembered VBR mode is not replayed, nor is the engine.
-void SharedTransport::ReplaySettings(TransmitInstance& instance) {
-  const ClientSettings settings = GetClientSettings();
-  const auto replay = [&instance](uint8_t opcode, std::initializer_list<int32_t> bytes) {
-    std::vector<std::byte> payload;
-    for (const int32_t byte : bytes) payload.push_back(std::byte(byte & 0xFF));
-    instance.HandleControlCommand(opcode, payload);
-  };
-  if (settings.codec == 0 || settings.codec == 1) replay(kSetCodec, {settings.codec});
-  if (settings.hardFrameCap != 0) {
-    const int32_t cap = settings.hardFrameCap;
-    replay(kSetHardFrameCap, {cap, cap >> 8, cap >> 16, cap >> 24});
-  }
-  if (settings.shortSideCap > 0) {
-    replay(kSetMaxResolution, {settings.shortSideCap, settings.shortSideCap >> 8});
-  }
-  if (settings.gopMode >= 0 && settings.gopMode <= kHighestGopMode) {
-    replay(kSetGopMode, {settings.gopMode});
-  }
-  if (settings.encoderMode == 0 || settings.encoderMode == 1) {
-    replay(kSetEncoderMode, {settings.encoderMode, std::clamp(settings.quality, 0, kMaxQuality)});
-  }
-}
-
-void SharedTransport::Release(TransmitInstance* instance) {
+void SharedTransport::Release(ISessionInstance* instance) {
   MutexLock lock(instancesMutex_);
   const auto found = std::find(instances_.begin(), instances_.end(), instance);
   if (found != instances_.end()) instances_.erase(found);
@@ -140,36 +115,44 @@ void SharedTransport::Release(TransmitInstance* instance) {
             instances_.size());
 }
 
-bool SharedTransport::AnyInstanceRunning() {
-  MutexLock lock(instancesMutex_);
-  return std::any_of(instances_.begin(), instances_.end(),
-                     [](const TransmitInstance* instance) { return instance->IsRunning(); });
-}
-
 // ---- Events of the transport -------------------------------------------------------------------
 
 void SharedTransport::DispatchControlCommand(uint8_t opcode, std::span<const std::byte> payload) {
   if (opcode >= kHostCommandFirst && opcode <= kHostCommandLast) {
-    // No lock is held here: neither the sibling module nor the keyboard may hold up the instances.
     if (!CallCtrlBridge(BridgeOperation(opcode - kHostCommandFirst))) SendHostKeys(opcode);
     return;
   }
   MutexLock lock(instancesMutex_);
-  for (TransmitInstance* instance : instances_) instance->HandleControlCommand(opcode, payload);
+  for (ISessionInstance* instance : instances_) instance->HandleControlCommand(opcode, payload);
 }
 
+// What belongs to the arrival of a phone is done once, whatever the number of instances: a queue
+// cleared by the second would lose the picture that the first has just encoded for this phone.
 void SharedTransport::OnNewClient() {
-  {
-    MutexLock lock(instancesMutex_);
-    for (TransmitInstance* instance : instances_) instance->OnNewClient();
-  }
+  pacer_.ClearQueue();
+  if (GreetAll()) NudgeHost();
   MutexLock lock(playbackMutex_);
   SendControlByte(kPlaybackState, runningClocks_ > 0 ? 1 : 0);
 }
 
+// False if there is no instance.
+bool SharedTransport::GreetAll() {
+  MutexLock lock(instancesMutex_);
+  for (ISessionInstance* instance : instances_) instance->OnNewClient();
+  return !instances_.empty();
+}
+
+// A paused host renders, and so pushes, a frame.
+void SharedTransport::NudgeHost() {
+  PluginLog(kTransmitLog, kLogInfo, "new client nudge (initial frame)");
+  if (CallCtrlBridge(BridgeOperation::NewClientNudge)) return;
+  PluginLog(kTransmitLog, kLogInfo, "Ctrl bridge unavailable — fallback to keyboard nudge");
+  NudgeHostByKeyboard(clock_);
+}
+
 void SharedTransport::OnSendFailures() {
   MutexLock lock(instancesMutex_);
-  for (TransmitInstance* instance : instances_) instance->OnUdpFailures();
+  for (ISessionInstance* instance : instances_) instance->OnUdpFailures();
 }
 
 bool SharedTransport::SendControlByte(uint8_t opcode, uint8_t value) {
@@ -190,29 +173,12 @@ void SharedTransport::AdjustRunningClocks(int32_t delta) {
             runningClocks_);
 }
 
-// ---- What is remembered ------------------------------------------------------------------------
-
-void SharedTransport::Remember(std::atomic<int32_t>& field, int32_t value) {
-  field = value;
-  hasClientSettings_ = true;
+bool SharedTransport::PublishPlaybackState(bool playing) {
+  MutexLock lock(playbackMutex_);
+  return SendControlByte(kPlaybackState, playing ? 1 : 0);
 }
 
-void SharedTransport::RememberEncoderMode(int32_t mode, int32_t quality) {
-  quality_ = quality;
-  Remember(encoderMode_, mode);
-}
-
-ClientSettings SharedTransport::GetClientSettings() const {
-  ClientSettings settings;
-  settings.quality = quality_;
-  settings.shortSideCap = shortSideCap_;
-  settings.codec = codec_;
-  settings.gopSize = gopSize_;
-  settings.encoderMode = encoderMode_;
-  settings.hasClientSettings = hasClientSettings_;
-  settings.gopMode = gopMode_;
-  return settings;
-}
+// ---- For the setup window ----------------------------------------------------------------------
 
 EncoderStatus SharedTransport::GetEncoderStatus() const {
   MutexLock lock(statusMutex_);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <utility>
+#include <span>
 
 #include "net/control_protocol.h"
 #include "support/little_endian.h"
@@ -19,15 +19,17 @@ constexpr size_t kLongestDescription = 200;
 // Says that an empty description has been noticed: nothing goes out for one.
 constexpr const char* kEmptyDescription = "<empty>";
 
+constexpr const char* kSwitchingText = "Switching encoder...";
+constexpr int32_t kLongestShortGop = 5;
+
+GopClass ClassOf(int32_t gopSize) {
+  if (gopSize <= 1) return GopClass::AllIntra;
+  return gopSize <= kLongestShortGop ? GopClass::Short : GopClass::Long;
+}
+
 uint16_t CappedToU16(int32_t value) { return uint16_t(std::min(value, 65'535)); }
 
 }  // namespace
-
-StreamAnnouncer::StreamAnnouncer(SharedTransport& transport, PipelineAccess pipeline,
-                                 std::function<void()> onEncoderTold)
-    : transport_(transport),
-      pipeline_(std::move(pipeline)),
-      onEncoderTold_(std::move(onEncoderTold)) {}
 
 void StreamAnnouncer::ObserveSource(const FrameGeometry& source, int64_t nowNanos) {
   RecursiveMutexLock lock(stateMutex_);
@@ -80,7 +82,7 @@ void StreamAnnouncer::SendStreamInfoIfReady() {
     return;
   }
   if (source_ == sent_) return;
-  const std::shared_ptr<EncoderPipeline> pipeline = pipeline_();
+  const PipelineSeat::Reference pipeline = seat_.Current();
   if (!pipeline) return;
   const uint32_t cap = pipeline->GetFrameByteCap();
   std::array<std::byte, 10> payload;
@@ -97,7 +99,7 @@ void StreamAnnouncer::SendStreamInfoIfReady() {
 }
 
 void StreamAnnouncer::SendEncoderInfoIfChanged() {
-  const std::shared_ptr<EncoderPipeline> pipeline = pipeline_();
+  const PipelineSeat::Reference pipeline = seat_.Current();
   std::string text = pipeline ? pipeline->GetDescription() : std::string();
 
   RecursiveMutexLock lock(stateMutex_);
@@ -111,12 +113,10 @@ void StreamAnnouncer::SendEncoderInfoIfChanged() {
   // Before the cut: a longer description never equals its stored form and is told on every call.
   if (text == lastEncoderDescription_) return;
   text.resize(std::min(text.size(), kLongestDescription));
-  std::string payload(1, char(text.size()));
-  payload += text;
-  if (!transport_.SendControl(kEncoderInfo, std::as_bytes(std::span(payload)))) return;
+  if (!SendEncoderInfo(text)) return;
   lastEncoderDescription_ = text;
   PluginLog(kLog, kLogInfo, "SendControl: kEncoderInfo \"%s\"", text.c_str());
-  onEncoderTold_();
+  PublishEncoderStatus();
 }
 
 void StreamAnnouncer::ResetAnnouncedState(bool alsoSource) {
@@ -126,9 +126,29 @@ void StreamAnnouncer::ResetAnnouncedState(bool alsoSource) {
   if (alsoSource) source_ = {};
 }
 
-std::string StreamAnnouncer::LastEncoderDescription() const {
+// Whether it goes out is not looked at: it announces nothing that has to be told again.
+void StreamAnnouncer::TellOfSwitching() { (void)SendEncoderInfo(kSwitchingText); }
+
+bool StreamAnnouncer::SendEncoderInfo(const std::string& text) {
+  std::string payload(1, char(text.size()));
+  payload += text;
+  return transport_.SendControl(kEncoderInfo, std::as_bytes(std::span(payload)));
+}
+
+void StreamAnnouncer::PublishEncoderStatus() {
+  const PipelineSeat::Reference pipeline = seat_.Current();
+  EncoderStatus status;
+  status.legacyEngineByte = legacyEngineByte_;
+  status.description = ToldDescription();
+  status.codec = pipeline && pipeline->GetCodec() == kCodecH264 ? 1 : 0;
+  status.gopClass = pipeline ? ClassOf(pipeline->GetGopSize()) : GopClass::AllIntra;
+  transport_.SetEncoderStatus(status);
+}
+
+// The mark for "empty" is the announcer's own.
+std::string StreamAnnouncer::ToldDescription() const {
   RecursiveMutexLock lock(stateMutex_);
-  return lastEncoderDescription_;
+  return lastEncoderDescription_ == kEmptyDescription ? std::string() : lastEncoderDescription_;
 }
 
 }  // namespace Veldrift

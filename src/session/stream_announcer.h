@@ -1,29 +1,25 @@
-// What the phone is told of the stream: the source's size and rate, the stream's geometry, and the
-// encoder's description; each as it changes, and once.
+// What the phone and the setup window are told of the stream: the source's size and rate, the
+// stream's geometry, and the encoder's description; each as it changes, and once.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <string>
 
-#include "encoder/encoder_pipeline.h"
 #include "platform/mutex.h"
 #include "session/frame_geometry.h"
+#include "session/pipeline_seat.h"
 #include "session/shared_transport.h"
 
 namespace Veldrift {
 
 // Threads: the host's thread, and the control read thread. Messages are sent under stateMutex_,
-// which is recursive since the announcements call each other; stateMutex_ comes before the
-// instance's pipeline lock, which `pipeline` takes.
+// which is recursive since the announcements call each other; stateMutex_ comes before the seat's
+// lock.
 class StreamAnnouncer {
  public:
-  using PipelineAccess = std::function<std::shared_ptr<EncoderPipeline>()>;
-
-  // `onEncoderTold` runs when a new description has gone out.
-  StreamAnnouncer(SharedTransport& transport, PipelineAccess pipeline,
-                  std::function<void()> onEncoderTold);
+  StreamAnnouncer(SharedTransport& transport, const PipelineSeat& seat)
+      : transport_(transport), seat_(seat) {}
 
   // A frame of this geometry has come. A new one is committed and told when it has stayed for
   // 500 ms; a message that doesn't go out is tried again on every frame.
@@ -40,14 +36,21 @@ class StreamAnnouncer {
   // the same size commits at once, since its candidate has long settled.
   void ResetAnnouncedState(bool alsoSource);
 
-  std::string LastEncoderDescription() const;
+  // Shows the phone that its engine is on the way; the next description replaces it.
+  void TellOfSwitching();
+  // The engine byte of an older phone, which chose by it; it is published and nothing else.
+  void RememberLegacyEngineByte(uint8_t byte) { legacyEngineByte_ = byte; }
+  // Hands the setup window what is encoded, and by what, in the words that the phone was told.
+  void PublishEncoderStatus();
 
  private:
+  bool SendEncoderInfo(const std::string& text);
+  std::string ToldDescription() const;
   bool SendSourceChanged(const FrameGeometry& source) VD_REQUIRES(stateMutex_);
 
   SharedTransport& transport_;
-  const PipelineAccess pipeline_;
-  const std::function<void()> onEncoderTold_;
+  const PipelineSeat& seat_;
+  std::atomic<uint8_t> legacyEngineByte_{0};
 
   mutable RecursiveMutex stateMutex_;
   FrameGeometry source_ VD_GUARDED_BY(stateMutex_);     // committed

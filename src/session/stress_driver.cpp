@@ -70,9 +70,6 @@ void PaintStressPicture(uint8_t* pixels, uint32_t width, uint32_t height, uint64
   }
 }
 
-StressDriver::StressDriver(PipelineSource pipeline, Clock& clock)
-    : pipeline_(std::move(pipeline)), clock_(clock) {}
-
 StressDriver::~StressDriver() { Stop(); }
 
 void StressDriver::StartIfAsked() {
@@ -85,25 +82,32 @@ void StressDriver::StartIfAsked() {
         "[STRESS] another instance already owns the stress driver — this instance stays passive");
     return;
   }
+  owns_ = true;
   stressStop_ = false;
   PluginLog(kLog, kLogInfo,
             "[STRESS] VD_STRESS=%d — starting synthetic stress driver (realistic=%d pro4K=%d "
             "keyframes=%d flipRes=%d). NOT for production.",
             level.level, level.realistic, level.pro4K, level.keyframes, level.flipRes);
   try {
-    stressThread_ =
-        std::thread([this, level] { RunGuarded(kLog, "stress driver", [&] { Run(level); }); });
+    stressThread_ = std::thread([this, level] {
+      // A driver that has failed, for want of memory, stands in nobody's way.
+      if (!RunGuarded(kLog, "stress driver", [&] { Run(level); })) GiveUpOwnership();
+    });
   } catch (...) {
-    owner = 0;
+    GiveUpOwnership();
     throw;
   }
+}
+
+void StressDriver::GiveUpOwnership() {
+  if (owns_.exchange(false)) owner = 0;
 }
 
 void StressDriver::Stop() {
   stressStop_ = true;
   if (!stressThread_.joinable()) return;
   stressThread_.join();
-  owner = 0;
+  GiveUpOwnership();
 }
 
 void StressDriver::Run(StressLevel level) {
@@ -113,7 +117,7 @@ void StressDriver::Run(StressLevel level) {
   ArmEncoder(level);
   lastFlipNanos_ = lastAliveNanos_ = clock_.NowNanos();
   while (!stressStop_) {
-    const std::shared_ptr<EncoderPipeline> pipeline = pipeline_();
+    const PipelineSeat::Reference pipeline = seat_.Current();
     if (!pipeline) {
       clock_.SleepFor(5 * kNanosPerMilli);
       continue;
@@ -134,7 +138,7 @@ void StressDriver::ArmEncoder(StressLevel level) {
   constexpr int kTries = 200;
   const FrameSize first = LadderOf(level)[0];
   for (int i = 0; i < kTries && !stressStop_; ++i) {
-    if (const std::shared_ptr<EncoderPipeline> pipeline = pipeline_()) {
+    if (const PipelineSeat::Reference pipeline = seat_.Current()) {
       EncoderSettings settings;
       settings.width = first.width;
       settings.height = first.height;

@@ -7,13 +7,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
 
-#include "encoder/encoder_pipeline.h"
+#include "session/pipeline_seat.h"
 #include "support/clock.h"
 
 namespace Veldrift {
@@ -35,10 +34,8 @@ void PaintStressPicture(uint8_t* pixels, uint32_t width, uint32_t height, uint64
 
 class StressDriver {
  public:
-  // Answers the pipeline to drive, which may change and may be null.
-  using PipelineSource = std::function<std::shared_ptr<EncoderPipeline>()>;
-
-  StressDriver(PipelineSource pipeline, Clock& clock);
+  // Drives whatever pipeline sits in `seat`.
+  StressDriver(const PipelineSeat& seat, Clock& clock) : seat_(seat), clock_(clock) {}
   ~StressDriver();
   StressDriver(const StressDriver&) = delete;
   StressDriver& operator=(const StressDriver&) = delete;
@@ -49,6 +46,7 @@ class StressDriver {
 
  private:
   void Run(StressLevel level);
+  void GiveUpOwnership();
   void ArmEncoder(StressLevel level);
   void PushFrame(EncoderPipeline& pipeline, StressLevel level);
   void FlipIfDue(EncoderPipeline& pipeline, StressLevel level);
@@ -56,9 +54,10 @@ class StressDriver {
   void SayAlive(StressLevel level);
   void Pace(StressLevel level);
 
-  const PipelineSource pipeline_;
+  const PipelineSeat& seat_;
   Clock& clock_;
   std::atomic<bool> stressStop_{false};
+  std::atomic<bool> owns_{false};  // the process's one driver is this one
   std::thread stressThread_;
 
   // The driver thread's.

@@ -1,7 +1,10 @@
 #include "session/transmit_instance.h"
 
+#include <array>
 #include <utility>
 
+#include "net/control_protocol.h"
+#include "session/self_tests.h"
 #include "support/debug_topics.h"
 #include "support/plugin_log.h"
 
@@ -12,30 +15,27 @@ constexpr LogCategory kLog{kLogSubsystem, "transmit"};
 }
 
 TransmitInstance::TransmitInstance(const Host::SuiteAccess* hostServices, SessionServices services)
-    : hostServices_(hostServices),
-      services_(std::move(services)),
-      timeBase_(hostServices),
-      audio_(
-          services_.transport, timeBase_, [this] { return IsRunning(); },
-          [this] { return ElapsedMicros(); }),
-      announcer_(
-          services_.transport, [this] { return Pipeline(); }, [this] { PublishEncoderStatus(); }),
-      stressDriver_([this] { return Pipeline(); }, GetClock()) {
+    : services_(std::move(services)),
+      state_(services_.transport.GetClock()),
+      suites_(hostServices),
+      seat_([this](const uint8_t* data, uint64_t size, bool keyFrame,
+                   uint64_t timestamp) { OnEncodedFrame(data, size, keyFrame, timestamp); },
+            state_.clock),
+      announcer_(services_.transport, seat_),
+      video_(services_.transport, suites_, seat_, announcer_, state_),
+      audio_(services_.transport, state_),
+      playbackClaim_(services_.transport),
+      clock_(playbackClaim_, state_.clock),
+      engineSwitch_(services_, seat_, announcer_),
+      commands_(services_.transport, suites_, seat_, announcer_, video_, engineSwitch_),
+      stressDriver_(seat_, state_.clock) {
   InitDebugTopics();
-  std::unique_ptr<IHardwareEncoder> encoder = services_.createDefaultEncoder();
-  if (!encoder) {
+  if (!engineSwitch_.SeatDefaultEncoder()) {
     PluginLog(kLog, kLogError, "TransmitInstance: encoder factory returned null — dormant");
     return;
   }
-  const auto pipeline = std::make_shared<EncoderPipeline>(std::move(encoder));
-  {
-    WriterLock lock(pipelineLock_);
-    pipeline_ = pipeline;
-  }
   PluginLog(kLog, kLogInfo, "TransmitInstance created");
   DebugTopicLog(DebugTopic::Encoder, "TransmitInstance created — pipeline active");
-  epochNanos_ = GetClock().NowNanos();
-  InstallEncoderCallback(*pipeline);
   // Commands can come from here on.
   services_.transport.Acquire(this);
 }
@@ -45,73 +45,89 @@ TransmitInstance::~TransmitInstance() {
   if (!HasPipeline()) return;
   PluginLog(kLog, kLogInfo, "TransmitInstance destroyed");
   FullStop();
-  ReleaseSuites();
+  suites_.ReleaseSuites();
 }
 
 void TransmitInstance::FullStop() {
   stressDriver_.Stop();
-  audio_.StopClock();
-  audio_.StopCounting();
+  clock_.Stop();
+  playbackClaim_.GiveBack();
   Stop();
-  if (const PipelineReference pipeline = Pipeline()) pipeline->Stop();
-}
-
-TransmitInstance::PipelineReference TransmitInstance::Pipeline() const {
-  ReaderLock lock(pipelineLock_);
-  return pipeline_;
-}
-
-void TransmitInstance::InstallEncoderCallback(EncoderPipeline& pipeline) {
-  pipeline.SetOutputCallback(
-      [this](const uint8_t* data, uint64_t size, bool keyFrame, uint64_t timestamp) {
-        OnEncodedFrame(data, size, keyFrame, timestamp);
-      });
-}
-
-int64_t TransmitInstance::ElapsedMicros() const {
-  return (GetClock().NowNanos() - epochNanos_) / kNanosPerMicro;
+  seat_.Stop();
 }
 
 void TransmitInstance::Start() {
   PluginLog(kLog, kLogInfo, "Start()");
-  AcquireSuites();
-  running_ = true;
+  suites_.AcquireSuites();
+  video_.Open();
+  if (!state_.running.exchange(true)) services_.transport.CountRunningInstances(+1);
   announcer_.ResetAnnouncedState(true);
   PluginLog(kLog, kLogDebug, "[dx] Start: dedup state invalidated for re-emit");
   stressDriver_.StartIfAsked();
 }
 
 void TransmitInstance::Stop() {
-  if (!running_.exchange(false)) return;
+  if (!state_.running.exchange(false)) return;
+  services_.transport.CountRunningInstances(-1);
   PluginLog(kLog, kLogInfo, "Stop()");
-  frameCache_.Clear();
+  video_.Close();
 }
 
-void TransmitInstance::StartClock(const Host::ClockRecord& clock, int32_t playID) {
-  audio_.StartClock(clock, playID, audioSuite_);
-}
-
-void TransmitInstance::AcquireSuites() {
-  if (hostServices_ == nullptr || ppixSuite_ != nullptr) return;
-  const void* ppix = nullptr;
-  const void* audio = nullptr;
-  const Host::Error error =
-      hostServices_->AcquireSuite(Host::kPpixSuiteName, Host::kPpixSuiteVersion, &ppix);
-  const Host::Error audioError =
-      hostServices_->AcquireSuite(Host::kAudioSuiteName, Host::kAudioSuiteVersion, &audio);
-  ppixSuite_ = static_cast<const Host::PpixSuite*>(ppix);
-  audioSuite_ = static_cast<const Host::AudioSuite*>(audio);
-  PluginLog(kLog, kLogInfo, "AcquireSuites: err=%d ppix=%p audioErr=%d audio=%p", error, ppix,
-            audioError, audio);
-}
-
-void TransmitInstance::ReleaseSuites() {
-  if (hostServices_ == nullptr) return;
-  if (std::exchange(audioSuite_, nullptr) != nullptr) {
-    hostServices_->ReleaseSuite(Host::kAudioSuiteName, Host::kAudioSuiteVersion);
+void TransmitInstance::UpdateAudioPushState(bool active, bool scrubbing) {
+  audio_.SetPushing(active);
+  if (active && !scrubbing) {
+    playbackClaim_.Take();
+  } else {
+    playbackClaim_.GiveBack();
   }
-  if (std::exchange(ppixSuite_, nullptr) != nullptr) {
-    hostServices_->ReleaseSuite(Host::kPpixSuiteName, Host::kPpixSuiteVersion);
-    PluginLog(kLog, kLogInfo, "ReleaseSuites done");
+}
+
+bool TransmitInstance::StartClock(const Host::ClockRecord& clock, int32_t playID) {
+  const int64_t ticksPerSecond = suites_.TicksPerSecond();
+  const int32_t fps = suites_.Fps();
+  const Host::AudioSuite* const suite = suites_.Audio();
+  switch (clock_.Start(clock, ticksPerSecond, fps, audio_.MakePuller(suite, playID))) {
+    case HostClock::StartResult::Failed:
+      return false;
+    case HostClock::StartResult::NotStarted:
+      return true;
+    case HostClock::StartResult::Started:
+      break;
   }
+  PluginLog(kLog, kLogInfo, "StartClock: fps=%d ticksPerSecond=%lld playID=%d audioSuite=%p", fps,
+            static_cast<long long>(ticksPerSecond), playID, static_cast<const void*>(suite));
+  return true;
+}
+
+bool TransmitInstance::RunSelfTest(const std::string&, std::string& result) {
+  return RunStateRace(result);
+}
+
+// ---- Events of the transport -------------------------------------------------------------------
+
+// Everything is told and shown anew. The queue has been cleared of the old phone's frames before
+// the first instance greets, and the host is nudged behind the last.
+void TransmitInstance::OnNewClient() {
+  PluginLog(kLog, kLogInfo, "new client — forcing IDR, re-pushing StreamInfo");
+  seat_.RequestIdr();
+  announcer_.ResetAnnouncedState(true);
+  announcer_.SendStreamInfoIfReady();
+  SendHostPlatform();
+  audio_.SendAudioState();
+  engineSwitch_.SendEncoderEngineList();
+  announcer_.PublishEncoderStatus();
+  announcer_.SendEncoderInfoIfChanged();
+  video_.ReplayCachedFrame();
+}
+
+void TransmitInstance::SendHostPlatform() {
+  constexpr std::array kWindowsX64{std::byte{0x01}, std::byte{0x02}};
+  if (services_.transport.SendControl(kHostPlatform, kWindowsX64)) {
+    PluginLog(kLog, kLogInfo, "SendControl: kHostPlatform %s (%s)", "Windows", "x86_64");
+  }
+}
+
+void TransmitInstance::OnUdpFailures() {
+  PluginLog(kLog, kLogInfo, "consecutive UDP failures — forcing IDR");
+  seat_.RequestIdr();
 }

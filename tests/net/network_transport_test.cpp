@@ -7,6 +7,7 @@
 
 #include "net/control_protocol.h"
 #include "net/media_datagram.h"
+#include "tests/support/eventually.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scratch.h"
 #include "tests/support/test_phone.h"
@@ -14,17 +15,6 @@
 
 namespace Veldrift {
 namespace {
-
-// Waits, with a generous end, for something that another thread brings about.
-template <typename Condition>
-bool Eventually(Condition&& condition) {
-  const int64_t end = SteadyNanos() + 20 * kNanosPerSecond;
-  while (SteadyNanos() < end) {
-    if (condition()) return true;
-    std::this_thread::yield();
-  }
-  return false;
-}
 
 class NetworkTransportTest : public testing::Test {
  protected:
@@ -38,7 +28,12 @@ class NetworkTransportTest : public testing::Test {
       if (duringGreeting) duringGreeting();
     };
     callables.onIdrRequest = [this] { ++idrRequests; };
-    callables.anyInstanceRunning = [this] { return instanceRunning.load(); };
+    callables.anyInstanceRunning = [this] {
+      const bool running = instanceRunning;
+      ++asked;
+      if (startBehindAnswer.exchange(false)) LetAnInstanceStart();
+      return running;
+    };
     callables.createPairingDialog = ShowTo(shown);
     transport.SetCallables(std::move(callables));
     transport.StartListening(0);
@@ -58,6 +53,18 @@ class NetworkTransportTest : public testing::Test {
     return phone;
   }
 
+  // A connection that doesn't pair holds the next one up for a second.
+  void LetASecondPass() { clock.Advance(kNanosPerSecond); }
+
+  // An instance starts between a thread's question and what it makes of the answer, and the poll
+  // comes by; it can't have its say before that thread has, but is given the time.
+  void LetAnInstanceStart() {
+    instanceRunning = true;
+    clock.Advance(kNanosPerSecond);
+    const int before = asked;
+    for (int i = 0; i < 50 && asked == before; ++i) SystemClock().SleepFor(kNanosPerMilli);
+  }
+
   bool SendByte(uint8_t opcode) {
     const std::byte one{1};
     return transport.SendControl(opcode, {&one, 1});
@@ -74,6 +81,8 @@ class NetworkTransportTest : public testing::Test {
   std::atomic<int> lastCommand{-1}, newClients{0}, idrRequests{0};
   std::atomic<bool> instanceRunning{false};
   std::function<void()> duringGreeting;
+  std::atomic<bool> startBehindAnswer{false};
+  std::atomic<int> asked{0};
   NetworkTransport transport{clock};
 };
 
@@ -81,12 +90,17 @@ TEST_F(NetworkTransportTest, NothingButPairingPassesUntilAPhoneHasPaired) {
   EXPECT_FALSE(SendMedia());
   EXPECT_FALSE(SendByte(kPairChallenge));  // nobody is there
   TestPhone phone = Connect();
-  ASSERT_TRUE(Eventually([&] { return SendByte(kPairRejected) || true; }));
+  phone.SendHello("a-stranger", "stranger");
+  ASSERT_EQ(phone.Next()->opcode, kPairChallenge);
   EXPECT_FALSE(transport.PeerKnown());
-  EXPECT_FALSE(SendByte(kStreamInfo));
+  EXPECT_FALSE(SendByte(kAudioState));
   EXPECT_FALSE(SendMedia());
   EXPECT_EQ(transport.PeerAddressText(), "");
+  EXPECT_TRUE(transport.SendControl(kPairRejected, {}));
+  EXPECT_EQ(phone.Next()->opcode, kPairRejected) << "and nothing before it";
+  (void)shown->Take();
 
+  LetASecondPass();
   TestPhone paired = ConnectAndPair("127.0.1.9");
   EXPECT_TRUE(transport.PeerKnown());
   EXPECT_EQ(transport.PeerAddressText(), "127.0.1.9");
@@ -130,6 +144,7 @@ TEST_F(NetworkTransportTest, ANewcomerReplacesThePhoneAndTheNextOneGetsIn) {
   EXPECT_TRUE(Eventually([&] { return CountInPluginLog("HeartbeatLoop: EXIT fd=") > exits; }));
   second.Send("garbage");
   EXPECT_TRUE(second.SeesTheEnd());
+  LetASecondPass();
   TestPhone third = ConnectAndPair();
   EXPECT_TRUE(transport.PeerKnown());
   third.Close();
@@ -205,16 +220,76 @@ TEST_F(NetworkTransportTest, ActiveIsToldAtOnceAndInactiveAfterThreePolls) {
 TEST_F(NetworkTransportTest, APhoneThatStopsReadingHoldsNobodyUpAndIsEnded) {
   TestPhone phone = ConnectAndPair();
   const std::vector<std::byte> payload(200);
-  // Fills both kernel buffers and the outbox without ever waiting.
+  // Fills both kernel buffers without ever waiting; then 5 s pass.
   int sent = 0;
   while (transport.SendControl(kEncoderInfo, payload)) {
-    ++sent;
-    clock.Advance(kNanosPerMilli);
-    ASSERT_LT(sent, 1'000'000);
+    if (++sent % 1'000 == 0) clock.Advance(100 * kNanosPerMilli);
+    ASSERT_LT(sent, 10'000'000);
   }
   EXPECT_TRUE(Eventually([&] { return !transport.PeerKnown(); }));
   TestPhone next = ConnectAndPair();
   EXPECT_TRUE(transport.PeerKnown());
+}
+
+// The stream of a phone that pauses reading and goes on is not torn, and nothing waits for the next
+// message.
+TEST_F(NetworkTransportTest, APhoneThatReadsOnGetsEverythingInOrder) {
+  constexpr int kMessages = 12'000;
+  TestPhone phone = ConnectAndPair();
+  const auto payload = [](int i) {
+    std::string text(200, char('a' + i % 26));
+    text.replace(0, 5, std::to_string(10'000 + i));
+    return std::string(1, char(text.size())) + text;
+  };
+  for (int i = 0; i < kMessages; ++i) {
+    const std::string message = payload(i);
+    ASSERT_TRUE(transport.SendControl(kEncoderInfo, std::as_bytes(std::span(message)))) << i;
+  }
+  for (int i = 0; i < kMessages; ++i) ASSERT_EQ(phone.Next()->payload, payload(i)) << i;
+  EXPECT_TRUE(transport.PeerKnown());
+}
+
+// At one attempt a second a code of six digits is safe for days.
+TEST_F(NetworkTransportTest, AConnectionThatDidNotPairHoldsTheNextOneUpForASecond) {
+  std::atomic<bool> guessing{true};
+  std::thread time([&] {
+    while (guessing) {
+      clock.Advance(20 * kNanosPerMilli);
+      SystemClock().SleepFor(kNanosPerMilli);
+    }
+  });
+  const int64_t start = clock.NowNanos();
+  for (int i = 0; i < 5; ++i) {
+    TestPhone guesser = Connect();
+    guesser.SendHello("guesser", "guesser");
+    EXPECT_TRUE(guesser.NextOf(kPairChallenge));
+    (void)shown->Take();
+  }
+  EXPECT_GE(clock.NowNanos() - start, 4 * kNanosPerSecond);
+  guessing = false;
+  time.join();
+  // Behind a phone that has paired the next one comes at once: here no time passes any more.
+  LetASecondPass();
+  for (int i = 0; i < 3; ++i) TestPhone phone = ConnectAndPair();
+}
+
+// The greeting decides on "inactive" while an instance starts and the poll comes by.
+TEST_F(NetworkTransportTest, TheTransmitStateThatThePhoneIsLeftWithIsTheLatest) {
+  const std::string edge = "transmit: edge inactive → active";
+  const size_t edges = CountInPluginLog(edge);
+  duringGreeting = [&] { startBehindAnswer = true; };
+  TestPhone phone = Connect();
+  ASSERT_FALSE(PairByCode(phone, *shown).empty());
+  ASSERT_TRUE(Eventually([&] {
+    clock.Advance(100 * kNanosPerMilli);
+    return CountInPluginLog(edge) > edges;
+  }));
+  ASSERT_TRUE(phone.NextOf(kTransmitState));
+  ASSERT_TRUE(SendByte(kAudioState));
+  auto last = phone.Next();
+  ASSERT_EQ(last->opcode, kTransmitState);
+  EXPECT_EQ(last->payload, "\x01");
+  EXPECT_EQ(phone.Next()->opcode, kAudioState);
 }
 
 TEST_F(NetworkTransportTest, StopEndsTheConnectionAndMayBeRepeatedAndUndone) {

@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "net/token_bucket.h"
+#include "tests/support/eventually.h"
 #include "tests/support/manual_clock.h"
+#include "tests/support/one_by_one.h"
 #include "tests/support/scratch.h"
 
 namespace Veldrift {
@@ -50,7 +54,7 @@ class HeldPacer : public testing::Test {
  protected:
   void SetUp() override {
     pacer.SetBitrate(1'000'000'000);
-    const auto send = [this](std::span<const std::byte> bytes) { return Send(bytes); };
+    const auto send = OneByOne([this](std::span<const std::byte> bytes) { return Send(bytes); });
     pacer.Start(send, send);
   }
 
@@ -157,14 +161,14 @@ TEST_F(HeldPacer, MayBeStartedAgain) {
   pacer.Stop();
   pacer.Stop();
   int count = 0;
-  const auto send = [&count](std::span<const std::byte>) {
+  const auto send = OneByOne([&count](std::span<const std::byte>) {
     ++count;
     return true;
-  };
+  });
   pacer.Start(send, send);
   pacer.Start(nullptr, nullptr);  // keeps the senders that it has
   pacer.Enqueue(Group(true, 1));
-  while (pacer.TotalBytes() < 100) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return pacer.TotalBytes() >= 100; }));
   pacer.Stop();
   EXPECT_EQ(count, 1);
 }
@@ -175,22 +179,62 @@ TEST(Pacer, KeepsTheRateInVirtualTime) {
     std::vector<std::pair<int64_t, size_t>> sent;
     Pacer pacer(clock);
     pacer.SetBitrate(rate);
-    const auto send = [&](std::span<const std::byte> bytes) {
+    const auto send = OneByOne([&](std::span<const std::byte> bytes) {
       sent.emplace_back(clock.NowNanos(), bytes.size());
       return true;
-    };
+    });
     pacer.Start(send, send);
     const int64_t start = clock.NowNanos();
     constexpr size_t kDatagrams = 400;
     FrameGroup group(true, kDatagrams, 1466);
     for (size_t i = 0; i < kDatagrams; ++i) std::fill_n(group.Append(1466), 1466, std::byte{1});
     pacer.Enqueue(std::move(group));
-    while (pacer.TotalBytes() < kDatagrams * 1466) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return pacer.TotalBytes() >= kDatagrams * 1466; }));
     pacer.Stop();
 
     const double seconds = double(sent.back().first - start) / 1e9;
     EXPECT_NEAR(double(kDatagrams) * 1466 * 8 / seconds, rate, rate * 0.01) << rate;
   }
+}
+
+// What the bucket lets go at once goes to the system at once, and never more than that.
+TEST(Pacer, SendsInBatchesWithinTheBucket) {
+  ManualClock clock;
+  Pacer pacer(clock);
+  pacer.SetBitrate(10'000'000);  // 20 ms are 25,000 bytes: 17 datagrams
+  std::vector<size_t> batches;
+  std::atomic<size_t> count{0};
+  const auto send = [&](Datagrams datagrams) {
+    batches.push_back(datagrams.size());
+    count += datagrams.size();
+    return DatagramsTaken{datagrams.size() - 1, 7};
+  };
+  pacer.Start(send, send);
+  clock.Advance(kNanosPerSecond);  // the bucket is full
+  FrameGroup group(true, 40, 1466);
+  for (size_t i = 0; i < 40; ++i) std::fill_n(group.Append(1466), 1466, std::byte{1});
+  pacer.Enqueue(std::move(group));
+  ASSERT_TRUE(Eventually([&] { return count == 40; }));
+  pacer.Stop();
+  ASSERT_FALSE(batches.empty());
+  EXPECT_EQ(batches[0], 17U);
+  for (size_t i = 1; i < batches.size(); ++i) EXPECT_LE(batches[i], 2U) << i;
+  EXPECT_EQ(pacer.TotalFailed(), batches.size());
+  EXPECT_EQ(pacer.TotalBytes(), 7 * batches.size());
+}
+
+TEST(Pacer, AnExceptionCostsOneGroup) {
+  ManualClock clock;
+  Pacer pacer(clock);
+  std::atomic<int> calls{0};
+  const auto send = [&](Datagrams datagrams) -> DatagramsTaken {
+    if (++calls == 1) throw std::bad_alloc();
+    return {datagrams.size(), 1};
+  };
+  pacer.Start(send, send);
+  for (int i = 0; i < 3; ++i) pacer.Enqueue(Group(true, i));
+  EXPECT_TRUE(Eventually([&] { return pacer.TotalBytes() == 2; }));
+  pacer.Stop();
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ class LateEncoder final : public EncoderDouble {
   std::thread thread_;
 };
 
-class EngineSwitch : public SessionFixture {
+class EngineSwitchTest : public SessionFixture {
  protected:
   void SetUp() override {
     MediaReceiverOptions options;
@@ -131,7 +131,7 @@ class EngineSwitch : public SessionFixture {
   std::vector<uint32_t> timestamps VD_GUARDED_BY(mutex);
 };
 
-TEST_F(EngineSwitch, ALateFrameOfTheReplacedEngineIsNotSent) {
+TEST_F(EngineSwitchTest, ALateFrameOfTheReplacedEngineIsNotSent) {
   PushNext();
   AwaitReceived(1);
   gate.Shut();
@@ -150,7 +150,7 @@ TEST_F(EngineSwitch, ALateFrameOfTheReplacedEngineIsNotSent) {
   EXPECT_TRUE(std::is_sorted(all.begin(), all.end())) << testing::PrintToString(all);
 }
 
-TEST_F(EngineSwitch, TwoHundredTimesUnderRunningFramesKeepsTheOrder) {
+TEST_F(EngineSwitchTest, TwoHundredTimesUnderRunningFramesKeepsTheOrder) {
   constexpr size_t kSwitches = 200;
   std::atomic<bool> playing{true};
   std::thread host([&] {

@@ -4,6 +4,7 @@
 #include "session/engine_list.h"
 #include "session/frame_cache.h"
 #include "session/frame_geometry.h"
+#include "session/host_suites.h"
 #include "session/stall_watch.h"
 #include "support/clock.h"
 
@@ -62,6 +63,7 @@ TEST(StallWatch, OutputAndPausesRestartIt) {
 
 TEST(FrameCache, CopiesFourTimesASecondAndNotBeyond32MiB) {
   FrameCache cache;
+  cache.Open();
   std::vector<uint8_t> pixels(33'554'433, 1);
   cache.Store(pixels.data(), 16, 16, 64, kSecond);
   EXPECT_EQ(cache.Copy().bytes.size(), 1024U);
@@ -72,8 +74,65 @@ TEST(FrameCache, CopiesFourTimesASecondAndNotBeyond32MiB) {
   EXPECT_EQ(cache.Copy().bytes[0], 2);
   cache.Store(pixels.data(), 1, 1, 33'554'433, 9 * kSecond);
   EXPECT_EQ(cache.Copy().width, 16);
-  cache.Clear();
+  cache.Close();
   EXPECT_TRUE(cache.Copy().bytes.empty());
+  cache.Store(pixels.data(), 16, 16, 64, 20 * kSecond);  // was on its way
+  EXPECT_TRUE(cache.Copy().bytes.empty());
+}
+
+// A host's time suite that answers what the row says.
+struct TimeHost {
+  static inline int64_t answer = 0;
+  static inline Host::Error acquire = Host::kNoError;
+  static Host::Error GetTicks(int64_t* ticks) {
+    *ticks = answer;
+    return Host::kNoError;
+  }
+  static Host::Error Acquire(const char*, int32_t, const void** suite) {
+    static constexpr Host::TimeSuite kTime{GetTicks};
+    *suite = acquire == Host::kNoError ? &kTime : nullptr;
+    return acquire;
+  }
+  static Host::Error Release(const char*, int32_t) { return Host::kNoError; }
+  static constexpr Host::SuiteAccess kAccess{Acquire, Release};
+};
+
+TEST(HostSuites, TheFrameRateIsFromOneTo240AndNonsenseChangesNothing) {
+  struct Row {
+    int64_t ticksPerSecond, ticksPerFrame;
+    Host::Error acquire;
+    int32_t fps;
+  };
+  const Row rows[] = {{254'016'000'000, 8'475'667'200, 0, 30},
+                      {1'000, 10, 0, 100},
+                      {1'000, 1, 0, 240},
+                      {1'000, 5'000, 0, 1},
+                      {60'000, 1'001, 0, 60},
+                      {60'000, 2'000, -1, 60},
+                      {0, 2'000, 0, 60},
+                      {-5, 2'000, 0, 60},
+                      {60'000, 0, 0, 60},
+                      {60'000, -1, 0, 60}};
+  HostSuites suites(&TimeHost::kAccess);
+  for (const Row& row : rows) {
+    TimeHost::answer = row.ticksPerSecond;
+    TimeHost::acquire = row.acquire;
+    suites.SetVideoFrameRate(row.ticksPerFrame);
+    EXPECT_EQ(suites.Fps(), row.fps) << row.ticksPerSecond << " / " << row.ticksPerFrame;
+  }
+  EXPECT_EQ(suites.TicksPerSecond(), 60'000);
+}
+
+TEST(HostSuites, TicksASecondAreAskedForOnceAndOtherwiseACommonHosts) {
+  TimeHost::answer = 0;
+  TimeHost::acquire = Host::kNoError;
+  HostSuites suites(&TimeHost::kAccess);
+  EXPECT_EQ(suites.TicksPerSecond(), 254'016'000'000);
+  TimeHost::answer = 90'000;
+  EXPECT_EQ(suites.TicksPerSecond(), 90'000);
+  TimeHost::answer = 1;
+  EXPECT_EQ(suites.TicksPerSecond(), 90'000);
+  EXPECT_EQ(HostSuites(nullptr).TicksPerSecond(), 254'016'000'000);
 }
 
 TEST(EngineList, IsCutAt255BytesWithItsCountKept) {

@@ -11,19 +11,115 @@ namespace {
 class PhoneSession : public SessionFixture {
  protected:
   int RememberedGop() { return shared.GetClientSettings().gopMode; }
+  int IdrRequests() {
+    return encoder->With([](EncoderRecord::Data& record) { return record.idrRequests; });
+  }
 };
 
 TEST_F(PhoneSession, TheGreetingComesInOrderAndThenTheHostIsMadeToRender) {
   const std::string nudge = "kbd:INFO] nudge: →← (Premiere)";
   instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
   instance->Start();
-  while (shared.ListeningPort() == 0) std::this_thread::yield();
-  phone = TestPhone::Connect(shared.ListeningPort());
-  ASSERT_FALSE(PairByCode(phone, *shown).empty());
-  EXPECT_EQ(OpcodesUpTo(kTransmitState),
-            (std::vector<int>{kHostPlatform, kAudioState, kEncoderEngineList, kPlaybackState,
-                              kTransmitState}));
-  EXPECT_EQ(CountInPluginLog(nudge), 1U);
+  TransmitInstance second(FakeHost::Suites(), Services());
+  const std::vector<int> greeting{kHostPlatform, kAudioState, kEncoderEngineList};
+  std::vector<int> wanted = greeting;
+  wanted.insert(wanted.end(), greeting.begin(), greeting.end());
+  wanted.insert(wanted.end(), {kPlaybackState, kTransmitState});
+  ConnectPhone();
+  EXPECT_EQ(OpcodesUpTo(kTransmitState), wanted);
+  EXPECT_EQ(CountInPluginLog(nudge), 1U) << "once for both";
+}
+
+// Everything that the first phone was told, and a picture of its own.
+TEST_F(PhoneSession, ASecondPhoneIsToldEverythingAnew) {
+  StartSession();
+  Command(kSetMaxResolution, {0x68, 0x01});  // nothing is replayed then
+  Push(1280, 720);
+  ASSERT_TRUE(phone.NextOf(kEncoderInfo));
+  const int requests = IdrRequests();
+  instance->UpdateAudioPushState(true, false);
+  clock.Advance(kNanosPerSecond);
+
+  ConnectPhone();
+  EXPECT_EQ(phone.NextOf(kHostPlatform)->payload, std::string("\x01\x02"));
+  EXPECT_EQ(phone.NextOf(kAudioState)->payload, "\x01");
+  EXPECT_EQ(phone.NextOf(kEncoderEngineList)->payload.substr(1, 2), std::string("\x01\x08"));
+  EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, "\x11recording encoder");
+  EXPECT_EQ(phone.NextOf(kPlaybackState)->payload, "\x01");
+  EXPECT_EQ(phone.NextOf(kTransmitState)->payload, "\x01");
+  EXPECT_EQ(IdrRequests(), requests + 1);
+  // The source is committed at once, since its size has long settled.
+  Push(1280, 720);
+  EXPECT_EQ(OpcodesUpTo(kStreamInfo), (std::vector<int>{kSourceChanged, kStreamInfo}));
+}
+
+// Of the old phone's frames nothing, of this phone's everything: each instance's own replay.
+TEST_F(PhoneSession, ANewPhoneGetsTheReplayOfEveryInstanceAndNoFrameOfTheOldPhones) {
+  TransmitInstance second(FakeHost::Suites(), Services());
+  second.Start();
+  StartSession();
+  HostFrame frame;
+  const Host::FrameEntry entry{reinterpret_cast<Host::FrameHandle>(&frame)};
+  const Host::FrameList list{1, &entry};
+  HoldMedia();
+  instance->PushVideo(&list);
+  second.PushVideo(&list);
+  clock.Advance(5 * kNanosPerSecond);
+  PairPhone();
+  const std::vector<DatagramHeader> sent = ReleaseMedia();
+  ASSERT_EQ(sent.size(), 4U) << "two frames of one datagram and its parity";
+  for (const DatagramHeader& datagram : sent) {
+    EXPECT_GE(datagram.frameNumber, 2);
+    EXPECT_GE(datagram.timestamp, 5'000'000U);
+  }
+}
+
+TEST_F(PhoneSession, AKeyFrameIsMadeWhenThePhoneAsksAndWhenDatagramsKeepFailing) {
+  StartSession();
+  int requests = IdrRequests();
+  phone.SendCommand(kRequestIdr);
+  EXPECT_TRUE(Eventually([&] { return IdrRequests() == requests + 1; }));
+  const std::vector<std::byte> tooLong(70'000);  // no system takes a datagram of this length
+  const std::vector<std::span<const std::byte>> seven(7, tooLong);
+  EXPECT_EQ(shared.SendDatagrams(seven, kVideoPort).count, 0U);
+  EXPECT_EQ(IdrRequests(), requests + 2);
+}
+
+// What didn't reach a phone is told again.
+TEST_F(PhoneSession, AnAnnouncementThatDidNotGoOutIsNotTakenForTold) {
+  StartSession();
+  PipelineSeat seat({}, clock);
+  seat.Seat(std::make_unique<RecordingEncoder>(encoder));
+  StreamAnnouncer announcer(shared, seat);
+  const FrameGeometry source{1280, 720, 30};
+  const auto announce = [&] {
+    announcer.ObserveSource(source, clock.NowNanos());
+    clock.Advance(kNanosPerSecond);
+    announcer.ObserveSource(source, clock.NowNanos());
+  };
+  phone.Close();
+  ASSERT_TRUE(Eventually([&] { return !shared.PeerKnown(); }));
+  announce();
+  announcer.PromoteSource({640, 480, 30});  // committed all the same
+  seat.Current()->Configure(640, 480, 1, 30);
+  announcer.SendEncoderInfoIfChanged();
+
+  PairPhone();
+  announce();
+  EXPECT_EQ(phone.NextOf(kSourceChanged)->payload.substr(0, 4), std::string("\x00\x05\xD0\x02", 4));
+  EXPECT_EQ(phone.NextOf(kStreamInfo)->payload.substr(0, 4), std::string("\x00\x05\xD0\x02", 4));
+  EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, "\x11recording encoder");
+  announce();  // known
+  shared.SendControlByte(kAudioState, 7);
+  EXPECT_EQ(phone.Next()->opcode, kAudioState);
+}
+
+TEST_F(PhoneSession, TheSetupWindowNeverSeesTheMarkForAnEmptyDescription) {
+  StartSession();
+  Command(kSetGopMode, {3});
+  EXPECT_EQ(shared.GetEncoderStatus().description, "");
+  Push(1280, 720);
+  EXPECT_EQ(shared.GetEncoderStatus().description, "recording encoder");
 }
 
 TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
@@ -135,6 +231,18 @@ TEST_F(PhoneSession, AMarkerOfATestClientIsLoggedOrRunsATest) {
   }
 }
 
+TEST_F(PhoneSession, WithoutAPhoneNothingIsReplayedIntoAnInstance) {
+  StartSession();
+  Command(kSetGopMode, {3});
+  phone.Close();
+  ASSERT_TRUE(Eventually([&] { return !shared.PeerKnown(); }));
+  const auto second = std::make_shared<EncoderRecord>();
+  SessionServices services = Services();
+  services.createDefaultEncoder = [&] { return std::make_unique<RecordingEncoder>(second); };
+  const TransmitInstance other(FakeHost::Suites(), std::move(services));
+  second->With([](EncoderRecord::Data& record) { EXPECT_EQ(record.settings.gopSize, 1); });
+}
+
 TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {
   StartSession();
   Command(kSetCodec, {1});
@@ -184,12 +292,12 @@ TEST_F(PhoneSession, PushedSoundArrivesAsBlocksOnTheInstancesTimeline) {
     arrived = true;
   });
   StartSession();
-  instance->Audio().SetAudioFormat(44'100, 2);
+  instance->SetAudioFormat(44'100, 2);
   clock.Advance(5'000 * kNanosPerMicro);
   const float left[] = {0.5F, -0.5F};
   const float* const channels[] = {left, nullptr};
   const Host::AudioBlock pushed{channels, 2, 2};
-  instance->Audio().PushAudio(&pushed);
+  instance->PushAudio(&pushed);
   while (!arrived) std::this_thread::yield();
   receiver.Stop();
   const float wanted[] = {0.5F, 0, -0.5F, 0};

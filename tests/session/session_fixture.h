@@ -1,20 +1,23 @@
-// A transmit instance between a host of ours and a phone on loopback, on a clock that stands still.
+// A transmit instance between a host of ours and a phone on loopback, on a clock that only the test
+// moves, and the pacer where it has to wait.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "net/control_protocol.h"
+#include "net/media_datagram.h"
 #include "session/transmit_instance.h"
 #include "tests/session/recording_encoder.h"
+#include "tests/support/eventually.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scratch.h"
 #include "tests/support/test_phone.h"
-#include "tests/support/transport_probe.h"
 
 namespace Veldrift {
 
@@ -35,6 +38,8 @@ class FakeHost {
  public:
   static const Host::SuiteAccess* Suites() { return &kAccess; }
   static inline int acquired = 0, released = 0;
+  static inline const Host::AudioSuite* audio = nullptr;  // offered if not null
+  static inline int64_t ticksPerSecond = 254'016'000'000;
 
  private:
   static HostFrame& Open(Host::FrameHandle handle) { return *reinterpret_cast<HostFrame*>(handle); }
@@ -62,7 +67,7 @@ class FakeHost {
     return Host::kNoError;
   }
   static Host::Error GetTicksPerSecond(int64_t* ticks) {
-    *ticks = 254'016'000'000;
+    *ticks = ticksPerSecond;
     return Host::kNoError;
   }
   static Host::Error Acquire(const char* name, int32_t version, const void** suite) {
@@ -71,6 +76,8 @@ class FakeHost {
       *suite = &kPpix;
     else if (wanted == Host::kTimeSuiteName)
       *suite = &kTime;
+    else if (wanted == Host::kAudioSuiteName && audio != nullptr)
+      *suite = audio;
     else
       return -1;
     ++acquired;
@@ -89,10 +96,9 @@ class FakeHost {
 
 class SessionFixture : public testing::Test {
  protected:
-  SessionFixture() {
-    TransportProbe::ChoosePort(shared, 0);
-    shared.SetPairingDialogFactory(ShowTo(shown));
-  }
+  static constexpr uint32_t kEndMark = 0xE4D0E4D0;
+
+  SessionFixture() { shared.SetPairingDialogFactory(ShowTo(shown)); }
 
   SessionServices Services() {
     SessionServices services{shared};
@@ -112,11 +118,16 @@ class SessionFixture : public testing::Test {
     PairPhone();
   }
 
-  void PairPhone() {
-    while (shared.ListeningPort() == 0) std::this_thread::yield();
+  // Up to the acceptance: the greeting is still to be read.
+  void ConnectPhone() {
+    ASSERT_TRUE(Eventually([&] { return shared.ListeningPort() != 0; }));
     phone = TestPhone::Connect(shared.ListeningPort());
     ASSERT_TRUE(phone.Connected());
     ASSERT_FALSE(PairByCode(phone, *shown).empty());
+  }
+
+  void PairPhone() {
+    ConnectPhone();
     // Behind the whole greeting.
     ASSERT_TRUE(phone.NextOf(kTransmitState));
   }
@@ -132,6 +143,32 @@ class SessionFixture : public testing::Test {
     std::vector<std::byte> payload;
     for (const int byte : bytes) payload.push_back(std::byte(byte));
     instance->HandleControlCommand(opcode, payload);
+  }
+
+  // From here on queued datagrams stay in the pacer, until ReleaseMedia hands them out, parsed.
+  void HoldMedia() { shared.GetPacer().Stop(); }
+  std::vector<DatagramHeader> ReleaseMedia() {
+    Pacer& pacer = shared.GetPacer();
+    std::vector<DatagramHeader> headers;
+    Mutex mutex;
+    const auto take = [&](Datagrams datagrams) {
+      MutexLock lock(mutex);
+      for (const std::span<const std::byte> bytes : datagrams) {
+        if (const auto datagram = ParseDatagram(bytes)) headers.push_back(datagram->header);
+      }
+      return DatagramsTaken{datagrams.size(), 0};
+    };
+    // A frame of the test's own marks the end.
+    const std::byte last{0xE7};
+    shared.Sender().SendSound({&last, 1}, kEndMark);
+    pacer.Start(take, take);
+    EXPECT_TRUE(Eventually([&] {
+      MutexLock lock(mutex);
+      return !headers.empty() && headers.back().timestamp == kEndMark;
+    }));
+    pacer.Stop();
+    headers.pop_back();
+    return headers;
   }
 
   // The opcodes that have come, up to and including `last`.
@@ -151,7 +188,7 @@ class SessionFixture : public testing::Test {
   std::shared_ptr<EncoderRecord> switchedEncoder = std::make_shared<EncoderRecord>();
   std::vector<EngineEntry> engines{{"software", "Software (CPU)", "note"}};
   std::shared_ptr<ShownCode> shown = std::make_shared<ShownCode>();
-  SharedTransport shared{clock};
+  SharedTransport shared{clock, 0};
   std::unique_ptr<TransmitInstance> instance;
   TestPhone phone{nullptr};
 };

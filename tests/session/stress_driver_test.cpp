@@ -9,6 +9,7 @@
 
 #include "tests/session/recording_encoder.h"
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scratch.h"
 
@@ -39,26 +40,23 @@ class StressDriverTest : public testing::Test {
  protected:
   using Size = std::pair<int, int>;
 
-  StressDriver::PipelineSource Pipeline() {
-    return [this] { return pipeline_; };
-  }
+  StressDriverTest() { seat_.Seat(std::make_unique<RecordingEncoder>(record_)); }
   void AwaitFrames(size_t count) {
-    while (record_->FrameCount() < count) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return record_->FrameCount() >= count; }));
   }
   void AwaitConfigured(size_t count) {
-    while (record_->ConfigureCount() < count) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return record_->ConfigureCount() >= count; }));
   }
 
   ScratchHome home_;
   ManualClock clock_;
   std::shared_ptr<EncoderRecord> record_ = std::make_shared<EncoderRecord>();
-  std::shared_ptr<EncoderPipeline> pipeline_ =
-      std::make_shared<EncoderPipeline>(std::make_unique<RecordingEncoder>(record_));
+  PipelineSeat seat_{{}, clock_};
 };
 
 TEST_F(StressDriverTest, OneDriverOfTheProcessPushesItsFramesAndTheOtherStaysPassive) {
   const ScopedEnvironment variable("VD_STRESS", "2");
-  StressDriver driver(Pipeline(), clock_), other(Pipeline(), clock_);
+  StressDriver driver(seat_, clock_), other(seat_, clock_);
   driver.StartIfAsked();
   other.StartIfAsked();
   EXPECT_EQ(CountInPluginLog("[STRESS] another instance already owns the stress driver"), 1U);
@@ -79,18 +77,18 @@ TEST_F(StressDriverTest, OneDriverOfTheProcessPushesItsFramesAndTheOtherStaysPas
 TEST_F(StressDriverTest, FlipsChangeSizeGopAndCodecInTurn) {
   const ScopedEnvironment variable("VD_STRESS", "3");
   clock_.AdvanceTo(11 * kNanosPerSecond);
-  StressDriver driver(Pipeline(), clock_);
+  StressDriver driver(seat_, clock_);
   driver.StartIfAsked();
   AwaitFrames(1);
   const auto settings = [this] {
     return record_->With([](EncoderRecord::Data& data) { return data.settings; });
   };
   clock_.AdvanceTo(13 * kNanosPerSecond + 1);  // two seconds are numbered 6: a size
-  while (settings().width != 540) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return settings().width == 540; }));
   clock_.AdvanceTo(15 * kNanosPerSecond + 2);  // 7: the GOP
-  while (settings().gopSize != 600) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return settings().gopSize == 600; }));
   clock_.AdvanceTo(17 * kNanosPerSecond + 3);  // 8: the codec
-  while (settings().codec != kCodecH264) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return settings().codec == kCodecH264; }));
   driver.Stop();
   EXPECT_EQ(settings().height, 960);
   for (const char* line : {"flip res -> 540x960", "flip gop -> 600", "flip codec -> H264"}) {
@@ -99,9 +97,23 @@ TEST_F(StressDriverTest, FlipsChangeSizeGopAndCodecInTurn) {
   EXPECT_GE(CountInPluginLog("[STRESS] alive: "), 1U);
 }
 
+// 33, 16 and 8 ms apart in turn: the time that this clock's sleepers wait is all that passes.
+TEST_F(StressDriverTest, ARealisticSourceKeepsAHostsPace) {
+  const ScopedEnvironment variable("VD_STRESS", "4");
+  StressDriver driver(seat_, clock_);
+  const int64_t start = clock_.NowNanos();
+  driver.StartIfAsked();
+  ASSERT_TRUE(Eventually([&] { return clock_.NowNanos() - start > 15 * kNanosPerSecond; }));
+  driver.Stop();
+  const double seconds = double(clock_.NowNanos() - start) / double(kNanosPerSecond);
+  const double aSecond = double(record_->FrameCount()) / seconds;
+  EXPECT_GT(aSecond, 45);  // (1000 / 33 + 1000 / 16 + 1000 / 8) / 3 is 73
+  EXPECT_LT(aSecond, 100);
+}
+
 TEST_F(StressDriverTest, WithoutTheVariableNothingStarts) {
   const ScopedEnvironment variable("VD_STRESS", "0");
-  StressDriver driver(Pipeline(), clock_);
+  StressDriver driver(seat_, clock_);
   driver.StartIfAsked();
   EXPECT_EQ(CountInPluginLog("[STRESS]"), 0U);
 }

@@ -5,7 +5,7 @@
 namespace Veldrift {
 namespace {
 
-using VideoPath = SessionFixture;
+using VideoPathTest = SessionFixture;
 constexpr int64_t kMilli = kNanosPerMilli;
 
 std::string Fields(std::initializer_list<int> bytes) {
@@ -14,7 +14,7 @@ std::string Fields(std::initializer_list<int> bytes) {
   return text;
 }
 
-TEST_F(VideoPath, WithoutAPhoneNothingIsReadOrConfigured) {
+TEST_F(VideoPathTest, WithoutAPhoneNothingIsReadOrConfigured) {
   instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
   instance->Start();
   const int before = HostFrame::disposed;
@@ -24,7 +24,7 @@ TEST_F(VideoPath, WithoutAPhoneNothingIsReadOrConfigured) {
   EXPECT_EQ(encoder->FrameCount(), 0U);
 }
 
-TEST_F(VideoPath, TheFirstFrameConfiguresPromotesAndAnnounces) {
+TEST_F(VideoPathTest, TheFirstFrameConfiguresPromotesAndAnnounces) {
   StartSession();
   Push(1280, 720);
   ASSERT_EQ(encoder->ConfigureCount(), 1U);
@@ -42,7 +42,7 @@ TEST_F(VideoPath, TheFirstFrameConfiguresPromotesAndAnnounces) {
   EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, Fields({17}) + "recording encoder");
 }
 
-TEST_F(VideoPath, OnlyTheFirstOfAListIsShownAndAllAreDisposedOf) {
+TEST_F(VideoPathTest, OnlyTheFirstOfAListIsShownAndAllAreDisposedOf) {
   StartSession();
   HostFrame frame;
   const Host::FrameHandle handle = reinterpret_cast<Host::FrameHandle>(&frame);
@@ -56,20 +56,21 @@ TEST_F(VideoPath, OnlyTheFirstOfAListIsShownAndAllAreDisposedOf) {
   EXPECT_EQ(encoder->FrameCount(), 1U);
 }
 
-TEST_F(VideoPath, BadFramesAreDroppedAndDisposedOf) {
+TEST_F(VideoPathTest, BadFramesAreDroppedAndDisposedOf) {
   StartSession();
-  HostFrame noPixels, noRows, narrow{15, 2000}, low{2000, 15};
+  HostFrame noPixels, noRows, shortRows, narrow{15, 2000}, low{2000, 15};
   noPixels.hasPixels = false;
   noRows.rowBytes = 0;
+  shortRows.rowBytes = shortRows.width * 4 - 1;
   const int before = HostFrame::disposed;
-  for (const HostFrame& frame : {noPixels, noRows, narrow, low}) Push(frame);
+  for (const HostFrame& frame : {noPixels, noRows, shortRows, narrow, low}) Push(frame);
   EXPECT_EQ(encoder->ConfigureCount(), 0U);
-  EXPECT_EQ(HostFrame::disposed, before + 4);
+  EXPECT_EQ(HostFrame::disposed, before + 5);
   Push(16, 16);
   EXPECT_EQ(encoder->FrameCount(), 1U);
 }
 
-TEST_F(VideoPath, EachChangeOfAnUnsupportedFormatIsLoggedOnce) {
+TEST_F(VideoPathTest, EachChangeOfAnUnsupportedFormatIsLoggedOnce) {
   StartSession();
   const std::string argb = "unsupported pixel format 0x62677261 'bgra' (wanted 'bgra')";
   const std::string line = "PushVideo: unsupported pixel format 0x";
@@ -88,7 +89,7 @@ TEST_F(VideoPath, EachChangeOfAnUnsupportedFormatIsLoggedOnce) {
   EXPECT_EQ(encoder->FrameCount(), 1U);
 }
 
-TEST_F(VideoPath, AGrowthWithinToleranceIsToldAfterHalfASecondAndNotReconfigured) {
+TEST_F(VideoPathTest, AGrowthWithinToleranceIsToldAfterHalfASecondAndNotReconfigured) {
   StartSession();
   Push(1000, 1000);
   ASSERT_TRUE(phone.NextOf(kEncoderInfo));
@@ -104,7 +105,7 @@ TEST_F(VideoPath, AGrowthWithinToleranceIsToldAfterHalfASecondAndNotReconfigured
   EXPECT_EQ(encoder->ConfigureCount(), 1U);
 }
 
-TEST_F(VideoPath, AnAlternatingSizeReconfiguresEveryFrameWithQualityAtThreeQuarters) {
+TEST_F(VideoPathTest, AnAlternatingSizeReconfiguresEveryFrameWithQualityAtThreeQuarters) {
   StartSession();
   Command(kSetEncoderMode, {1, 90});
   for (int i = 0; i < 4; ++i) Push(i % 2 == 0 ? 1280 : 640, 720);
@@ -116,7 +117,7 @@ TEST_F(VideoPath, AnAlternatingSizeReconfiguresEveryFrameWithQualityAtThreeQuart
   });
 }
 
-TEST_F(VideoPath, TheCapScalesTheTargetButNotTheFrameOrTheAnnouncement) {
+TEST_F(VideoPathTest, TheCapScalesTheTargetButNotTheFrameOrTheAnnouncement) {
   StartSession();
   Command(kSetMaxResolution, {0xD0, 0x02});  // 720
   Push(3840, 2160);
@@ -128,7 +129,7 @@ TEST_F(VideoPath, TheCapScalesTheTargetButNotTheFrameOrTheAnnouncement) {
   EXPECT_EQ(phone.NextOf(kStreamInfo)->payload.substr(0, 4), Fields({0x00, 0x0F, 0x70, 0x08}));
 }
 
-TEST_F(VideoPath, AFailedConfigureIsRepeatedOnEachFrame) {
+TEST_F(VideoPathTest, AFailedConfigureIsRepeatedOnEachFrame) {
   StartSession();
   encoder->With([](EncoderRecord::Data& record) { record.failConfigure = true; });
   const std::string line = "encoder Configure failed (1280x720 @ 30 fps)";
@@ -141,9 +142,12 @@ TEST_F(VideoPath, AFailedConfigureIsRepeatedOnEachFrame) {
   EXPECT_EQ(encoder->ConfigureCount(), 4U);
 }
 
-TEST_F(VideoPath, AStalledEncoderIsRebuiltOnceInFiveSeconds) {
+TEST_F(VideoPathTest, AStalledEncoderIsRebuiltOnceInFiveSeconds) {
   StartSession();
-  encoder->With([](EncoderRecord::Data& record) { record.silent = true; });
+  const int requests = encoder->With([](EncoderRecord::Data& record) {
+    record.silent = true;
+    return record.idrRequests;
+  });
   const size_t before = CountInPluginLog("encoder stall: no output for");
   for (int i = 0; i < 70; ++i) {
     Push(1280, 720);
@@ -151,9 +155,10 @@ TEST_F(VideoPath, AStalledEncoderIsRebuiltOnceInFiveSeconds) {
   }
   EXPECT_EQ(CountInPluginLog("encoder stall: no output for"), before + 1);
   EXPECT_EQ(encoder->ConfigureCount(), 2U);
+  encoder->With([&](EncoderRecord::Data& record) { EXPECT_EQ(record.idrRequests, requests + 1); });
 }
 
-TEST_F(VideoPath, AFrameBeyondTheWireAsksForEmergencyCompression) {
+TEST_F(VideoPathTest, AFrameBeyondTheWireAsksForEmergencyCompression) {
   StartSession();
   Command(kSetGopMode, {3});
   const int requests = encoder->With([](EncoderRecord::Data& record) {
@@ -170,7 +175,7 @@ TEST_F(VideoPath, AFrameBeyondTheWireAsksForEmergencyCompression) {
             1U);
 }
 
-TEST_F(VideoPath, LongDescriptionsAreCutAndEmptyOnesNeverSent) {
+TEST_F(VideoPathTest, LongDescriptionsAreCutAndEmptyOnesNeverSent) {
   StartSession();
   encoder->With([](EncoderRecord::Data& record) { record.description = std::string(300, 'd'); });
   Push(1280, 720);
@@ -186,7 +191,55 @@ TEST_F(VideoPath, LongDescriptionsAreCutAndEmptyOnesNeverSent) {
   EXPECT_EQ(message->payload, Fields({5}) + "again");
 }
 
-TEST_F(VideoPath, StopEmptiesTheCacheAndFramesAreDisposedOfUnread) {
+TEST_F(VideoPathTest, TheEncodersOutputGoesOutMarkedAndNumberedWhileAPhoneIsThere) {
+  instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), Services());
+  instance->Start();
+  const std::vector<uint8_t> unit(1'441, 0x42);                 // two fragments, one of parity
+  instance->OnEncodedFrame(unit.data(), unit.size(), true, 1);  // nobody to send it to
+  PairPhone();
+  HoldMedia();
+  instance->OnEncodedFrame(unit.data(), unit.size(), true, 0x1'0000'0002);
+  instance->OnEncodedFrame(unit.data(), 0, true, 3);
+  instance->OnEncodedFrame(unit.data(), unit.size(), false, 4);
+  const std::vector<DatagramHeader> sent = ReleaseMedia();
+  ASSERT_EQ(sent.size(), 6U);
+  for (size_t i = 0; i < sent.size(); ++i) {
+    EXPECT_EQ(sent[i].streamType, StreamType::Video);
+    EXPECT_EQ(sent[i].frameNumber, i / 3) << i;
+    EXPECT_EQ(sent[i].sequence, i);
+    EXPECT_EQ(sent[i].KeyFrame(), i < 3) << i;
+    EXPECT_EQ(sent[i].timestamp, i < 3 ? 2U : 4U);
+    EXPECT_EQ(sent[i].ParityCount(), 1U);
+  }
+}
+
+// The time that passes is what the pacer waits. Of 3.75 MB, 20 ms of the rate may go at once.
+TEST_F(VideoPathTest, ThePacersRateFollowsTheEncodersMode) {
+  StartSession();
+  instance->SetVideoFrameRate(254'016'000'000 / 60);
+  encoder->With([](EncoderRecord::Data& record) { record.outputBytes = 3'750'000; });
+  const auto millisToSend = [this] {
+    const auto handled = [this] {
+      return shared.GetPacer().TotalBytes() / 1'440 + shared.GetPacer().TotalFailed();
+    };
+    const uint64_t before = handled();
+    const int64_t start = clock.NowNanos();
+    Push(1280, 720);
+    EXPECT_TRUE(Eventually([&] { return handled() >= before + 2'605; }));
+    return (clock.NowNanos() - start) / kMilli;
+  };
+  const int64_t configured = millisToSend();  // 300 Mbit/s: 101 ms, of which 20 at once
+  EXPECT_GT(configured, 60);
+  EXPECT_LT(configured, 130);
+  Command(kSetEncoderMode, {1, 80});  // 60 x 340,000 x 32: 653 Mbit/s, 46 ms
+  const int64_t quality = millisToSend();
+  EXPECT_GT(quality, 15);
+  EXPECT_LT(quality, 55);
+  Command(kSetEncoderMode, {0, 80});  // twice the encoder's 150 Mbit/s
+  EXPECT_GT(millisToSend(), 60);
+}
+
+TEST_F(VideoPathTest, StopEmptiesTheCacheAndFramesAreDisposedOfUnread) {
   StartSession();
   Push(1280, 720);
   instance->Stop();
@@ -199,7 +252,7 @@ TEST_F(VideoPath, StopEmptiesTheCacheAndFramesAreDisposedOfUnread) {
   EXPECT_GE(CountInPluginLog("OnNewClient replay: no cache"), 1U);
 }
 
-TEST_F(VideoPath, ADormantInstanceHasNoPipelineAndTakesNothing) {
+TEST_F(VideoPathTest, ADormantInstanceHasNoPipelineAndTakesNothing) {
   SessionServices services = Services();
   services.createDefaultEncoder = [] { return nullptr; };
   instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), std::move(services));
@@ -207,10 +260,11 @@ TEST_F(VideoPath, ADormantInstanceHasNoPipelineAndTakesNothing) {
   EXPECT_EQ(shared.ListeningPort(), 0);
 }
 
-TEST_F(VideoPath, SuitesAreGivenBack) {
+TEST_F(VideoPathTest, SuitesAreGivenBack) {
   FakeHost::acquired = FakeHost::released = 0;
   StartSession();
   instance->SetVideoFrameRate(254'016'000'000 / 60);
+  instance->Start();
   instance.reset();
   EXPECT_EQ(FakeHost::acquired, 2);
   EXPECT_EQ(FakeHost::released, 2);

@@ -1,12 +1,14 @@
-// The phone's commands, as one instance obeys them.
+#include "session/phone_commands.h"
+
 #include <algorithm>
+#include <string>
 
 #include "net/control_protocol.h"
-#include "session/transmit_instance.h"
+#include "session/self_tests.h"
 #include "support/little_endian.h"
 #include "support/plugin_log.h"
 
-using namespace Veldrift;
+namespace Veldrift {
 
 namespace {
 
@@ -51,33 +53,12 @@ EncoderMode EncoderModeOf(uint8_t mode) {
   }
 }
 
-size_t LeastPayload(uint8_t opcode) {
-  switch (opcode) {
-    case kSetGopMode:
-    case kSetCodec:
-    case kSetEncoderEngine:
-    case kTestMarker:
-      return 1;
-    case kSetMaxResolution:
-    case kSetEncoderMode:
-      return 2;
-    default:
-      return 0;
-  }
-}
-
-bool IsAcknowledged(uint8_t opcode) {
-  switch (opcode) {
-    case kSetBitrate:
-    case kSetGopMode:
-    case kSetCodec:
-    case kSetMaxResolution:
-    case kSetEncoderMode:
-    case kSetHardFrameCap:
-    case kSetEncoderEngine:
-      return true;
-    default:
-      return false;
+void LogRetired(const CommandRow& command) {
+  if (*command.retired == '\0') {
+    PluginLog(kLog, kLogInfo, "control: retired opcode 0x%02X — ignored", command.opcode);
+  } else {
+    PluginLog(kLog, kLogInfo, "control: retired opcode 0x%02X (%s) — ignored", command.opcode,
+              command.retired);
   }
 }
 
@@ -91,20 +72,25 @@ std::string TextOf(std::span<const std::byte> bytes) {
 
 }  // namespace
 
-// A command that is too short does nothing, and is acknowledged all the same.
-void TransmitInstance::HandleControlCommand(uint8_t opcode, std::span<const std::byte> payload) {
-  if (payload.size() >= LeastPayload(opcode)) RunCommand(opcode, payload);
-  if (IsAcknowledged(opcode)) services_.transport.SendControlByte(kCommandAck, opcode);
+void PhoneCommands::HandleControlCommand(uint8_t opcode, std::span<const std::byte> payload) {
+  const CommandRow* const command = FindCommand(opcode);
+  if (command == nullptr || (opcode >= kHostCommandFirst && opcode <= kHostCommandLast)) {
+    PluginLog(kLog, kLogInfo, "control: unhandled opcode 0x%02x", opcode);
+    return;
+  }
+  if (command->retired != nullptr) {
+    LogRetired(*command);
+  } else if (payload.size() >= command->shape.headBytes || opcode == kAppSettingsSnapshot) {
+    RunCommand(opcode, payload);
+  }
+  if (command->acknowledged) transport_.SendControlByte(kCommandAck, opcode);
 }
 
-void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> payload) {
+void PhoneCommands::RunCommand(uint8_t opcode, std::span<const std::byte> payload) {
   switch (opcode) {
     case kRequestIdr:
       PluginLog(kLog, kLogInfo, "control: IDR requested by client");
-      RequestIdr();
-      break;
-    case kReceiverReport:
-    case kReceiverReportV2:
+      seat_.RequestIdr();
       break;
     case kSetGopMode:
       SetGopMode(ByteAt(payload, 0));
@@ -127,37 +113,14 @@ void TransmitInstance::RunCommand(uint8_t opcode, std::span<const std::byte> pay
     case kTestMarker:
       ObeyTestMarker(payload);
       break;
-    case kSetBitrate:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x02 (SetBitrate) — ignored");
-      break;
-    case kSetAutoMode:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x0A (SetAutoMode) — ignored");
-      break;
-    case kSetHardFrameCap:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x0B (SetHardFrameCap) — ignored");
-      break;
-    case kSetCongestionController:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x0C (SetCongestionController) — ignored");
-      break;
-    case kSetPlaybackPrefer:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x10 (SetPlaybackPrefer) — ignored");
-      break;
-    case kSetMode:
-    case kSetMaxLatency:
-    case kAppTelemetry:
-    case kSetTransitionMode:
-    case kSetFullQualityWhenPaused:
-      PluginLog(kLog, kLogInfo, "control: retired opcode 0x%02X — ignored", opcode);
-      break;
-    default:
-      PluginLog(kLog, kLogInfo, "control: unhandled opcode 0x%02x", opcode);
+    default:  // the receiver's reports feed nothing
       break;
   }
 }
 
-void TransmitInstance::SetGopMode(uint8_t mode) {
-  const PipelineReference pipeline = Pipeline();
-  services_.transport.RememberGopMode(mode);
+void PhoneCommands::SetGopMode(uint8_t mode) {
+  const PipelineSeat::Reference pipeline = seat_.Current();
+  transport_.Settings().RememberGopMode(mode);
   if (mode == kGopModeAuto) {
     PluginLog(kLog, kLogInfo, "control: SetGopMode AUTO is retired — keeping current=%d",
               pipeline ? pipeline->GetGopSize() : 0);
@@ -167,50 +130,48 @@ void TransmitInstance::SetGopMode(uint8_t mode) {
   PluginLog(kLog, kLogInfo, "[Sunshine] Step 1 GOP applied: %s (gopSize=%d)", chosen.name,
             chosen.gopSize);
   if (pipeline) pipeline->SetGopSize(chosen.gopSize);
-  services_.transport.RememberGopSize(chosen.gopSize);
-  PublishEncoderStatus();
+  transport_.Settings().RememberGopSize(chosen.gopSize);
+  announcer_.PublishEncoderStatus();
 }
 
-void TransmitInstance::SetCodec(uint8_t codec) {
+void PhoneCommands::SetCodec(uint8_t codec) {
   const int32_t chosen = codec == kCodecH264 ? kCodecH264 : kCodecHevc;
   PluginLog(kLog, kLogInfo, "control: SetCodec %{public}s", chosen == kCodecH264 ? "H264" : "HEVC");
-  if (const PipelineReference pipeline = Pipeline()) pipeline->SetCodec(chosen);
-  services_.transport.RememberCodec(chosen);
-  PublishEncoderStatus();
+  if (const PipelineSeat::Reference pipeline = seat_.Current()) pipeline->SetCodec(chosen);
+  transport_.Settings().RememberCodec(chosen);
+  announcer_.PublishEncoderStatus();
 }
 
 // The next frame computes the new target and moves the encoder.
-void TransmitInstance::SetMaxResolution(uint16_t shortSideCap) {
+void PhoneCommands::SetMaxResolution(uint16_t shortSideCap) {
   PluginLog(kLog, kLogDebug, "[dx] control: SetMaxResolution shortSideCap=%u (was=%d, 0=Auto)",
-            shortSideCap, shortSideCap_.load());
-  shortSideCap_ = shortSideCap;
-  services_.transport.RememberShortSideCap(shortSideCap);
+            shortSideCap, video_.ShortSideCap());
+  video_.SetShortSideCap(shortSideCap);
+  transport_.Settings().RememberShortSideCap(shortSideCap);
 }
 
-void TransmitInstance::SetEncoderMode(uint8_t mode, uint8_t quality) {
-  const PipelineReference pipeline = Pipeline();
+void PhoneCommands::SetEncoderMode(uint8_t mode, uint8_t quality) {
+  const PipelineSeat::Reference pipeline = seat_.Current();
   const EncoderMode chosen = EncoderModeOf(mode);
   const uint8_t percent = std::min(quality, kMaxQuality);
   PluginLog(kLog, kLogInfo, "control: SetEncoderMode %{public}s q=%u%%", chosen.name, percent);
-  encoderMode_ = uint32_t(chosen.rateControl);
   if (pipeline) pipeline->SetRateControl(chosen.rateControl, float(percent) / 100.0F);
-  services_.transport.RememberEncoderMode(chosen.rateControl, percent);
+  transport_.Settings().RememberEncoderMode(chosen.rateControl, percent);
 
   uint32_t rate = 0;
   if (chosen.rateControl == kRateControlBitrate) {
     rate = (pipeline ? pipeline->GetBitrate() : 0) * 2;
   } else {
-    rate =
-        uint32_t(std::max(timeBase_.Fps(), 1)) * (pipeline ? pipeline->GetFrameByteCap() : 0) * 32;
+    rate = uint32_t(std::max(suites_.Fps(), 1)) * (pipeline ? pipeline->GetFrameByteCap() : 0) * 32;
   }
-  services_.transport.GetPacer().SetBitrate(std::max(rate, kLowestPacerBitrate));
+  transport_.GetPacer().SetBitrate(std::max(rate, kLowestPacerBitrate));
 }
 
-void TransmitInstance::SetEncoderEngine(std::span<const std::byte> payload) {
+void PhoneCommands::SetEncoderEngine(std::span<const std::byte> payload) {
   const uint8_t length = ByteAt(payload, 0);
   if (payload.size() == 1) {
     PluginLog(kLog, kLogInfo, "control: SetEncoderEngine (legacy 1B) — treating as 'auto' no-op");
-    legacyEngineByte_ = length;
+    announcer_.RememberLegacyEngineByte(length);
     return;
   }
   if (length == 0 || size_t{length} + 1 > payload.size()) {
@@ -220,12 +181,12 @@ void TransmitInstance::SetEncoderEngine(std::span<const std::byte> payload) {
   }
   const std::string id = TextOf(payload.subspan(1, length));
   PluginLog(kLog, kLogInfo, "control: SetEncoderEngine id='%s' (was '%s')", id.c_str(),
-            engineId_.c_str());
-  SwitchEncoderEngine(id);
+            engineSwitch_.EngineId().c_str());
+  engineSwitch_.SwitchEncoderEngine(id);
 }
 
 // The engine comes last: what was set before doesn't reach its new encoder, but for the cap.
-void TransmitInstance::ApplySettingsSnapshot(std::span<const std::byte> payload) {
+void PhoneCommands::ApplySettingsSnapshot(std::span<const std::byte> payload) {
   if (payload.size() < kSnapshotHead) {
     PluginLog(kLog, kLogInfo, "control: AppSettingsSnapshot too short (%zu)", payload.size());
     return;
@@ -248,3 +209,5 @@ void TransmitInstance::ApplySettingsSnapshot(std::span<const std::byte> payload)
     HandleControlCommand(kSetEncoderEngine, payload.subspan(kSnapshotHead - 1, engineLength + 1));
   }
 }
+
+}  // namespace Veldrift

@@ -1,14 +1,21 @@
-// Built-in tests, which a test client runs by name in the live process.
+#include "session/self_tests.h"
+
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "encoder/encoder_pipeline.h"
+#include "net/network_transport.h"
+#include "platform/mutex.h"
 #include "session/transmit_instance.h"
+#include "support/clock.h"
+#include "support/guarded.h"
 #include "support/plugin_log.h"
 
-using namespace Veldrift;
+namespace Veldrift {
 
 namespace {
 
@@ -29,7 +36,9 @@ class StateRace {
     std::vector<std::jthread> threads;
     for (const Body body : kBodies) {
       threads.emplace_back([this, body](const std::stop_token& stop) {
-        for (int round = 0; !stop.stop_requested(); ++round, ++operations_) (this->*body)(round);
+        RunGuarded(kLog, "a thread of P3", [&] {
+          for (int round = 0; !stop.stop_requested(); ++round, ++operations_) (this->*body)(round);
+        });
       });
     }
     SystemClock().SleepFor(kRaceNanos);
@@ -42,7 +51,8 @@ class StateRace {
   void WriteState(int round) {
     RecursiveMutexLock lock(stateMutex_);
     numbers_ = {round, round, round};
-    text_ = "state of round " + std::to_string(round);
+    text_ = std::to_string(uint64_t(std::hash<std::thread::id>{}(std::this_thread::get_id()))) +
+            " in round " + std::to_string(round);
   }
   void ReadText(int) {
     RecursiveMutexLock lock(stateMutex_);
@@ -86,7 +96,7 @@ bool RunNamedTest(const std::string& id, std::string& result) {
 
 }  // namespace
 
-bool TransmitInstance::RunSelfTest(const std::string&, std::string& result) {
+bool RunStateRace(std::string& result) {
   StateRace race;
   race.Run();
   result = "concurrent dedup+frame stress: " + std::to_string(race.Operations()) +
@@ -94,8 +104,7 @@ bool TransmitInstance::RunSelfTest(const std::string&, std::string& result) {
   return race.TornCopies() == 0;
 }
 
-// A length byte and a text. Most texts only mark a place in the log; some name a test to run.
-void TransmitInstance::ObeyTestMarker(std::span<const std::byte> payload) {
+void ObeyTestMarker(std::span<const std::byte> payload) {
   const size_t length = std::min(std::to_integer<size_t>(payload[0]), payload.size() - 1);
   const std::string text(reinterpret_cast<const char*>(payload.data() + 1), length);
   if (!text.starts_with(kSelfTestPrefix)) {
@@ -109,3 +118,5 @@ void TransmitInstance::ObeyTestMarker(std::span<const std::byte> payload) {
   PluginLog(kLog, kLogInfo, "[FIXTEST %{public}s] %{public}s — %{public}s", id.c_str(),
             passed ? "PASS" : "FAIL", result.c_str());
 }
+
+}  // namespace Veldrift
