@@ -71,7 +71,7 @@ TEST(Repair, ALongStreamOfPredictedPicturesGoesOnBehindEachLoss) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30"}));
   Child& phone = stage.StartPhone(
-      "a", {"--codec", "h264", "--gop", "long", "--drop", "5", "--seed", "3", "--seconds", "8"});
+      "a", {"--codec", "h264", "--gop", "long", "--drop", "5", "--seed", "3", "--seconds", "6"});
   EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
   const nlohmann::json summary = phone.Summary();
   ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));

@@ -12,6 +12,8 @@ namespace Veldrift {
 namespace {
 
 constexpr int64_t kPatienceNs = 3 * kNanosPerSecond;
+// A module may wait for a callback that it has begun, but not for ever.
+constexpr int64_t kLongestSlot10Ns = 15 * kNanosPerSecond;
 
 void Blame(const std::string& sentence) {
   if (!sentence.empty()) FaultBook::Instance().Note(sentence);
@@ -106,10 +108,10 @@ void Player::TakeTicks(int64_t ticks) {
     changed_.NotifyAll();
   }
   if (ways_.lock) {
-    if (hostLock_.Take(kPatienceNs)) {
+    if (hostLock_.Take(kLongestSlot10Ns)) {
       hostLock_.Give();
     } else {
-      Blame("waited in slot 10 for a callback that waited for the host's lock");
+      Blame("waited for ever in slot 10 for a callback that waited for the host's lock");
     }
   }
   if (stop) {
@@ -148,7 +150,8 @@ void Player::StopClock() {
     }
     stopInside_ = false;
   }
-  if (ways_.lock && hostLock_.Take(kPatienceNs)) {
+  const bool locked = ways_.lock && hostLock_.Take(kPatienceNs);
+  if (locked) {
     hostLock_.AwaitSomebody(4 * TicksToNanos(record_.ticksPerFrame));
   }
   int64_t stopNs = SteadyNanos();
@@ -162,7 +165,7 @@ void Player::StopClock() {
       Blame("returned from slot 10 while its clock's callback was running");
     }
   }
-  if (ways_.lock) hostLock_.Give();
+  if (locked) hostLock_.Give();
   JudgeSegment(stopNs, endNs);
 }
 
