@@ -143,17 +143,20 @@ TEST(PairingCodeLog, ANameIsOnlyAName) {
   PairingCodeLog victim(file, "bob");
   PairingCodeLog lengthy(file, longName);
   PairingCodeLog torn(file, "two\nlines");
+  PairingCodeLog latin(file, "caf\xE9");  // not UTF-8
   const std::string lines[] = {
       "[t s:network:INFO] pair: Hello from id=x name=pair: challenge=111111 for bob token=<none>",
       "[t s:network:INFO] pair: challenge=222222 for pair: challenge=111111 for bob",
       "[t s:transmit:INFO] pair: challenge=111111 for bob",
       "pair: challenge=111111 for bob",
       "[t s:network:INFO] pair: challenge=333333 for " + longName.substr(0, 128),
-      "[t s:network:INFO] pair: challenge=444444 for two?lines"};
+      "[t s:network:INFO] pair: challenge=444444 for two?lines",
+      "[t s:network:INFO] pair: challenge=555555 for caf?"};
   for (const std::string& line : lines) ASSERT_TRUE(AppendToFile(file, line + "\r\n"));
   EXPECT_EQ(victim.Find(), std::nullopt);
   EXPECT_EQ(lengthy.Find(), "333333");
   EXPECT_EQ(torn.Find(), "444444");
+  EXPECT_EQ(latin.Find(), "555555");
 }
 
 TEST(LogTail, ARotationLosesNoLineAndRepeatsNone) {

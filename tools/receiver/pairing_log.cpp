@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "net/control_protocol.h"
+#include "support/log_line.h"
 
 namespace Veldrift {
 
@@ -19,7 +20,6 @@ constexpr std::string_view kName = " name=";
 constexpr std::string_view kTrusted = "pair: trusted reconnect id=";
 constexpr std::string_view kReadLoopExit = "control read loop exit fd=";
 constexpr std::string_view kPeerCleared = "peer cleared";
-constexpr char kInstead = '?';  // of a control character
 
 uintmax_t SizeOf(const std::filesystem::path& file) {
   std::error_code failed;
@@ -106,9 +106,7 @@ std::optional<PhoneEvent> PhoneEventIn(const LogEntry& entry) {
 
 std::string NameInLog(std::string name) {
   name.resize(std::min(name.size(), kMaxHelloName));
-  for (char& character : name) {
-    if (uint8_t(character) < 0x20 || character == 0x7F) character = kInstead;
-  }
+  MakePrintable({name.data(), name.size()});
   return name;
 }
 

@@ -46,7 +46,7 @@ struct PhoneEvent {
 
 std::optional<PhoneEvent> PhoneEventIn(const LogEntry& entry);
 
-// How the log writes a phone's name: cut as the wire cuts it, without control characters.
+// How the log writes a phone's name: cut as the wire cuts it, and printable.
 std::string NameInLog(std::string name);
 
 // Finds the code of one phone's pairing. Challenges of others, and those from before this object
