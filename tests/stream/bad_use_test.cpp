@@ -56,6 +56,15 @@ INSTANTIATE_TEST_SUITE_P(
             "HostNoVideo", kHost, {"--home", "@home", "--input", "@letter.mp4"}, 5, "letter.mp4"},
         Mistake{"HostUnknownOption", kHost, {"--frobnicate"}, 2, "--frobnicate"},
         Mistake{"HostBadSize", kHost, {"--size", "7"}, 2, "--size 7"},
+        Mistake{"HostNoNumber", kHost, {"--fps", "nan"}, 2, "nan isn't a number from 1 to 240"},
+        Mistake{"HostFewerThanNone", kHost, {"--frames", "-1"}, 2, "-1 isn't a whole number"},
+        Mistake{"HostNoHome", kHost, {"--home", "", "--no-discovery"}, 2, "empty"},
+        Mistake{"HostImpossibleHome",
+                kHost,
+                {"--home", "@letter.mp4", "--host", "unknown"},
+                1,
+                "can't make the folder"},
+        Mistake{"HostBadScript", kHost, {"--script", "3 jump"}, 2, "3 jump"},
         Mistake{"HostNoSoundFile", kHost, {"--audio", "file"}, 2, "--input"},
         Mistake{"HostDiscoveryHome", kHost, {"--no-discovery"}, 2, "--home"},
         Mistake{"PhoneNoHost", kPhone, {}, 2, "--uri is missing"},
@@ -135,6 +144,43 @@ TEST(BadUse, AControlPortInUseEndsTheHost) {
              stage.NewStem("host"));
   EXPECT_EQ(host.Wait(), 8);
   ExpectOneSentence(host, kHost, "control port 47120 is in use");
+}
+
+// Its exit code is its answer; what it would delete must still be there.
+TEST(BadUse, TheDemoTouchesNothingThatItDidNotMake) {
+  const ScratchFolder folder;
+  const std::filesystem::path home = folder.Path() / "home";
+  std::filesystem::create_directories(home);
+  ASSERT_EQ(WriteWholeFile(home / "thesis.txt", "precious"), WriteResult::Written);
+  for (const Arguments& options : {Arguments{"--size", "10"},
+                                   {"--codec", "av1"},
+                                   {"--seconds", "nan"},
+                                   {"--frobnicate"},
+                                   {}}) {
+    Arguments all = {PathText(std::filesystem::path(VD_SOURCE_DIR) / "dev"), "demo", "--out",
+                     PathText(folder.Path())};
+    all.insert(all.end(), options.begin(), options.end());
+    const auto demo = StartProcess(
+        "/bin/bash", all, ProcessOutput{folder.Path() / "said.out", folder.Path() / "said.err"});
+    EXPECT_EQ(demo->Wait(), 2) << testing::PrintToString(options);
+    EXPECT_EQ(ReadWholeFile(home / "thesis.txt"), "precious") << testing::PrintToString(options);
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.Path() / ".veldrift-demo"));
+}
+
+// The file is one that is never read to its head: a connection that says nothing.
+TEST(BadUse, CtrlCWhileAFileIsOpenedIsTheEnd) {
+  Stage stage;
+  const SocketLayer sockets;
+  const auto listener = ListenTcp(0);
+  Child host(kHost,
+             {"--home", PathText(stage.File("home")), "--input",
+              "tcp://127.0.0.1:" + std::to_string(listener->Port())},
+             stage.NewStem("host"));
+  const auto file = listener->Accept(kPatienceNanos);
+  ASSERT_NE(file, nullptr);
+  host.Interrupt();
+  EXPECT_EQ(host.Wait(), 0) << testing::PrintToString(host.Complaints());
 }
 
 }  // namespace

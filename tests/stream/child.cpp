@@ -7,18 +7,13 @@
 #include "platform/file.h"
 #include "platform/system.h"
 #include "support/clock.h"
+#include "tests/support/child.h"
 
 namespace Veldrift {
 
 namespace {
 
 constexpr int64_t kAskNanos = 5 * kNanosPerMilli;
-constexpr const char* kShell = "/bin/sh";
-// "exec" keeps the process's number, so that the child is the stand-in itself.
-constexpr const char* kRedirect = R"sh(
-  export TMPDIR="$(dirname "$1")"
-  out="$1.out"; err="$1.err"; shift
-  exec "$@" </dev/null >"$out" 2>"$err")sh";
 
 }  // namespace
 
@@ -35,13 +30,12 @@ std::filesystem::path BesideThis(const std::string& name) {
   return GetExecutablePath().parent_path() / name;
 }
 
-Child::Child(const std::string& program, std::vector<std::string> arguments,
+Child::Child(const std::string& program, const std::vector<std::string>& arguments,
              std::filesystem::path stem)
     : stem_(std::move(stem)) {
-  std::vector<std::string> all = {"-c", kRedirect, "sh", PathText(stem_),
-                                  PathText(BesideThis(program))};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  process_ = StartProcess(kShell, all);
+  const ScopedEnvironment temporary("TMPDIR", PathText(stem_.parent_path()));
+  process_ = StartProcess(BesideThis(program), arguments,
+                          ProcessOutput{stem_.native() + ".out", stem_.native() + ".err"});
 }
 
 int Child::Wait() {
@@ -51,11 +45,7 @@ int Child::Wait() {
   return process_->Wait();
 }
 
-void Child::Interrupt() {
-  const uint32_t number = process_->Number();
-  ASSERT_NE(number, 0u) << "it has ended before";
-  StartProcess(kShell, {"-c", "kill -INT " + std::to_string(number)})->Wait();
-}
+void Child::Interrupt() { ASSERT_TRUE(process_->Interrupt()) << "it has ended before"; }
 
 std::string Child::Output() const { return ReadWholeFile(stem_.native() + ".out").value_or(""); }
 

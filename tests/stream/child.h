@@ -27,7 +27,8 @@ class Child {
  public:
   // Starts `program`; its output goes to `stem`.out and `stem`.err, its temporary files into the
   // stem's folder.
-  Child(const std::string& program, std::vector<std::string> arguments, std::filesystem::path stem);
+  Child(const std::string& program, const std::vector<std::string>& arguments,
+        std::filesystem::path stem);
 
   // The exit code; -1 if it was killed, also for hanging.
   int Wait();

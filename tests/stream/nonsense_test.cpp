@@ -6,7 +6,7 @@
 #include "tests/stream/stage.h"
 #include "tests/support/test_phone.h"
 #include "tools/phone/exit_codes.h"
-#include "tools/receiver/pairing_code_log.h"
+#include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
 namespace {
@@ -22,7 +22,7 @@ class Nonsense : public testing::Test {
   TestPhone Connect() { return TestPhone::Connect(stage_.ControlPort(), stage_.NewAddress()); }
 
   TestPhone Pair(const std::string& name) {
-    const PairingCodeLog log(stage_.HostLog(), name);
+    PairingCodeLog log(stage_.HostLog(), name);
     TestPhone phone = Connect();
     phone.SendHello(name, name);
     std::optional<std::string> code;

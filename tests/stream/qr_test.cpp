@@ -42,7 +42,7 @@ TEST(QrOption, TheCodeOnTheScreenLeadsToThisInstallationAndTheDigitsFollow) {
   EXPECT_EQ(stage.Host().Summary().value("undisposed", -1), 0) << "the summary is disturbed";
 
   const std::vector<std::string> shown = stage.Host().Complaints();
-  const std::optional<std::string> uri = ScanQr(ShowOnTerminal(Joined(shown), 6));
+  const std::optional<std::string> uri = ScanQr(ShowOnTerminal(Joined(shown), 6, Screen::Paper));
   ASSERT_TRUE(uri.has_value()) << Joined(shown);
   EXPECT_EQ("veldrift://" + Behind(shown, "veldrift://"), *uri);
   const auto identity = ParsePairingUri(*uri);

@@ -65,5 +65,31 @@ INSTANTIATE_TEST_SUITE_P(Codecs, Repair,
                                          Case{"hevc", "HEVC", "5", 20}),
                          [](const auto& given) { return std::string(given.param.codec); });
 
+// In a stream of predicted pictures a lost one breaks those behind it, until a key frame. The phone
+// asks for one, at most every 300 ms, and gets it.
+TEST(Repair, ALongStreamOfPredictedPicturesGoesOnBehindEachLoss) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30"}));
+  Child& phone = stage.StartPhone(
+      "a", {"--codec", "h264", "--gop", "long", "--drop", "5", "--seed", "3", "--seconds", "6"});
+  EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
+  const nlohmann::json summary = phone.Summary();
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  const int lost = summary["video"]["frames_lost"];
+  const int broken = summary["decoder"]["skipped"];
+  int asked = 0;
+  for (const nlohmann::json& command : summary["commands"])
+    asked += command["name"] == "request-idr";
+  ASSERT_GT(lost, 0) << "a network that loses nothing shows nothing";
+  EXPECT_GT(asked, 0);
+  EXPECT_LE(asked, lost + broken);
+  // What a request and its key frame take, at 30 frames a second: the period of asking, the way and
+  // a loss of the answer.
+  constexpr int kMostBrokenALoss = 15;
+  EXPECT_LE(broken, kMostBrokenALoss * lost);
+  EXPECT_GT(summary["decoder"]["decoded"], broken);
+  stage.EndHost();
+}
+
 }  // namespace
 }  // namespace Veldrift

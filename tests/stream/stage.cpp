@@ -111,6 +111,7 @@ nlohmann::json Stage::EndHost() {
   EXPECT_EQ(summary.value("undisposed", -1), 0);
   EXPECT_EQ(summary.value("wrongly_disposed", -1), 0);
   EXPECT_EQ(summary.value("suites_held", -1), 0);
+  EXPECT_EQ(summary["faults"], nlohmann::json::array());
   return summary;
 }
 

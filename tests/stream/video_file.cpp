@@ -101,6 +101,7 @@ class Reading {
     out_.width = picture.width;
     out_.height = picture.height;
     ++out_.pictures;
+    out_.times.push_back(double(picture.pts) * av_q2d(timeBase));
     out_.videoSeconds = double(picture.pts) * av_q2d(timeBase) + kPictureSeconds;
     const auto stamp =
         ReadStamp(picture.data[0], picture.width, picture.height, picture.linesize[0]);

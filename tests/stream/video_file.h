@@ -19,6 +19,7 @@ struct VideoFile {
   int pictures = 0;
   bool saysBt709Limited = false;  // of every decoded picture
   double videoSeconds = 0;        // the end of the last picture, at 30 pictures a second
+  std::vector<double> times;      // of each picture, in seconds
   std::vector<uint32_t> stamps;   // in the order of decoding
   double worstDifference = 0;     // of a picture from what was painted: mean levels a channel
 

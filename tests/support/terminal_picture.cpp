@@ -61,9 +61,8 @@ Cell CellOf(std::string_view character, const Colours& colours) {
   return {colours.background, colours.background};
 }
 
-Lines Interpret(std::string_view text) {
+Lines Interpret(std::string_view text, Colours colours) {
   Lines lines(1);
-  Colours colours;
   while (!text.empty()) {
     if (text.front() == '\x1b') {
       TakeColours(text, colours);
@@ -82,8 +81,9 @@ Lines Interpret(std::string_view text) {
 
 }  // namespace
 
-GrayPicture ShowOnTerminal(std::string_view text, int scale) {
-  const Lines lines = Interpret(text);
+GrayPicture ShowOnTerminal(std::string_view text, int scale, Screen screen) {
+  const Colours plain = screen == Screen::Paper ? Colours{0, 255} : Colours();
+  const Lines lines = Interpret(text, plain);
   size_t columns = 0;
   for (const auto& line : lines) columns = std::max(columns, line.size());
   GrayPicture picture{int(columns) * scale, int(lines.size()) * 2 * scale, {}};
@@ -91,7 +91,8 @@ GrayPicture ShowOnTerminal(std::string_view text, int scale) {
     const auto& line = lines[size_t(y / (2 * scale))];
     for (int x = 0; x < picture.width; ++x) {
       const auto column = size_t(x / scale);
-      const Cell cell = column < line.size() ? line[column] : Cell();
+      const Cell cell =
+          column < line.size() ? line[column] : Cell{plain.background, plain.background};
       picture.pixels.push_back(y / scale % 2 == 0 ? cell.upper : cell.lower);
     }
   }

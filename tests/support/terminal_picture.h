@@ -1,4 +1,5 @@
-// What a terminal shows, as a picture: a dark one, with colours by number and half blocks.
+// What a terminal shows, as a picture, with colours by number and half blocks: a dark one, or one
+// with black letters on white.
 #pragma once
 
 #include <string_view>
@@ -10,6 +11,7 @@ namespace Veldrift {
 // Each character is `scale` pixels wide and twice as high. Whatever isn't a blank or a block is
 // shown as a blank; an escape sequence other than for black, white and the terminal's own colours
 // is a failure of the test.
-GrayPicture ShowOnTerminal(std::string_view text, int scale);
+enum class Screen { Dark, Paper };
+GrayPicture ShowOnTerminal(std::string_view text, int scale, Screen screen = Screen::Dark);
 
 }  // namespace Veldrift

@@ -23,8 +23,10 @@ TEST(ControlBridge, TheSiblingIsUsedFromItsAppearanceOnWhereItsTableFits) {
 
   std::string error;
   // Stays loaded, as the cached address demands.
-  static const std::unique_ptr<LoadedModule> module = LoadModule(
-      GetExecutablePath().parent_path() / BridgeModuleName(HostApplication::Premiere), error);
+  static const std::unique_ptr<LoadedModule> module =
+      LoadModule(GetExecutablePath().parent_path() / "scripted-sibling" /
+                     BridgeModuleName(HostApplication::Premiere),
+                 error);
   ASSERT_NE(module, nullptr) << error;
   VdTestSibling& sibling =
       *reinterpret_cast<VdTestSibling* (*)()>(module->FindSymbol("vd_test_sibling"))();

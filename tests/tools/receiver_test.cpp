@@ -7,7 +7,7 @@
 #include "tools/platform/client_sockets.h"
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/media_receiver.h"
-#include "tools/receiver/pairing_code_log.h"
+#include "tools/receiver/pairing_log.h"
 #include "tools/receiver/receive_stats.h"
 #include "tools/receiver/sequence_tracker.h"
 #include "tools/receiver/token_file.h"
@@ -113,7 +113,7 @@ TEST(PairingCodeLog, FindsTheNewestCodeOfThisPhoneWrittenSince) {
   const ScratchFolder folder;
   const std::filesystem::path file = folder.Path() / "plugin.log";
   ASSERT_TRUE(AppendToFile(file, "[t s:network:INFO] pair: challenge=111111 for Desk\r\n"));
-  const PairingCodeLog log(file, "Desk");
+  PairingCodeLog log(file, "Desk");
   EXPECT_EQ(log.Find(), std::nullopt);
   ASSERT_TRUE(AppendToFile(file, "[t s:network:INFO] pair: challenge=222222 for Desktop\r\n"));
   EXPECT_EQ(log.Find(), std::nullopt);
@@ -129,9 +129,66 @@ TEST(PairingCodeLog, ARotatedLogIsReadFromItsStart) {
   const ScratchFolder folder;
   const std::filesystem::path file = folder.Path() / "plugin.log";
   ASSERT_TRUE(AppendToFile(file, std::string(500, 'x') + "\r\n"));
-  const PairingCodeLog log(file, "Desk");
-  ASSERT_EQ(WriteWholeFile(file, "pair: challenge=123456 for Desk\r\n"), WriteResult::Written);
+  PairingCodeLog log(file, "Desk");
+  ASSERT_EQ(WriteWholeFile(file, "[t s:network:INFO] pair: challenge=123456 for Desk\r\n"),
+            WriteResult::Written);
   EXPECT_EQ(log.Find(), "123456");
+}
+
+// What a phone calls itself can't be taken for a challenge, and every name is found by its own.
+TEST(PairingCodeLog, ANameIsOnlyAName) {
+  const ScratchFolder folder;
+  const std::filesystem::path file = folder.Path() / "plugin.log";
+  const std::string longName(200, 'n');
+  PairingCodeLog victim(file, "bob");
+  PairingCodeLog lengthy(file, longName);
+  PairingCodeLog torn(file, "two\nlines");
+  PairingCodeLog latin(file, "caf\xE9");  // not UTF-8
+  const std::string lines[] = {
+      "[t s:network:INFO] pair: Hello from id=x name=pair: challenge=111111 for bob token=<none>",
+      "[t s:network:INFO] pair: challenge=222222 for pair: challenge=111111 for bob",
+      "[t s:transmit:INFO] pair: challenge=111111 for bob",
+      "pair: challenge=111111 for bob",
+      "[t s:network:INFO] pair: challenge=333333 for " + longName.substr(0, 128),
+      "[t s:network:INFO] pair: challenge=444444 for two?lines",
+      "[t s:network:INFO] pair: challenge=555555 for caf?"};
+  for (const std::string& line : lines) ASSERT_TRUE(AppendToFile(file, line + "\r\n"));
+  EXPECT_EQ(victim.Find(), std::nullopt);
+  EXPECT_EQ(lengthy.Find(), "333333");
+  EXPECT_EQ(torn.Find(), "444444");
+  EXPECT_EQ(latin.Find(), "555555");
+}
+
+TEST(LogTail, ARotationLosesNoLineAndRepeatsNone) {
+  const ScratchFolder folder;
+  const std::filesystem::path file = folder.Path() / "plugin.log";
+  ASSERT_TRUE(AppendToFile(file, "[t s:a:INFO] before\r\n"));
+  LogTail tail(file);
+  ASSERT_TRUE(AppendToFile(file, "[t s:a:INFO] one\r\n[t s:a:INFO] t"));
+  ASSERT_EQ(tail.Take().size(), 1U);
+  ASSERT_TRUE(AppendToFile(file, "wo\r\n"));
+  std::filesystem::rename(file, folder.Path() / "plugin.log.1");
+  ASSERT_TRUE(AppendToFile(file, "[t s:a:INFO] three\r\n"));
+  const std::vector<LogEntry> rest = tail.Take();
+  ASSERT_EQ(rest.size(), 2U);
+  EXPECT_EQ(rest[0].message, "two");
+  EXPECT_EQ(rest[1].message, "three");
+  EXPECT_TRUE(tail.Take().empty());
+}
+
+TEST(PhoneEvent, TheComingAndGoingOfPhonesIsRead) {
+  using Kind = PhoneEvent::Kind;
+  const auto kind = [](const char* message) {
+    const auto event = PhoneEventIn({"network", message});
+    return event ? std::optional(event->kind) : std::nullopt;
+  };
+  EXPECT_EQ(kind("pair: OK id=x name=Desk"), Kind::Paired);
+  EXPECT_EQ(PhoneEventIn({"network", "pair: OK id=x name=Desk"})->name, "Desk");
+  EXPECT_EQ(kind("pair: trusted reconnect id=x"), Kind::Paired);
+  EXPECT_EQ(kind("control read loop exit fd=9 — closed + peer cleared"), Kind::Gone);
+  EXPECT_EQ(kind("control read loop exit fd=9 — stale (current=10), already handed off"),
+            std::nullopt);
+  EXPECT_EQ(kind("pair: Hello from id=pair: OK id=x name=Desk"), std::nullopt);
 }
 
 TEST(MediaReceiver, APortInUseIsTold) {

@@ -7,9 +7,7 @@
 namespace Veldrift {
 namespace {
 
-TEST(TerminalQr, EachModuleIsAHalfCharacterInsideAQuietZone) {
-  const QrCode code = EncodeQrText("Desk");
-  const GrayPicture picture = ShowOnTerminal(DrawQrForTerminal(code), 1);
+void ExpectModulesInsideAQuietZone(const GrayPicture& picture, const QrCode& code) {
   ASSERT_EQ(picture.width, code.size + 8);
   ASSERT_EQ(picture.width, TerminalQrColumns(code));
   ASSERT_GE(picture.height, code.size + 8);
@@ -22,6 +20,18 @@ TEST(TerminalQr, EachModuleIsAHalfCharacterInsideAQuietZone) {
       ASSERT_EQ(picture.At(x, y), dark ? 0 : 255) << x << ',' << y;
     }
   }
+}
+
+TEST(TerminalQr, EachModuleIsAHalfCharacterInsideAQuietZone) {
+  const QrCode code = EncodeQrText("Desk");
+  ExpectModulesInsideAQuietZone(ShowOnTerminal(DrawQrForTerminal(code), 1), code);
+}
+
+TEST(TerminalQr, InAFileItIsBlackOnWhiteWithoutColours) {
+  const QrCode code = EncodeQrText("Desk");
+  const std::string text = DrawQrAsText(code);
+  EXPECT_EQ(text.find('\x1b'), text.npos);
+  ExpectModulesInsideAQuietZone(ShowOnTerminal(text, 1, Screen::Paper), code);
 }
 
 }  // namespace

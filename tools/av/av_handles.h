@@ -1,8 +1,10 @@
-// The libraries' objects as owners that release them.
+// The libraries' objects as owners that release them: the encoder's, and what only tools use.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+
+#include "encoder/av/av_handles.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -14,24 +16,21 @@ extern "C" {
 
 namespace Veldrift {
 
-struct AvDelete {
-  void operator()(AVCodecContext* p) const { avcodec_free_context(&p); }
+struct AvToolDeleter {
   void operator()(AVCodecParserContext* p) const { av_parser_close(p); }
-  void operator()(AVFrame* p) const { av_frame_free(&p); }
-  void operator()(AVPacket* p) const { av_packet_free(&p); }
   void operator()(SwsContext* p) const { sws_freeContext(p); }
   void operator()(SwrContext* p) const { swr_free(&p); }
   void operator()(AVFormatContext* p) const { avformat_close_input(&p); }
   void operator()(AVAudioFifo* p) const { av_audio_fifo_free(p); }
 };
 
-using CodecContext = std::unique_ptr<AVCodecContext, AvDelete>;
-using CodecParser = std::unique_ptr<AVCodecParserContext, AvDelete>;
-using Picture = std::unique_ptr<AVFrame, AvDelete>;
-using Packet = std::unique_ptr<AVPacket, AvDelete>;
-using Scaler = std::unique_ptr<SwsContext, AvDelete>;
-using Resampler = std::unique_ptr<SwrContext, AvDelete>;
-using InputFile = std::unique_ptr<AVFormatContext, AvDelete>;  // opened for reading
-using SoundFifo = std::unique_ptr<AVAudioFifo, AvDelete>;
+using CodecContext = AvContextPtr;
+using Picture = AvFramePtr;
+using Packet = AvPacketPtr;
+using CodecParser = std::unique_ptr<AVCodecParserContext, AvToolDeleter>;
+using Scaler = std::unique_ptr<SwsContext, AvToolDeleter>;
+using Resampler = std::unique_ptr<SwrContext, AvToolDeleter>;
+using InputFile = std::unique_ptr<AVFormatContext, AvToolDeleter>;  // opened for reading
+using SoundFifo = std::unique_ptr<AVAudioFifo, AvToolDeleter>;
 
 }  // namespace Veldrift

@@ -16,6 +16,17 @@ inline constexpr int kExitBadUse = 2;
 // answered by then.
 std::optional<int> ParseCommandLine(CLI::App& app, int argc, char** argv);
 
+// What is wrong with `text` as a number from `lowest` to `highest`; empty if nothing. CLI11's own
+// ranges let "nan" pass, and its unsigned numbers "-1".
+std::string OutsideRange(const std::string& text, double lowest, double highest, bool whole);
+
+inline auto NumberFrom(double lowest, double highest) {
+  return [=](const std::string& text) { return OutsideRange(text, lowest, highest, false); };
+}
+inline auto WholeNumberFrom(double lowest, double highest) {
+  return [=](const std::string& text) { return OutsideRange(text, lowest, highest, true); };
+}
+
 template <typename Value>
 std::vector<std::string> NamesOf(const std::map<std::string, Value>& values) {
   std::vector<std::string> names;

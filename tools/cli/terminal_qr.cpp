@@ -8,7 +8,9 @@ namespace {
 
 constexpr int kQuietModules = 4;  // the standard's; around it the terminal may be dark
 constexpr const char* kOwnColours = "\x1b[0m";
+constexpr const char* kUpperHalf = "\u2580";
 constexpr const char* kLowerHalf = "\u2584";
+constexpr const char* kBlock = "\u2588";
 
 // What lies outside is light.
 bool IsDark(const QrCode& code, int column, int row) {
@@ -32,6 +34,20 @@ std::string Colours(const Cell& cell) {
 }  // namespace
 
 int TerminalQrColumns(const QrCode& code) { return code.size + 2 * kQuietModules; }
+
+std::string DrawQrAsText(const QrCode& code) {
+  std::string text;
+  const int end = code.size + kQuietModules;
+  for (int row = -kQuietModules; row < end; row += 2) {
+    for (int column = -kQuietModules; column < end; ++column) {
+      const bool upper = IsDark(code, column, row);
+      const bool lower = IsDark(code, column, row + 1);
+      text += upper && lower ? kBlock : upper ? kUpperHalf : lower ? kLowerHalf : " ";
+    }
+    text += '\n';
+  }
+  return text;
+}
 
 std::string DrawQrForTerminal(const QrCode& code) {
   std::string text;

@@ -16,4 +16,7 @@ int TerminalQrColumns(const QrCode& code);
 // line ends with the terminal's own.
 std::string DrawQrForTerminal(const QrCode& code);
 
+// The same without colours, for a file: dark modules are blocks, as on white paper.
+std::string DrawQrAsText(const QrCode& code);
+
 }  // namespace Veldrift

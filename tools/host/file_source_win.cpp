@@ -1,11 +1,13 @@
-#include "frame_source.h"
+#include "media_source.h"
 
 namespace Veldrift {
 
-FileSources OpenFileSources(const std::filesystem::path&, bool) {
+FileSources OpenFileSources(const std::filesystem::path&, bool, const std::atomic<bool>&) {
   FileSources sources;
-  sources.error = "the Windows build can't read video files yet: use --pattern";
-  sources.notBuiltYet = true;
+  sources.error =
+      "this Windows build has no decoder for video files: leave out --input for the generated "
+      "picture, or run the Linux build";
+  sources.noDecoder = true;
   return sources;
 }
 

@@ -11,20 +11,20 @@ constexpr int kRowAlignment = 64;
 
 }  // namespace
 
-Host::FrameHandle FramePool::Take(int width, int height) {
+Host::FrameHandle FramePool::Take(int width, int height, uint32_t format, int left, int top) {
   const MutexLock lock(mutex_);
   const auto fits = [&](const auto& frame) {
-    return !frame->out && frame->width == width && frame->height == height;
+    return !frame->out && frame->Width() == width && frame->Height() == height;
   };
   auto found = std::find_if(frames_.begin(), frames_.end(), fits);
   if (found == frames_.end()) {
     auto frame = std::make_unique<Host::OpaqueFrame>();
-    frame->width = width;
-    frame->height = height;
     frame->rowBytes = (width * 4 + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
     frame->pixels.resize(size_t(frame->rowBytes) * size_t(height));
     found = frames_.insert(frames_.end(), std::move(frame));
   }
+  (*found)->bounds = {left, top, left + width, top + height};
+  (*found)->format = format;
   (*found)->out = true;
   return found->get();
 }

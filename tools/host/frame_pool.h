@@ -15,18 +15,23 @@ namespace Veldrift {
 
 namespace Host {
 struct OpaqueFrame {
-  std::vector<uint8_t> pixels;  // BGRA, rows top first
-  int32_t width = 0;
-  int32_t height = 0;
+  std::vector<uint8_t> pixels;  // rows top first
+  Rect bounds{};                // its origin need not be 0, 0
   int32_t rowBytes = 0;
+  uint32_t format = kPixelFormatBgra;
   bool out = false;  // with the module; guarded by the pool's mutex
+
+  int32_t Width() const { return bounds.right - bounds.left; }
+  int32_t Height() const { return bounds.bottom - bounds.top; }
 };
 }  // namespace Host
 
 class FramePool {
  public:
-  // A frame of this size with whatever was in it last; it is out until it is disposed of.
-  Host::FrameHandle Take(int width, int height);
+  // A frame of this size with whatever was in it last; it is out until it is disposed of. It begins
+  // at `left`, `top` of the host's own coordinates.
+  Host::FrameHandle Take(int width, int height, uint32_t format = Host::kPixelFormatBgra,
+                         int left = 0, int top = 0);
 
   // False for a handle that isn't out.
   bool Dispose(Host::FrameHandle frame);

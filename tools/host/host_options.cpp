@@ -1,5 +1,7 @@
 #include "host_options.h"
 
+#include <algorithm>
+
 #include "exit_codes.h"
 #include "platform/file.h"
 #include "tools/cli/command_line.h"
@@ -10,26 +12,35 @@ namespace {
 
 constexpr const char* kFooter = R"(
 Exit codes:
-  0  done, and every frame was disposed of once
+  0  done, and the module kept every rule that this host looks at
   1  a failure of this machine, such as a folder that can't be made
   2  unknown option or bad value
   3  the module can't be loaded
   4  the module refused to make an instance
   5  the input file is missing, or holds no video that can be read
   6  the module kept frames, or disposed of one twice
-  7  an option that isn't built yet
+  7  this build can't read video files (--input on Windows)
   8  the control port is in use by another program
   9  the module left threads, sockets or files behind
+  10 the module broke a rule of the host's interface: an answer, the clock, sound, a suite
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
   veldrift-host --input holiday.mov --seconds 30
   veldrift-host --size 3840x2160 --fps 60 --home /tmp/trial --host aftereffects
   veldrift-host --qr                                    shows what a phone needs to pair
+  veldrift-host --script '3 pause, 4 step, 4.5 step -1, 5 play, 8 size 640x360'
+  veldrift-host --hostile all --playing 2 --instances 3 --seconds 20
+
+The timeline goes by the module's clock. A phone steers it by its transport keys (veldrift-phone
+--key play) through VeldriftCtrl.acsrf beside the module; its in point is 0 s, its out point 10 s.
 )";
 
 struct Typed {
   std::string module, input, size, audio, road = "push", home, host = "premiere", removeAtExit;
+  std::string script;
+  std::vector<std::string> hostile;
+  double pauseAfter = 0;
   bool pattern = false;
 };
 
@@ -40,8 +51,8 @@ const std::map<std::string, HostApplication> kHosts = {
     {"unknown", HostApplication::UnknownHost}};
 const std::map<std::string, SoundChoice> kSounds = {
     {"tone", SoundChoice::Tone}, {"file", SoundChoice::File}, {"none", SoundChoice::None}};
-const std::map<std::string, AudioRoad> kRoads = {{"push", AudioRoad::Push},
-                                                 {"pull", AudioRoad::Pull}};
+const std::map<std::string, SoundRoad> kRoads = {{"push", SoundRoad::Push},
+                                                 {"pull", SoundRoad::Pull}};
 
 void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--module", typed.module,
@@ -54,7 +65,7 @@ void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
       ->excludes(input);
   app.add_option("--fps", options.fps, "frames a second of the generated picture")
       ->capture_default_str()
-      ->check(CLI::Range(1.0, 240.0))
+      ->check(NumberFrom(1, 240))
       ->excludes(input);
   app.add_flag("--stamp", options.stamp, "paints the frame's number over the file's pictures");
   auto* clapper = app.add_flag("--clapper", options.clapper,
@@ -69,20 +80,39 @@ void AddSource(CLI::App& app, HostOptions& options, Typed& typed) {
 
 void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--seconds", options.limits.seconds, "ends a round after so long (0: at Ctrl-C)")
-      ->check(CLI::Range(0.0, 1e6));
-  app.add_option("--frames", options.limits.frames, "ends a round after so many frames");
-  app.add_option("--pause-after", options.limits.pauseAfter,
-                 "stands still after so many seconds of playing, as a paused host does")
-      ->check(CLI::Range(0.0, 1e6));
-  app.add_option("--instances", options.instances, "makes so many; the first one plays")
+      ->check(NumberFrom(0, 1e6));
+  app.add_option("--frames", options.limits.frames,
+                 "ends a round after so many places of the timeline; a place whose time had passed "
+                 "counts, although its frame was skipped (0: no limit)")
+      ->check(WholeNumberFrom(0, 4e9));
+  app.add_option("--pause-after", typed.pauseAfter, "--script 'SECONDS pause'")
+      ->check(NumberFrom(0, 1e6));
+  app.add_option("--script", typed.script,
+                 "does things at their time, in seconds since the start: 'TIME ACTION, ...', where "
+                 "an action is play, pause, step [FRAMES], scrub FRAMES, goto SECONDS, shuttle "
+                 "SPEED (-8 to 8), render, size WxH or fps N");
+  app.add_option("--instances", options.instances, "makes so many instances")
       ->capture_default_str()
-      ->check(CLI::Range(1, 100));
+      ->check(WholeNumberFrom(1, 100));
+  app.add_option("--playing", options.playing, "so many of them play, the first ones")
+      ->capture_default_str()
+      ->check(WholeNumberFrom(1, 100));
+  app.add_option("--hostile", typed.hostile,
+                 "is a hard host: frames (odd lists, formats and origins), activation (switched "
+                 "off and on while playing), callback (stops the clock from its callback), lock "
+                 "(the callback takes a lock that is held around slot 10), or all")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"frames", "activation", "callback", "lock", "all"}));
+  app.add_flag("--setup", options.setup, "opens the module's setup, as its button does");
   app.add_option("--rounds", options.rounds,
                  "loads the module, plays and unloads it so many times, and counts what it leaves")
       ->capture_default_str()
-      ->check(CLI::Range(1, 1'000'000));
+      ->check(WholeNumberFrom(1, 1e6));
   auto* home =
-      app.add_option("--home", typed.home, "settings, logs and trusted phones live in this folder");
+      app.add_option("--home", typed.home, "settings, logs and trusted phones live in this folder")
+          ->check([](const std::string& folder) {
+            return folder.empty() ? std::string("the folder's name is empty") : std::string();
+          });
   app.add_flag("!--no-discovery", options.discovery,
                "switches off in the settings of --home that phones find the plug-in by themselves")
       ->needs(home);
@@ -98,16 +128,30 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_option("--remove-at-exit", typed.removeAtExit)->group("");
 }
 
-bool ParseSize(const std::string& text, HostOptions& options) {
-  const size_t cross = text.find('x');
-  return cross != std::string::npos &&
-         CLI::detail::lexical_cast(text.substr(0, cross), options.width) &&
-         CLI::detail::lexical_cast(text.substr(cross + 1), options.height) && options.width >= 64 &&
-         options.height >= 64 && options.width <= 16'384 && options.height <= 16'384;
+std::optional<int> InterpretScript(const Typed& typed, HostOptions& options) {
+  std::string error;
+  auto script = ParseScript(typed.script, error);
+  if (!script) return Complain(kExitUsage, "--script: " + error);
+  options.script = std::move(*script);
+  if (typed.pauseAfter > 0) {
+    options.script.push_back({typed.pauseAfter, {HostAction::Kind::Pause}});
+    std::ranges::stable_sort(options.script, {}, &ScriptedAction::seconds);
+  }
+  return std::nullopt;
+}
+
+void InterpretHostile(const Typed& typed, PlayerWays& ways) {
+  for (const std::string& way : typed.hostile) {
+    const bool all = way == "all";
+    ways.frames = ways.frames || all || way == "frames";
+    ways.activation = ways.activation || all || way == "activation";
+    ways.callback = ways.callback || all || way == "callback";
+    ways.lock = ways.lock || all || way == "lock";
+  }
 }
 
 std::optional<int> Interpret(const Typed& typed, HostOptions& options) {
-  if (!typed.size.empty() && !ParseSize(typed.size, options)) {
+  if (!typed.size.empty() && !ParseSize(typed.size, options.width, options.height)) {
     return Complain(kExitUsage, "--size " + typed.size +
                                     " isn't a size like 1280x720, from 64x64 to 16384x16384");
   }
@@ -116,12 +160,14 @@ std::optional<int> Interpret(const Typed& typed, HostOptions& options) {
   options.home = PathFromText(typed.home);
   options.removeAtExit = PathFromText(typed.removeAtExit);
   options.host = kHosts.at(typed.host);
-  options.audioRoad = kRoads.at(typed.road);
+  options.ways.road = kRoads.at(typed.road);
   if (!typed.audio.empty()) options.sound = kSounds.at(typed.audio);
   if (options.sound == SoundChoice::File && options.input.empty()) {
     return Complain(kExitUsage, "--audio file needs a file: give it with --input");
   }
-  return std::nullopt;
+  options.instances = std::max(options.instances, options.playing);
+  InterpretHostile(typed, options.ways);
+  return InterpretScript(typed, options);
 }
 
 }  // namespace

@@ -7,18 +7,27 @@
 #include <string>
 #include <vector>
 
+#include "host_action.h"
 #include "support/paths.h"
 
 namespace Veldrift {
 
 enum class SoundChoice { Default, Tone, File, None };
-enum class AudioRoad { Push, Pull };
+enum class SoundRoad { Push, Pull };
 
 // 0: no limit.
 struct PlayLimits {
-  uint64_t frames = 0;    // places in the timeline
-  double seconds = 0;     // of the whole; else until Ctrl-C
-  double pauseAfter = 0;  // seconds of playing; from then on the host stands still
+  uint64_t frames = 0;  // places in the timeline
+  double seconds = 0;   // of the whole; else until Ctrl-C
+};
+
+// How a player plays. The last four are what a hard host does and an easy one doesn't.
+struct PlayerWays {
+  SoundRoad road = SoundRoad::Push;
+  bool frames = false;      // odd lists, other formats, an origin that isn't 0, 0
+  bool activation = false;  // is switched off and on while it plays
+  bool callback = false;    // starts the clock twice, and stops it from inside its callback
+  bool lock = false;        // the callback takes a lock that is held around slot 10
 };
 
 struct HostOptions {
@@ -30,10 +39,13 @@ struct HostOptions {
   bool clapper = false;  // flashes and clicks
   bool stamp = false;    // stamps the pictures of a file
   SoundChoice sound = SoundChoice::Default;
-  AudioRoad audioRoad = AudioRoad::Push;
-  size_t instances = 1;  // the first one plays
-  int rounds = 1;        // how often the module is loaded, played into and unloaded
-  PlayLimits limits;     // of a round
+  PlayerWays ways;
+  size_t instances = 1;
+  size_t playing = 1;  // of these, the first ones
+  bool setup = false;  // opens the module's setup
+  std::vector<ScriptedAction> script;
+  int rounds = 1;     // how often the module is loaded, played into and unloaded
+  PlayLimits limits;  // of a round
   std::filesystem::path home;
   bool discovery = true;  // the module advertises itself, if its settings don't say otherwise
   HostApplication host = HostApplication::Premiere;

@@ -1,8 +1,10 @@
 #include "host_suites.h"
 
 #include <cstring>
+#include <string>
 
-#include "frame_source.h"
+#include "fault_book.h"
+#include "media_source.h"
 
 namespace Veldrift {
 
@@ -12,47 +14,13 @@ namespace {
 constexpr Host::Error kErrorBadHandle = -1;
 constexpr Host::Error kErrorNoSuite = -2;
 
-constexpr int kToleratedShare = 100;  // of a second that pulled sound may be behind the clock
-
-Host::Error DisposeFrame(Host::FrameHandle frame) {
-  return HostSuites::Instance().Frames().Dispose(frame) ? Host::kNoError : kErrorBadHandle;
-}
-
-template <typename Value, typename Read>
-Host::Error Answer(Host::FrameHandle frame, Value* out, Read read) {
-  if (out == nullptr || !HostSuites::Instance().Frames().IsOut(frame)) return kErrorBadHandle;
-  *out = read(*frame);
-  return Host::kNoError;
-}
-
-Host::Error GetPixels(Host::FrameHandle frame, int32_t, char** pixels) {
-  return Answer(frame, pixels, [](auto& f) { return reinterpret_cast<char*>(f.pixels.data()); });
-}
-
-Host::Error GetBounds(Host::FrameHandle frame, Host::Rect* bounds) {
-  return Answer(frame, bounds, [](auto& f) { return Host::Rect{0, 0, f.width, f.height}; });
-}
-
-Host::Error GetRowBytes(Host::FrameHandle frame, int32_t* rowBytes) {
-  return Answer(frame, rowBytes, [](auto& f) { return f.rowBytes; });
-}
-
-Host::Error GetPixelFormat(Host::FrameHandle frame, uint32_t* format) {
-  return Answer(frame, format, [](auto&) { return Host::kPixelFormatBgra; });
-}
-
-Host::Error GetTicksPerSecond(int64_t* ticksPerSecond) {
-  *ticksPerSecond = kTicksPerSecond;
-  return Host::kNoError;
-}
-
-constexpr Host::PpixSuite kPpixSuite = {DisposeFrame, GetPixels, GetBounds, GetRowBytes,
-                                        GetPixelFormat};
-constexpr Host::TimeSuite kTimeSuite = {GetTicksPerSecond};
-
-bool Names(const char* name, int32_t version, const char* suite, int32_t suiteVersion) {
-  return std::strcmp(name, suite) == 0 && version == suiteVersion;
-}
+struct SuiteName {
+  const char* name;
+  int32_t version;
+};
+constexpr std::array kNames = {SuiteName{Host::kPpixSuiteName, Host::kPpixSuiteVersion},
+                               SuiteName{Host::kAudioSuiteName, Host::kAudioSuiteVersion},
+                               SuiteName{Host::kTimeSuiteName, Host::kTimeSuiteVersion}};
 
 }  // namespace
 
@@ -61,66 +29,121 @@ HostSuites& HostSuites::Instance() {
   return suites;
 }
 
+void HostSuites::ExpectHeld(Suite suite) {
+  if (held_[suite] > 0) return;
+  FaultBook::Instance().Note("called the " + std::string(kNames[suite].name) +
+                             ", which it had not acquired or had released");
+}
+
+// ---- What the suites do ------------------------------------------------------------------------
+
+Host::Error HostSuites::DisposeFrame(Host::FrameHandle frame) {
+  Instance().ExpectHeld(kPpix);
+  return Instance().frames_.Dispose(frame) ? Host::kNoError : kErrorBadHandle;
+}
+
+template <typename Value, typename Read>
+Host::Error HostSuites::Look(Host::FrameHandle frame, Value* out, Read read) {
+  Instance().ExpectHeld(kPpix);
+  if (out == nullptr || !Instance().frames_.IsOut(frame)) return kErrorBadHandle;
+  *out = read(*frame);
+  return Host::kNoError;
+}
+
+const Host::PpixSuite& HostSuites::Ppix() {
+  static constexpr Host::PpixSuite kPpixSuite = {
+      DisposeFrame,
+      [](Host::FrameHandle frame, int32_t, char** pixels) {
+        return Look(frame, pixels,
+                    [](auto& f) { return reinterpret_cast<char*>(f.pixels.data()); });
+      },
+      [](Host::FrameHandle frame, Host::Rect* bounds) {
+        return Look(frame, bounds, [](auto& f) { return f.bounds; });
+      },
+      [](Host::FrameHandle frame, int32_t* rowBytes) {
+        return Look(frame, rowBytes, [](auto& f) { return f.rowBytes; });
+      },
+      [](Host::FrameHandle frame, uint32_t* format) {
+        return Look(frame, format, [](auto& f) { return f.format; });
+      }};
+  return kPpixSuite;
+}
+
 Host::Error HostSuites::PullSound(int32_t playID, int64_t, float** buffers, uint32_t frameCount) {
   HostSuites& suites = Instance();
+  suites.ExpectHeld(kAudio);
   const MutexLock lock(suites.mutex_);
-  if (playID == 0 || suites.sound_ == nullptr || buffers == nullptr) return kErrorBadHandle;
-  suites.CatchUpWithClock();
-  suites.sound_->Next(buffers, frameCount);
-  suites.samplesPulled_ += frameCount;
+  const auto play = suites.plays_.find(playID);
+  if (play == suites.plays_.end() || buffers == nullptr) return kErrorBadHandle;
+  return play->second->Pull(buffers, frameCount) ? Host::kNoError : kErrorBadHandle;
+}
+
+Host::Error HostSuites::GetTicksPerSecond(int64_t* ticksPerSecond) {
+  Instance().ExpectHeld(kTime);
+  *ticksPerSecond = kTicksPerSecond;
   return Host::kNoError;
+}
+
+void HostSuites::Announce(int32_t playID, PulledSound& sound) {
+  const MutexLock lock(mutex_);
+  plays_[playID] = &sound;
+}
+
+void HostSuites::Withdraw(int32_t playID) {
+  const MutexLock lock(mutex_);
+  plays_.erase(playID);
+}
+
+// ---- Who holds them ----------------------------------------------------------------------------
+
+HostSuites::Suite HostSuites::SuiteOf(const char* name, int32_t version) {
+  for (size_t i = 0; i < kSuites; ++i) {
+    const bool same = name != nullptr && std::strcmp(name, kNames[i].name) == 0;
+    if (same && version == kNames[i].version) return Suite(i);
+  }
+  return kSuites;
 }
 
 Host::Error HostSuites::Acquire(const char* name, int32_t version, const void** suite) {
   static constexpr Host::AudioSuite kAudioSuite = {PullSound};
-  const void* found = nullptr;
-  if (Names(name, version, Host::kPpixSuiteName, Host::kPpixSuiteVersion)) found = &kPpixSuite;
-  if (Names(name, version, Host::kAudioSuiteName, Host::kAudioSuiteVersion)) found = &kAudioSuite;
-  if (Names(name, version, Host::kTimeSuiteName, Host::kTimeSuiteVersion)) found = &kTimeSuite;
-  if (found == nullptr) return kErrorNoSuite;
-  *suite = found;
-  const MutexLock lock(Instance().mutex_);
-  ++Instance().held_;
+  static constexpr Host::TimeSuite kTimeSuite = {GetTicksPerSecond};
+  const std::array<const void*, kSuites> tables = {&Ppix(), &kAudioSuite, &kTimeSuite};
+  const Suite wanted = SuiteOf(name, version);
+  if (wanted == kSuites || suite == nullptr) return kErrorNoSuite;
+  *suite = tables[wanted];
+  ++Instance().held_[wanted];
   return Host::kNoError;
 }
 
-Host::Error HostSuites::Release(const char*, int32_t) {
-  const MutexLock lock(Instance().mutex_);
-  --Instance().held_;
-  return Host::kNoError;
+Host::Error HostSuites::Release(const char* name, int32_t version) {
+  const Suite released = SuiteOf(name, version);
+  if (released == kSuites) {
+    FaultBook::Instance().Note("released a suite that this host doesn't have");
+    return kErrorNoSuite;
+  }
+  if (--Instance().held_[released] >= 0) return Host::kNoError;
+  ++Instance().held_[released];
+  FaultBook::Instance().Note("released the " + std::string(kNames[released].name) +
+                             " more often than it acquired it");
+  return kErrorNoSuite;
+}
+
+int HostSuites::JudgeHeld() {
+  int held = 0;
+  for (size_t i = 0; i < kSuites; ++i) {
+    if (held_[i] == 0) continue;
+    FaultBook::Instance().Note("kept the " + std::string(kNames[i].name) +
+                               " at the end, acquired " + std::to_string(held_[i]) +
+                               " times more than released");
+    held += held_[i];
+  }
+  return held;
 }
 
 const Host::Utilities& HostSuites::Utilities() const {
   static Host::SuiteAccess access = {Acquire, Release};
   static constexpr Host::Utilities kUtilities = {[] { return &access; }};
   return kUtilities;
-}
-
-void HostSuites::SetSound(SoundSource* sound, std::function<int64_t()> clockTicks) {
-  const MutexLock lock(mutex_);
-  sound_ = sound;
-  clockTicks_ = std::move(clockTicks);
-  samplesPulled_ = 0;
-}
-
-// Who pulls one frame's sound a frame, and waits a little longer than a frame each time, falls
-// behind the clock.
-void HostSuites::CatchUpWithClock() {
-  const HostSoundFormat format = sound_->Format();
-  const auto due = int64_t(double(clockTicks_()) * format.sampleRate / double(kTicksPerSecond));
-  const int64_t behind = due - samplesPulled_;
-  if (behind < format.sampleRate / kToleratedShare) return;
-  std::vector<std::vector<float>> unheard(size_t(format.channels),
-                                          std::vector<float>(size_t(behind)));
-  std::vector<float*> buffers;
-  for (auto& channel : unheard) buffers.push_back(channel.data());
-  sound_->Next(buffers.data(), uint32_t(behind));
-  samplesPulled_ = due;
-}
-
-int HostSuites::SuitesHeld() const {
-  const MutexLock lock(mutex_);
-  return held_;
 }
 
 }  // namespace Veldrift

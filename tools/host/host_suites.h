@@ -1,20 +1,28 @@
 // The suites that the host stand-in gives the module: frames, sound to pull, time. The suites'
-// calls carry no object, so there is one set of them a process.
+// calls carry no object, so there is one set of them a process. What the module does with a suite
+// that it doesn't hold is a fault.
 //
-// Threads: the module may call from any; SetSound belongs to the driver, before and after the clock
-// runs.
+// Threads: the module may call from any.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
-#include <functional>
-#include <vector>
+#include <map>
 
 #include "frame_pool.h"
 #include "platform/mutex.h"
 #include "session/host_interface.h"
-#include "sound_source.h"
 
 namespace Veldrift {
+
+// The sound of one play, as the audio suite hands it out. Threads: the module's.
+class PulledSound {
+ public:
+  virtual ~PulledSound() = default;
+  // The next samples in two channels. False: there is none at the moment.
+  virtual bool Pull(float* const* channels, uint32_t samples) = 0;
+};
 
 class HostSuites {
  public:
@@ -23,29 +31,36 @@ class HostSuites {
   const Host::Utilities& Utilities() const;
   FramePool& Frames() { return frames_; }
 
-  // What the audio suite hands out, in step with the host's clock, whose ticks `clockTicks` tells;
-  // null: nothing.
-  void SetSound(SoundSource* sound, std::function<int64_t()> clockTicks);
+  // What the audio suite hands out for `playID`. After the second, no call is in `sound` any more.
+  void Announce(int32_t playID, PulledSound& sound);
+  void Withdraw(int32_t playID);
 
-  // Acquired and not released.
-  int SuitesHeld() const;
+  // Acquired and not released; each suite that is left is a fault.
+  int JudgeHeld();
 
  private:
+  enum Suite : size_t { kPpix, kAudio, kTime, kSuites };
+
   HostSuites() = default;
 
   static Host::Error Acquire(const char* name, int32_t version, const void** suite);
   static Host::Error Release(const char* name, int32_t version);
   static Host::Error PullSound(int32_t playID, int64_t startTicks, float** buffers,
                                uint32_t frameCount);
+  static Host::Error DisposeFrame(Host::FrameHandle frame);
+  static Host::Error GetTicksPerSecond(int64_t* ticksPerSecond);
+  template <typename Value, typename Read>
+  static Host::Error Look(Host::FrameHandle frame, Value* out, Read read);
+  static const Host::PpixSuite& Ppix();
+  static Suite SuiteOf(const char* name, int32_t version);
 
-  void CatchUpWithClock() VD_REQUIRES(mutex_);
+  // Calling a suite that isn't held is a fault.
+  void ExpectHeld(Suite suite);
 
   FramePool frames_;
-  mutable Mutex mutex_;
-  SoundSource* sound_ VD_GUARDED_BY(mutex_) = nullptr;
-  std::function<int64_t()> clockTicks_ VD_GUARDED_BY(mutex_);
-  int64_t samplesPulled_ VD_GUARDED_BY(mutex_) = 0;
-  int held_ VD_GUARDED_BY(mutex_) = 0;
+  std::array<std::atomic<int>, kSuites> held_{};
+  Mutex mutex_;
+  std::map<int32_t, PulledSound*> plays_ VD_GUARDED_BY(mutex_);
 };
 
 }  // namespace Veldrift

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "exit_codes.h"
-#include "frame_source.h"
 #include "host_options.h"
 #include "identity/install_identity.h"
 #include "other_name.h"
@@ -23,20 +23,19 @@
 namespace Veldrift {
 namespace {
 
-struct Sources {
-  std::unique_ptr<FrameSource> pictures;
-  std::unique_ptr<SoundSource> sound;
-};
-
-HostExit OpenSources(const HostOptions& options, Sources& sources, std::string& sentence) {
+// One set for each instance that plays. After a Ctrl-C there may be no pictures.
+HostExit OpenSources(const HostOptions& options, const std::atomic<bool>& interrupted,
+                     Sources& sources, std::string& sentence) {
   SoundChoice choice = options.sound;
   if (options.input.empty()) {
     sources.pictures = MakePatternSource(options.width, options.height, options.fps);
     if (choice == SoundChoice::Default) choice = SoundChoice::Tone;
   } else {
-    FileSources file = OpenFileSources(options.input, options.stamp);
+    FileSources file = OpenFileSources(options.input, options.stamp, interrupted);
+    if (interrupted) return kExitGood;
     sentence = file.error;
-    if (!file.pictures) return file.notBuiltYet ? kExitNotBuiltYet : kExitNoInput;
+    if (!file.pictures) return file.noDecoder ? kExitNoDecoder : kExitNoInput;
+    if (!file.note.empty()) std::fprintf(stderr, "veldrift-host: %s\n", file.note.c_str());
     sources.pictures = std::move(file.pictures);
     if (choice == SoundChoice::File && !file.sound) {
       sentence = "there is no sound in " + PathText(options.input);
@@ -54,20 +53,24 @@ HostExit OpenSources(const HostOptions& options, Sources& sources, std::string& 
 
 // The module looks for its folders in the environment, and on Windows asks the system for one; this
 // program looks into the same ones.
-ModuleOptions MoveHome(const std::filesystem::path& home) {
-  ModuleOptions options;
-  if (home.empty()) return options;
+HostExit MoveHome(const std::filesystem::path& home, ModuleOptions& options,
+                  std::string& sentence) {
+  if (home.empty()) return kExitGood;
   const std::filesystem::path settings = std::filesystem::absolute(home) / "settings";
   const std::filesystem::path local = std::filesystem::absolute(home) / "local";
-  std::error_code ignored;
-  std::filesystem::create_directories(settings, ignored);
-  std::filesystem::create_directories(local, ignored);
+  for (const std::filesystem::path& folder : {settings, local}) {
+    std::error_code failed;
+    std::filesystem::create_directories(folder, failed);
+    if (!failed) continue;
+    sentence = "can't make the folder " + PathText(folder) + ": " + failed.message();
+    return kExitFailed;
+  }
   for (const char* name : {"XDG_CONFIG_HOME", "APPDATA"}) SetEnvironment(name, PathText(settings));
   for (const char* name : {"XDG_STATE_HOME", "LOCALAPPDATA"}) SetEnvironment(name, PathText(local));
   UseFoldersUnder(std::filesystem::absolute(home));
   options.roamingFolder = settings;
   options.localFolder = local;
-  return options;
+  return kExitGood;
 }
 
 // The module goes on without its control port, and says so in its log alone; whoever runs this
@@ -120,19 +123,18 @@ ProcessResources SettledResources(const HostRun& run) {
 }
 
 // From loading the module to unloading it.
-HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions, Sources& sources,
-                 const std::atomic<bool>& interrupted, HostRun& run, std::string& sentence) {
-  PluginDriver driver(*sources.pictures, sources.sound.get(), options.audioRoad, run.counters);
+HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
+                 std::vector<Sources>& sources, const std::atomic<bool>& interrupted, HostRun& run,
+                 std::string& sentence) {
+  PluginDriver driver(options, sources, run.counters);
   const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
-  std::optional<PairingScreen> screen;
-  if (options.qr) screen.emplace(PluginLogOf(options.host), options.json ? stderr : stdout);
-  const HostExit exit = driver.Open(module, moduleOptions, options.instances, sentence);
+  PairingScreen screen({PluginLogOf(options.host), options.qr, options.json});
+  HostExit exit = driver.Open(module, moduleOptions, sentence);
   if (exit == kExitGood) {
-    if (run.afterRounds.empty()) Announce(options, sources.pictures->Format());
-    if (run.afterRounds.empty() && screen) screen->ShowInvitation();
-    driver.Play(options.limits, interrupted);
+    if (run.afterRounds.empty()) Announce(options, sources.front().pictures->Format());
+    if (run.afterRounds.empty() && options.qr) screen.ShowInvitation();
+    exit = driver.Play(interrupted, screen, sentence);
   }
-  screen.reset();
   driver.Close();
   run.afterRounds.push_back(SettledResources(run));
   return exit;
@@ -140,18 +142,23 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
 
 int Run(const HostOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
-  Sources sources;
+  std::vector<Sources> sources(options.playing);
   std::string sentence;
-  HostExit exit = OpenSources(options, sources, sentence);
+  HostExit exit = kExitGood;
+  for (Sources& each : sources) {
+    if (exit == kExitGood) exit = OpenSources(options, interrupted, each, sentence);
+  }
   if (exit == kExitGood) exit = CheckControlPort(options.host, sentence);
+  ModuleOptions moduleOptions;
+  if (exit == kExitGood) exit = MoveHome(options.home, moduleOptions, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
-  const ModuleOptions moduleOptions = MoveHome(options.home);
   // The module reads it when it starts to listen.
   if (!options.discovery) SetDiscoverable(false);
   HostRun run;
   for (int round = 0; round < options.rounds && exit == kExitGood && !interrupted; ++round) {
     exit = RunOnce(options, moduleOptions, sources, interrupted, run, sentence);
   }
+  run.faults = FaultBook::Instance().All();
   return exit == kExitGood ? Report(options, run) : Complain(exit, sentence);
 }
 

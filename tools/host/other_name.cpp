@@ -1,7 +1,7 @@
 #include "other_name.h"
 
 #include <array>
-#include <cstdio>
+#include <chrono>
 #include <vector>
 
 #include "exit_codes.h"
@@ -17,10 +17,28 @@ namespace {
 constexpr std::array<const char*, 4> kNames = {"premiere", "afterfx", "media encoder",
                                                "veldrift-host"};
 
-std::filesystem::path FolderFor(const HostOptions& options) {
-  const std::filesystem::path root =
-      options.home.empty() ? std::filesystem::temp_directory_path() : options.home;
-  return root / ("veldrift-host-" + MakeToken(8));
+constexpr const char* kFolderPrefix = "veldrift-host-";
+constexpr auto kAbandonedAfter = std::chrono::hours(24);
+
+std::filesystem::path RootFor(const HostOptions& options) {
+  return options.home.empty() ? std::filesystem::temp_directory_path() : options.home;
+}
+
+// What runs that were killed have left. One that still runs loses nothing on a system that lets its
+// file be removed; others keep it.
+void RemoveAbandoned(const std::filesystem::path& root) {
+  std::error_code failed;
+  const auto now = std::filesystem::file_time_type::clock::now();
+  for (const auto& entry : std::filesystem::directory_iterator(root, failed)) {
+    const bool ours = entry.path().filename().string().starts_with(kFolderPrefix);
+    const auto made = entry.last_write_time(failed);
+    if (!ours || failed || now - made < kAbandonedAfter) continue;
+    for (const char* name : kNames) {
+      std::filesystem::remove(entry.path() / name, failed);
+      std::filesystem::remove(entry.path() / (std::string(name) + ".exe"), failed);
+    }
+    std::filesystem::remove(entry.path(), failed);
+  }
 }
 
 std::vector<std::string> ArgumentsFor(const HostOptions& options, int argc, char** argv,
@@ -41,17 +59,26 @@ std::optional<int> RunUnderOtherName(const HostOptions& options, int argc, char*
   if (!options.removeAtExit.empty() || HostFromExecutable(GetExecutablePath()) == options.host) {
     return std::nullopt;
   }
-  const std::filesystem::path folder = FolderFor(options);
+  const std::filesystem::path root = RootFor(options);
+  RemoveAbandoned(root);
+  const std::filesystem::path folder = root / (kFolderPrefix + MakeToken(8));
   const std::filesystem::path copy = folder / (std::string(kNames[size_t(options.host)]) +
                                                GetExecutablePath().extension().string());
-  std::error_code failed;
+  std::error_code failed, ignored;
   std::filesystem::create_directories(folder, failed);
-  const std::optional<int> exit =
-      failed ? std::nullopt : RunAs(copy, ArgumentsFor(options, argc, argv, folder));
-  std::filesystem::remove_all(folder, failed);
+  if (failed) {
+    return Complain(kExitFailed,
+                    "can't make the folder " + PathText(folder) + ": " + failed.message());
+  }
+  const std::optional<int> exit = RunAs(copy, ArgumentsFor(options, argc, argv, folder));
+  const bool copied = std::filesystem::exists(copy, ignored);
+  const auto room = std::filesystem::space(folder, ignored);
+  std::filesystem::remove_all(folder, ignored);
   if (exit) return exit;
-  std::fprintf(stderr, "veldrift-host: can't run as %s\n", PathText(copy).c_str());
-  return kExitFailed;
+  const char* reason = copied                ? "it doesn't start"
+                       : room.available == 0 ? "the disk is full"
+                                             : "no copy of this program can be made there";
+  return Complain(kExitFailed, "can't run as " + PathText(copy) + ": " + reason);
 }
 
 }  // namespace Veldrift

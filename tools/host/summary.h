@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "exit_codes.h"
+#include "fault_book.h"
 #include "plugin_driver.h"
 #include "tools/platform/this_process.h"
 
@@ -13,6 +14,7 @@ namespace Veldrift {
 struct HostRun {
   DriverCounters counters;                    // of all rounds together
   std::vector<ProcessResources> afterRounds;  // each time the module was unloaded
+  std::vector<Fault> faults;                  // of the module
 };
 
 // What it comes to; `sentence` says what is wrong.

@@ -11,9 +11,9 @@
 #include "phone_options.h"
 #include "plugin_finder.h"
 #include "self_tests.h"
-#include "status_line.h"
 #include "summary.h"
 #include "support/clock.h"
+#include "tools/cli/status_line.h"
 #include "tools/platform/interrupt.h"
 #include "tools/receiver/media_receiver.h"
 

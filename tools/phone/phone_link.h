@@ -15,7 +15,7 @@
 #include "platform/mutex.h"
 #include "tools/receiver/commands.h"
 #include "tools/receiver/control_client.h"
-#include "tools/receiver/pairing_code_log.h"
+#include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
 

@@ -116,7 +116,9 @@ void AddCommands(CLI::App& app, PhoneOptions& options, Typed& typed) {
   app.add_option("--marker", typed.markers, "leaves this text in the plug-in's log");
   app.add_option("--self-test", options.selfTests,
                  "runs a built-in test of the plug-in (P0.1, P0.3, P0.4, P1.1, P1.2, P2.1, P3, "
-                 "P6.1, P6.2), prints the verdict from its log, and ends");
+                 "P6.1, P6.2), prints the verdict from its log, and ends, with exit code 9 if one "
+                 "failed; P6.2 asks for an encoder that keeps frames on the GPU, which Linux never "
+                 "has");
   app.add_option("--plugin-log", typed.pluginLog,
                  "the plug-in's log, for --self-test (default: what --code-from-log names)");
 }

@@ -26,17 +26,16 @@ std::vector<SelfTestVerdict> SelfTests::Run(const std::vector<std::string>& ids,
   std::vector<SelfTestVerdict> verdicts;
   for (const std::string& id : ids) {
     const std::string marker = "[FIXTEST " + id + "] ";
-    const size_t before = log_.AllBehind(marker).size();
+    log_.Take();
     link.Send(MarkerCommand("SELFTEST " + id));
     const int64_t deadline = SteadyNanos() + int64_t(seconds * 1e9);
     SelfTestVerdict verdict{id, false, false, ""};
     while (!verdict.came && !interrupted && !link.Ended() && SteadyNanos() < deadline) {
-      const std::vector<std::string> rests = log_.AllBehind(marker);
-      if (rests.size() > before) {
-        verdict = VerdictOf(id, rests.back());
-      } else {
-        SystemClock().SleepFor(kLookNs);
+      for (const LogEntry& entry : log_.Take()) {
+        if (!entry.message.starts_with(marker)) continue;
+        verdict = VerdictOf(id, entry.message.substr(marker.size()));
       }
+      if (!verdict.came) SystemClock().SleepFor(kLookNs);
     }
     verdicts.push_back(verdict);
   }

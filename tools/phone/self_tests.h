@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "phone_link.h"
-#include "tools/receiver/log_tail.h"
+#include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
 
@@ -30,7 +30,7 @@ class SelfTests {
                                    double seconds, const std::atomic<bool>& interrupted);
 
  private:
-  const LogTail log_;
+  LogTail log_;
 };
 
 // "P0.1 PASS — what it showed", a line each; or the same as a JSON object.

@@ -5,6 +5,7 @@
 
 #include "platform/file.h"
 #include "support/clock.h"
+#include "tools/av/colour_matrix.h"
 
 namespace Veldrift {
 
@@ -12,12 +13,6 @@ namespace {
 
 constexpr int kMostSnapshots = 6;
 constexpr int64_t kFirstStepNs = kNanosPerSecond;
-constexpr int kSmallestHdHeight = 720;
-
-int MatrixOf(const AVFrame& picture) {
-  if (picture.colorspace != AVCOL_SPC_UNSPECIFIED) return picture.colorspace;
-  return picture.height >= kSmallestHdHeight ? SWS_CS_ITU709 : SWS_CS_ITU601;
-}
 
 Packet EncodePng(const AVFrame& rgb) {
   const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_PNG);
@@ -46,9 +41,7 @@ Picture ToRgb(const AVFrame& picture) {
   rgb->height = picture.height;
   rgb->format = AV_PIX_FMT_RGB24;
   if (!scaler || av_frame_get_buffer(rgb.get(), 0) < 0) return nullptr;
-  const int fullRange = picture.color_range == AVCOL_RANGE_JPEG ? 1 : 0;
-  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(MatrixOf(picture)), fullRange,
-                           sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
+  SetColours(*scaler, picture);
   sws_scale(scaler.get(), picture.data, picture.linesize, 0, picture.height, rgb->data,
             rgb->linesize);
   return rgb;

@@ -25,6 +25,10 @@ class ChildProcess {
  public:
   virtual ~ChildProcess() = default;
 
+  // As if Ctrl-C were pressed at its terminal. False: it has ended, or the system can't press it
+  // for one process alone, as Windows can't.
+  virtual bool Interrupt() = 0;
+
   // Ends it at once, wherever it stands; it gets no chance to tidy up.
   virtual void Kill() = 0;
 
@@ -42,9 +46,16 @@ class ChildProcess {
   virtual uint32_t KilledBy() const = 0;
 };
 
-// Starts `program` with `arguments` (UTF-8), this process's environment and console. Null: it
-// couldn't be started.
+// Files that take what a process says; they are made or emptied. Its input is empty then.
+struct ProcessOutput {
+  std::filesystem::path output;
+  std::filesystem::path errors;
+};
+
+// Starts `program` with `arguments` (UTF-8), this process's environment and, without `output`, its
+// console. Null: it couldn't be started.
 std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
-                                           const std::vector<std::string>& arguments);
+                                           const std::vector<std::string>& arguments,
+                                           const std::optional<ProcessOutput>& output = {});
 
 }  // namespace Veldrift

@@ -102,16 +102,16 @@ bool ControlClient::SendHello(const PhoneIdentity& identity) {
 }
 
 bool ControlClient::Read(StatusMessage& message) {
-  const ReadResult result =
+  const MessageRead result =
       ReadStatusMessage([this](std::span<std::byte> out) { return ReadExactly(out); }, message);
   message.timeNs = SteadyNanos();
-  if (result == ReadResult::UnknownOpcode) {
+  if (result == MessageRead::UnknownOpcode) {
     Violate("the plug-in sent the unknown opcode " + OpcodeText(message.opcode));
-  } else if (result == ReadResult::Truncated && !closing_) {
+  } else if (result == MessageRead::Truncated && !closing_) {
     Violate("the connection ended inside a " + std::string(StatusName(message.opcode)) +
             " message");
   }
-  return result == ReadResult::Message;
+  return result == MessageRead::Message;
 }
 
 ControlClient::PairResult ControlClient::NextReply(StatusMessage& message) {

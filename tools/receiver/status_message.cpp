@@ -93,21 +93,21 @@ const char* StatusName(uint8_t opcode) {
   }
 }
 
-ReadResult ReadStatusMessage(const ExactReader& read, StatusMessage& message) {
+MessageRead ReadStatusMessage(const ExactReader& read, StatusMessage& message) {
   std::byte opcode{};
   message.payload.clear();
-  if (!read({&opcode, 1})) return ReadResult::Ended;
+  if (!read({&opcode, 1})) return MessageRead::Ended;
   message.opcode = std::to_integer<uint8_t>(opcode);
   const PayloadShape* shape = StatusShape(message.opcode);
-  if (shape == nullptr) return ReadResult::UnknownOpcode;
+  if (shape == nullptr) return MessageRead::UnknownOpcode;
   message.payload.resize(shape->headBytes);
-  if (shape->headBytes > 0 && !read(message.payload)) return ReadResult::Truncated;
+  if (shape->headBytes > 0 && !read(message.payload)) return MessageRead::Truncated;
   const size_t tail = shape->countedTail ? std::to_integer<size_t>(message.payload.back()) : 0;
   message.payload.resize(shape->headBytes + tail);
   if (tail > 0 && !read(std::span(message.payload).subspan(shape->headBytes))) {
-    return ReadResult::Truncated;
+    return MessageRead::Truncated;
   }
-  return ReadResult::Message;
+  return MessageRead::Message;
 }
 
 }  // namespace Veldrift

@@ -49,7 +49,7 @@ const char* StatusName(uint8_t opcode);
 // Reads exactly `out.size()` bytes; false at the connection's end.
 using ExactReader = std::function<bool(std::span<std::byte> out)>;
 
-enum class ReadResult {
+enum class MessageRead {
   Message,
   Ended,          // between two messages
   Truncated,      // inside a message
@@ -57,6 +57,6 @@ enum class ReadResult {
 };
 
 // Reads one message. Its time is the caller's to set.
-ReadResult ReadStatusMessage(const ExactReader& read, StatusMessage& message);
+MessageRead ReadStatusMessage(const ExactReader& read, StatusMessage& message);
 
 }  // namespace Veldrift

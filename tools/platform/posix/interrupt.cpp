@@ -17,6 +17,11 @@ const std::atomic<bool>& InstallInterruptFlag() {
   action.sa_handler = OnSignal;
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+  // Its terminal was closed; whoever asked that this be ignored is heard.
+  struct sigaction before {};
+  if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
+    sigaction(SIGHUP, &action, nullptr);
+  }
   return interrupted;
 }
 

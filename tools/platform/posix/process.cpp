@@ -1,5 +1,6 @@
 #include "tools/platform/process.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -46,6 +47,8 @@ class PosixChildProcess final : public ChildProcess {
     Kill();
     Wait();
   }
+
+  bool Interrupt() override { return process_ > 0 && kill(process_, SIGINT) == 0; }
 
   void Kill() override {
     if (process_ > 0) kill(process_, SIGKILL);
@@ -98,13 +101,23 @@ std::optional<int> RunAs(const std::filesystem::path& copyOfSelf,
 }
 
 std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
-                                           const std::vector<std::string>& arguments) {
+                                           const std::vector<std::string>& arguments,
+                                           const std::optional<ProcessOutput>& output) {
   const std::string text = program.native();
-  pid_t process = 0;
-  if (posix_spawn(&process, text.c_str(), nullptr, nullptr, ArgumentTable(text, arguments).data(),
-                  environ) != 0) {
-    return nullptr;
+  posix_spawn_file_actions_t files;
+  if (posix_spawn_file_actions_init(&files) != 0) return nullptr;
+  if (output) {
+    constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC;
+    constexpr mode_t kMode = 0600;
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output->output.c_str(), kWrite, kMode);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, output->errors.c_str(), kWrite, kMode);
   }
+  pid_t process = 0;
+  const int failed = posix_spawn(&process, text.c_str(), &files, nullptr,
+                                 ArgumentTable(text, arguments).data(), environ);
+  posix_spawn_file_actions_destroy(&files);
+  if (failed != 0) return nullptr;
   return std::make_unique<PosixChildProcess>(process);
 }
 

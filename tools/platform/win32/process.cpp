@@ -16,6 +16,8 @@ class WinChildProcess final : public ChildProcess {
     Wait();
   }
 
+  bool Interrupt() override { return false; }
+
   void Kill() override { TerminateProcess(process_.Get(), kKilled); }
 
   int Wait() override {
@@ -46,15 +48,40 @@ class WinChildProcess final : public ChildProcess {
   uint32_t killedBy_ = 0;
 };
 
+// Inherited by the process that is started with them.
+struct OutputHandles {
+  explicit OutputHandles(const ProcessOutput& files)
+      : input(Open(L"NUL", GENERIC_READ, OPEN_EXISTING)),
+        output(Open(files.output.c_str(), GENERIC_WRITE, CREATE_ALWAYS)),
+        errors(Open(files.errors.c_str(), GENERIC_WRITE, CREATE_ALWAYS)) {}
+
+  static HANDLE Open(const wchar_t* name, DWORD access, DWORD disposition) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    return CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, disposition,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+  }
+
+  const Handle input, output, errors;
+};
+
 }  // namespace
 
 std::unique_ptr<ChildProcess> StartProcess(const std::filesystem::path& program,
-                                           const std::vector<std::string>& arguments) {
+                                           const std::vector<std::string>& arguments,
+                                           const std::optional<ProcessOutput>& output) {
   std::string line = QuotedArgument(PathText(program));
   for (const auto& argument : arguments) line += " " + QuotedArgument(argument);
   std::wstring commandLine = WideText(line);
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
+  std::optional<OutputHandles> handles;
+  if (output) {
+    handles.emplace(*output);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = handles->input.Get();
+    startup.hStdOutput = handles->output.Get();
+    startup.hStdError = handles->errors.Get();
+  }
   PROCESS_INFORMATION information{};
   if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
                       nullptr, &startup, &information)) {

@@ -1,4 +1,4 @@
-#include "status_line.h"
+#include "tools/cli/status_line.h"
 
 #include <cstdio>
 
