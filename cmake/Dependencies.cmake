@@ -1,12 +1,14 @@
 # Every library that is not ours. `./dev` installs the packages.
 find_package(Threads REQUIRED)
 
-# The block code: Debian's library, or its source (fetched by `./dev` into an archive) where the
-# target has no package. The headers say nothing sensible without the instruction set's define.
+# The block code, from its source, which `./dev` fetches into an archive: built here, it is the same
+# on both systems, and silent. Without the archive Debian's library does natively, which tells the
+# terminal that it has been initialised. The headers say nothing sensible without the instruction
+# set's define.
 add_library(vd_block_code INTERFACE)
 target_compile_options(vd_block_code INTERFACE -mssse3)
 target_compile_definitions(vd_block_code INTERFACE USE_SSSE3)
-if(WIN32)
+if(VD_CM256_ARCHIVE)
   include(FetchContent)
   FetchContent_Declare(cm256cc
     URL ${VD_CM256_ARCHIVE}
@@ -16,11 +18,20 @@ if(WIN32)
   add_library(cm256cc_static STATIC ${cm256cc_SOURCE_DIR}/cm256.cpp ${cm256cc_SOURCE_DIR}/gf256.cpp)
   target_compile_options(cm256cc_static PUBLIC -mssse3)
   target_compile_definitions(cm256cc_static PUBLIC USE_SSSE3 cm256cc_STATIC)
+  # It has no switch for what it prints: its calls of fprintf are compiled out.
+  file(WRITE ${CMAKE_BINARY_DIR}/deps/silent_stdio.h
+       "#include <stdio.h>\n#define fprintf(...) ((void)0)\n")
+  target_compile_options(cm256cc_static PRIVATE -include ${CMAKE_BINARY_DIR}/deps/silent_stdio.h)
+  if(VD_SANITIZE) # somebody else's code
+    target_compile_options(cm256cc_static PRIVATE -fno-sanitize=all)
+  endif()
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/deps/include)
-  file(COPY ${cm256cc_SOURCE_DIR}/cm256.h ${cm256cc_SOURCE_DIR}/gf256.h ${cm256cc_SOURCE_DIR}/export.h
-       DESTINATION ${CMAKE_BINARY_DIR}/deps/include/cm256cc)
+  file(GLOB cm256cc_headers ${cm256cc_SOURCE_DIR}/*.h)
+  file(COPY ${cm256cc_headers} DESTINATION ${CMAKE_BINARY_DIR}/deps/include/cm256cc)
   target_link_libraries(vd_block_code INTERFACE cm256cc_static)
   target_include_directories(vd_block_code SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/deps/include)
+elseif(WIN32)
+  message(FATAL_ERROR "The block code's source is missing: run ./dev, which fetches it")
 else()
   find_path(CM256CC_INCLUDE cm256cc/cm256.h REQUIRED)
   find_library(CM256CC_LIBRARY cm256cc REQUIRED)

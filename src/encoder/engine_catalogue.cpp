@@ -25,12 +25,7 @@ void LogEngines(const LogCategory& category, const HardwareSeen& seen, size_t ro
 }
 
 std::string NormaliseEngineId(std::string_view id) {
-  if (id.empty()) return "auto";
-  std::string normal(id);
-  for (char& c : normal) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return normal;
+  return id.empty() ? "auto" : LowerCase(id);
 }
 
 bool IsSoftwareEngine(std::string_view engineId) {

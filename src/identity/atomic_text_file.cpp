@@ -23,12 +23,12 @@ bool Try(Clock& clock, Attempt&& attempt) {
 }  // namespace
 
 TextFile ReadTextFile(const std::filesystem::path& path, std::string& text, Clock& clock) {
-  ReadResult result = ReadResult::Failed;
+  FileRead result = FileRead::Failed;
   Try(clock, [&] {
     result = ReadWholeFile(path, text);
-    return result == ReadResult::NotFound || !text.empty();
+    return result == FileRead::NotFound || !text.empty();
   });
-  if (result == ReadResult::Failed) return TextFile::Unreadable;
+  if (result == FileRead::Failed) return TextFile::Unreadable;
   return text.empty() ? TextFile::Missing : TextFile::Read;
 }
 

@@ -50,9 +50,10 @@ using RecordReader = std::function<std::vector<DnsRecord>()>;
 
 // Tells the end of a request, on any thread, also before the request returns. `result` is null, or
 // an instance other than the one that the request was for. It can come late, after everybody has
-// given up, or never.
+// given up, or never. It answers whether anybody still wanted it: if not, a responder that outlives
+// its owner takes a registration back that succeeded.
 using RegisterCallback =
-    std::function<void(uint32_t status, std::unique_ptr<ServiceInstance> result)>;
+    std::function<bool(uint32_t status, std::unique_ptr<ServiceInstance> result)>;
 // Tells what a browse found, on a thread of the responder's, any number of times. It can come once
 // more after the cancellation.
 using BrowseCallback = std::function<void(uint32_t status, const RecordReader& records)>;

@@ -1,12 +1,12 @@
 #include "identity/dns_sd_service_advertiser.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 
 #include "platform/system.h"
 #include "support/guarded.h"
 #include "support/plugin_log.h"
+#include "support/text.h"
 
 namespace Veldrift {
 namespace {
@@ -21,8 +21,6 @@ constexpr int64_t kDeregisterNanos = 3 * kNanosPerSecond;
 constexpr int64_t kHealTickNanos = 200 * kNanosPerMilli;
 constexpr int kCallbackPatience = 500;  // times 1 ms
 
-char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 unsigned long Number(uint32_t status) { return status; }
 
 // One request: the caller and the callback hold it, and a callback that comes after the caller has
@@ -35,10 +33,13 @@ class RegisterWait {
     std::unique_ptr<ServiceInstance> resultInstance;
   };
 
-  void Complete(uint32_t status, std::unique_ptr<ServiceInstance> result) {
+  // False: too late.
+  bool Complete(uint32_t status, std::unique_ptr<ServiceInstance> result) {
     MutexLock lock(mutex_);
+    if (givenUp_) return false;
     outcome_ = {true, status, std::move(result)};
     changed_.NotifyAll();
+    return true;
   }
 
   Outcome Await(Clock& clock, int64_t nanos) {
@@ -47,6 +48,7 @@ class RegisterWait {
     while (!outcome_.done && clock.NowNanos() < deadline) {
       clock.WaitUntil(changed_, lock, deadline);
     }
+    givenUp_ = !outcome_.done;
     return std::exchange(outcome_, {});
   }
 
@@ -54,11 +56,12 @@ class RegisterWait {
   Mutex mutex_;
   CondVar changed_;
   Outcome outcome_ VD_GUARDED_BY(mutex_);
+  bool givenUp_ VD_GUARDED_BY(mutex_) = false;
 };
 
 RegisterCallback CompletionOf(const std::shared_ptr<RegisterWait>& wait) {
   return [wait](uint32_t status, std::unique_ptr<ServiceInstance> result) {
-    wait->Complete(status, std::move(result));
+    return wait->Complete(status, std::move(result));
   };
 }
 
@@ -81,9 +84,7 @@ std::string ServiceInstanceName(const std::string& name) {
 
 std::string ServiceHostName(const std::string& computerName) {
   if (computerName.empty()) return "localhost.local";
-  std::string name = computerName;
-  std::ranges::transform(name, name.begin(), LowerCase);
-  return name + ".local";
+  return LowerCase(computerName) + ".local";
 }
 
 // What a browse callback gets. Shared with the callback, which can come once more when the browse
@@ -215,7 +216,7 @@ void DnsSdServiceAdvertiser::StartSelfHeal() {
   watch_->Expect(name);
   if (!StartBrowse()) return;
   healRunning_ = true;
-  healThread_ = std::thread([this] { RunGuarded(kLog, "self-heal", [this] { SelfHealLoop(); }); });
+  healThread_ = std::thread([this] { SelfHealLoop(); });
   PluginLog(kLog, kLogInfo, "[bj] self-heal: started (read-only browse + register-only on loss)");
 }
 
@@ -266,9 +267,12 @@ void DnsSdServiceAdvertiser::WaitForHealTick() {
 
 void DnsSdServiceAdvertiser::SelfHealLoop() {
   for (WaitForHealTick(); healRunning_; WaitForHealTick()) {
-    if (!watch_->TakeRepublishTurn(clock_.NowNanos())) continue;
-    MutexLock lock(registerMutex_);
-    Republish();
+    // What one turn throws, such as for want of memory, ends that turn only.
+    RunGuarded(kLog, "self-heal", [this] {
+      if (!watch_->TakeRepublishTurn(clock_.NowNanos())) return;
+      MutexLock lock(registerMutex_);
+      Republish();
+    });
   }
 }
 

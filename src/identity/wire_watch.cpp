@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "support/plugin_log.h"
+#include "support/text.h"
 
 namespace Veldrift {
 namespace {
@@ -10,8 +11,6 @@ namespace {
 constexpr LogCategory kLog{kLogSubsystem, "mdns"};
 constexpr uint32_t kMissesToBelieve = 2;
 constexpr int64_t kRepublishNanos = 1'500'000'000;
-
-char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool Contains(const std::vector<std::string>& names, const std::string& wanted) {
   return std::ranges::any_of(names,
@@ -21,7 +20,7 @@ bool Contains(const std::vector<std::string>& names, const std::string& wanted) 
 }  // namespace
 
 bool SameDnsName(const std::string& a, const std::string& b) {
-  return std::ranges::equal(a, b, {}, LowerCase, LowerCase);
+  return LowerCase(a) == LowerCase(b);
 }
 
 void WireWatch::Expect(const std::string& name) {

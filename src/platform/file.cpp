@@ -4,7 +4,7 @@ namespace Veldrift {
 
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& path) {
   std::string text;
-  if (ReadWholeFile(path, text) != ReadResult::Read) return std::nullopt;
+  if (ReadWholeFile(path, text) != FileRead::Read) return std::nullopt;
   return text;
 }
 

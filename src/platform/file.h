@@ -14,14 +14,14 @@ namespace Veldrift {
 std::string PathText(const std::filesystem::path& path);
 std::filesystem::path PathFromText(std::string_view utf8);
 
-enum class ReadResult {
+enum class FileRead {
   Read,
   NotFound,  // there is no file of this name
   Failed,    // there may be one, but it can't be opened or read to its end
 };
 
 // The whole file in `text`, empty for an empty file; empty too if it wasn't read.
-ReadResult ReadWholeFile(const std::filesystem::path& path, std::string& text);
+FileRead ReadWholeFile(const std::filesystem::path& path, std::string& text);
 // The same, for whom it is enough that there is nothing to read.
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& path);
 

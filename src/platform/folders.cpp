@@ -13,6 +13,15 @@ std::string FromEnvironment(const EnvironmentLookup& environment, const char* fi
   return fallback;
 }
 
+// Relative paths in these variables are invalid, by the convention behind them, and ignored.
+EnvironmentLookup AbsoluteOnly(const EnvironmentLookup& environment) {
+  return [&environment](const char* name) {
+    auto value = environment(name);
+    if (value && !value->starts_with('/')) value.reset();
+    return value;
+  };
+}
+
 }  // namespace
 
 std::string WindowsRoamingFolder(const std::optional<std::string>& knownFolder,
@@ -26,11 +35,11 @@ std::string WindowsLocalFolder(const EnvironmentLookup& environment) {
 }
 
 std::string PosixRoamingFolder(const EnvironmentLookup& environment) {
-  return FromEnvironment(environment, "XDG_CONFIG_HOME", "HOME", "/.config", "/");
+  return FromEnvironment(AbsoluteOnly(environment), "XDG_CONFIG_HOME", "HOME", "/.config", "/");
 }
 
 std::string PosixLocalFolder(const EnvironmentLookup& environment) {
-  return FromEnvironment(environment, "XDG_STATE_HOME", "HOME", "/.local/state", ".");
+  return FromEnvironment(AbsoluteOnly(environment), "XDG_STATE_HOME", "HOME", "/.local/state", ".");
 }
 
 }  // namespace Veldrift

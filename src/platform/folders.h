@@ -17,7 +17,7 @@ std::string WindowsRoamingFolder(const std::optional<std::string>& knownFolder,
 // LOCALAPPDATA, USERPROFILE\AppData\Local, ".".
 std::string WindowsLocalFolder(const EnvironmentLookup& environment);
 
-// XDG_CONFIG_HOME, HOME/.config, "/".
+// XDG_CONFIG_HOME, HOME/.config, "/". Relative values count as unset.
 std::string PosixRoamingFolder(const EnvironmentLookup& environment);
 // XDG_STATE_HOME, HOME/.local/state, ".".
 std::string PosixLocalFolder(const EnvironmentLookup& environment);

@@ -78,7 +78,10 @@ class AudioPath::Puller final : public IClockListener {
       return;  // owed until the host has it
     }
     owed_ -= int64_t{samples} * kNanosPerSecond;
-    path_.SendAudioSamples(buffers.data(), samples, kPulledChannels);
+    // Their time has passed; the first of them was due when the last tick's ended.
+    const int64_t lasts = int64_t{samples} * (kNanosPerSecond / kNanosPerMicro) / rate;
+    path_.SendAudioSamples(buffers.data(), samples, kPulledChannels,
+                           std::max<int64_t>(path_.state_.ElapsedMicros() - lasts, 0));
     const uint64_t pull = pulls_++;
     if (pull % kLogEvery == 0) {
       PluginLog(kLog, kLogDebug, "[dx] pull audio #%llu: samples=%u rate=%u",
@@ -107,7 +110,8 @@ void AudioPath::PushAudio(const Host::AudioBlock* block) {
               static_cast<unsigned long long>(call), block ? block->sampleCount : 0,
               block ? block->channelCount : 0);
   }
-  if (block != nullptr) SendAudioSamples(block->buffers, block->sampleCount, block->channelCount);
+  if (block == nullptr) return;
+  SendAudioSamples(block->buffers, block->sampleCount, block->channelCount, state_.ElapsedMicros());
 }
 
 std::unique_ptr<IClockListener> AudioPath::MakePuller(const Host::AudioSuite* suite,
@@ -117,7 +121,7 @@ std::unique_ptr<IClockListener> AudioPath::MakePuller(const Host::AudioSuite* su
 }
 
 void AudioPath::SendAudioSamples(const float* const* channels, uint32_t samples,
-                                 uint32_t channelCount) {
+                                 uint32_t channelCount, int64_t timestamp) {
   if (channels == nullptr || samples == 0 || channelCount == 0 || channelCount > UINT8_MAX) return;
   // Sound that comes without a phone has been seen all the same.
   audioPushSeen_ = true;
@@ -125,7 +129,7 @@ void AudioPath::SendAudioSamples(const float* const* channels, uint32_t samples,
   if (!state_.running || !transport_.PeerKnown()) return;
   const AudioBlockHead head{audioSampleRate_, uint8_t(channelCount)};
   transport_.Sender().SendSound(MakeAudioBlock(head, channels, samples),
-                                uint64_t(state_.ElapsedMicros()));
+                                uint64_t(timestamp));
 }
 
 // ---- What the phone is told of it --------------------------------------------------------------

@@ -39,8 +39,10 @@ class AudioPath {
  private:
   class Puller;
 
-  // Null or empty arguments, or more channels than a block's head can say, do nothing.
-  void SendAudioSamples(const float* const* channels, uint32_t samples, uint32_t channelCount);
+  // `timestamp` of the first sample. Null or empty arguments, or more channels than a block's head
+  // can say, do nothing.
+  void SendAudioSamples(const float* const* channels, uint32_t samples, uint32_t channelCount,
+                        int64_t timestamp);
   void SetAudioOutputEnabled(bool enabled) VD_EXCLUDES(audioStateMutex_);
   void SwitchAudioOutput(bool enabled) VD_REQUIRES(audioStateMutex_);
   void TellAudioState() VD_REQUIRES(audioStateMutex_);

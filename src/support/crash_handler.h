@@ -11,8 +11,9 @@
 //
 // Windows (win32/): access violations, illegal instructions, integer divisions by zero and heap
 // corruption are logged; a stack overflow goes to the debugger's channel only. The dump is a
-// minidump (".dmp"), written when no handler wanted the exception. `<local>` is the known folder;
-// where there is none, the dump lies in the current folder.
+// minidump (".dmp"), written when no handler wanted the exception; after a stack overflow by a
+// thread that is made at installation and waits until the process ends. `<local>` is the known
+// folder; where there is none, the dump lies in the current folder.
 //
 // Elsewhere (posix/): SIGSEGV, SIGBUS, SIGILL, SIGFPE and SIGABRT (which is how the C library ends
 // a process whose heap it finds corrupted), with the signal's number as the code. One handler

@@ -9,6 +9,7 @@
 #include "platform/calendar.h"
 #include "platform/file.h"
 #include "platform/system.h"
+#include "support/text.h"
 
 namespace Veldrift {
 namespace {
@@ -37,13 +38,6 @@ std::string_view Trimmed(std::string_view text) {
   };
   while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
   while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-std::string Lowered(std::string text) {
-  for (char& character : text) {
-    character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-  }
   return text;
 }
 
@@ -95,7 +89,7 @@ std::array<bool, kDebugTopicCount> SelectDebugTopics(const std::optional<std::st
     selected.fill(true);
     return selected;
   }
-  const std::string lowered = Lowered(*value);
+  const std::string lowered = LowerCase(*value);
   std::string_view rest = lowered;
   for (;;) {
     const size_t comma = rest.find(',');
@@ -144,6 +138,7 @@ void DebugTopicFiles::Write(DebugTopic topic, const char* text) {
   Sink& sink = sinks_[index];
   MutexLock lock(sink.mutex);
   if (!sink.stream.is_open()) return;
+  sink.stream.clear();  // a disk that was full then may have room now
   // As text: the stream would put the host's digit grouping into a number.
   sink.stream << stamp << " | " << std::to_string(thread) << " | " << kTopics[index].word << " | "
               << (text == nullptr ? "" : text) << '\n'

@@ -11,8 +11,9 @@
 namespace Veldrift {
 namespace {
 
+// Never destroyed: threads of ours can still write while the process's statics go.
 DebugTopicFiles& Files() {
-  static DebugTopicFiles files;
+  static DebugTopicFiles& files = *new DebugTopicFiles;
   return files;
 }
 

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "platform/system.h"
-#include "support/identifier_formats.h"
 
 namespace Veldrift {
 namespace {

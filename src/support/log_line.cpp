@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "platform/file.h"
+#include "support/text.h"
 
 namespace Veldrift {
 namespace {
@@ -43,22 +44,12 @@ void Rotate(const std::filesystem::path& path) {
 
 // The length of the character at the beginning of the text, which isn't empty; 0 if its first byte
 // is none that may stand in a line.
-size_t PrintableLength(std::span<const char> text) {
+size_t PrintableLength(std::string_view text) {
+  const size_t length = Utf8CharacterLength(text);
   const auto byte = [&](size_t at) { return static_cast<uint8_t>(text[at]); };
-  const uint8_t first = byte(0);
-  if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
-  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  const uint8_t second = byte(1);
-  const bool wrong = (first == 0xC2 && second < 0xA0) ||  // control characters too
-                     (first == 0xE0 && second < 0xA0) ||  // longer than need be
-                     (first == 0xED && second > 0x9F) ||  // halves of a pair
-                     (first == 0xF0 && second < 0x90) ||  // longer than need be
-                     (first == 0xF4 && second > 0x8F);    // beyond the last character
-  return wrong ? 0 : length;
+  const bool control = (length == 1 && (byte(0) < 0x20 || byte(0) == 0x7F)) ||
+                       (length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0);
+  return control ? 0 : length;
 }
 
 }  // namespace
@@ -80,7 +71,7 @@ std::array<char, 1024> StripAnnotations(const char* format) {
 
 void MakePrintable(std::span<char> text) {
   for (size_t at = 0; at < text.size();) {
-    const size_t length = PrintableLength(text.subspan(at));
+    const size_t length = PrintableLength({text.data() + at, text.size() - at});
     if (length == 0) text[at] = '?';
     at += std::max<size_t>(length, 1);
   }

@@ -1,10 +1,9 @@
 #include "ui/qr_matrix.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 
-#include "ui/qr_tables.h"
+#include "ui/qr_codewords.h"
 
 namespace Veldrift {
 namespace {
@@ -108,6 +107,38 @@ bool IsMasked(int mask, int column, int row) {
   }
 }
 
+// Along one row or column, from its first module on.
+int RunsPenalty(const QrCode& code, int column, int row, int columnStep, int rowStep) {
+  constexpr int kShortestRun = 5;
+  constexpr int kRunPenalty = 3;
+  int penalty = 0;
+  int length = 0;
+  uint8_t before = 0;
+  for (int i = 0; i < code.size; ++i, column += columnStep, row += rowStep) {
+    const uint8_t module = code.modules[code.Index(column, row)];
+    length = i > 0 && module == before ? length + 1 : 1;
+    before = module;
+    if (length == kShortestRun) penalty += kRunPenalty;
+    if (length > kShortestRun) ++penalty;
+  }
+  return penalty;
+}
+
+int SquaresPenalty(const QrCode& code) {
+  constexpr int kSquarePenalty = 3;
+  int penalty = 0;
+  for (int row = 0; row + 1 < code.size; ++row) {
+    for (int column = 0; column + 1 < code.size; ++column) {
+      const size_t here = code.Index(column, row);
+      const size_t below = code.Index(column, row + 1);
+      const int dark = code.modules[here] + code.modules[here + 1] + code.modules[below] +
+                       code.modules[below + 1];
+      if (dark % 4 == 0) penalty += kSquarePenalty;
+    }
+  }
+  return penalty;
+}
+
 }  // namespace
 
 QrCode DrawFunctionPatterns(int version) {
@@ -147,14 +178,10 @@ void PlaceCodewords(QrCode& code, std::span<const uint8_t> codewords) {
 }
 
 void ToggleMask(QrCode& code, int mask) {
-  constexpr int kPeriod = 12;  // of every mask, along a row
   for (int row = 0; row < code.size; ++row) {
-    std::array<uint8_t, kPeriod> inverted;
-    for (int i = 0; i < kPeriod; ++i) inverted[size_t(i)] = IsMasked(mask, i, row) ? 1 : 0;
-    uint8_t* const modules = &code.modules[code.Index(0, row)];
-    const uint8_t* const isFunction = &code.isFunction[code.Index(0, row)];
-    for (int i = 0; i < code.size; ++i) {
-      modules[i] ^= uint8_t(inverted[size_t(i % kPeriod)] & (isFunction[i] ^ 1));
+    for (int column = 0; column < code.size; ++column) {
+      const size_t index = code.Index(column, row);
+      if (code.isFunction[index] == 0 && IsMasked(mask, column, row)) code.modules[index] ^= 1;
     }
   }
 }
@@ -167,6 +194,18 @@ void DrawFormatInformation(QrCode& code, int mask) {
 void DrawVersionInformation(QrCode& code) {
   if (code.version < kFirstVersionThatTells) return;
   DrawVersionBits(code, WithBchRemainder(unsigned(code.version), 0x1F25, 12));
+}
+
+int QrPenalty(const QrCode& code) {
+  int penalty = 0;
+  for (int i = 0; i < code.size; ++i) {
+    penalty += RunsPenalty(code, 0, i, 1, 0) + RunsPenalty(code, i, 0, 0, 1);
+  }
+  return penalty + SquaresPenalty(code);
+}
+
+int LowestPenaltyMask(const std::array<int, kQrMasks>& penalties) {
+  return int(std::min_element(penalties.begin(), penalties.end()) - penalties.begin());
 }
 
 }  // namespace Veldrift

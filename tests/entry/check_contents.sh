@@ -37,4 +37,6 @@ complain 'The module holds' "$(printf '%s\n' "$names" | grep -E "Veldrift::.*\\b
 for layer in "$@"; do
   complain "$layer calls" "$($nm -u "$layer" | grep -E "\\b_*(imp_)?($calls)\\b" || true)"
 done
+# What the block code would print on the user's terminal.
+complain 'The module says' "$(grep -ao 'gf256_ctx::gf256_init_: [a-z]*' "$module" || true)"
 exit $bad

@@ -7,7 +7,7 @@
 #include "platform/system.h"
 #include "tests/identity/scripted_responder.h"
 #include "tests/identity/settings_fixture.h"
-#include "tests/support/manual_clock.h"
+#include "tests/identity/watched_clock.h"
 
 namespace Veldrift {
 namespace {
@@ -17,27 +17,6 @@ using testing::IsEmpty;
 
 constexpr const char* kOurs = "Desk._veldrift._tcp.local";
 constexpr const char* kOther = "Other._veldrift._tcp.local";
-
-// A clock moved by hand that tells until when somebody waits.
-class WatchedClock final : public Clock {
- public:
-  int64_t NowNanos() const override { return clock_.NowNanos(); }
-  void SleepFor(int64_t nanos) override { clock_.SleepFor(nanos); }
-  void WaitUntil(CondVar& condition, MutexLock& lock, int64_t deadlineNanos) override {
-    deadline_ = deadlineNanos;
-    clock_.WaitUntil(condition, lock, deadlineNanos);
-  }
-
-  void Advance(int64_t nanos) { clock_.Advance(nanos); }
-  // Returns when a thread waits that wants to be woken in so long.
-  void AwaitWaiterFor(int64_t nanos) const {
-    while (deadline_ != NowNanos() + nanos) std::this_thread::yield();
-  }
-
- private:
-  ManualClock clock_;
-  std::atomic<int64_t> deadline_{0};
-};
 
 class ServiceAdvertiser : public SettingsFixture {
  protected:

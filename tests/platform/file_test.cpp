@@ -34,11 +34,11 @@ TEST_F(Files, AnEmptyFileIsNotAMissingOne) {
 // A folder stands for what is there and can't be read.
 TEST_F(Files, WhatCannotBeReadIsNotMissing) {
   std::string text = "before";
-  EXPECT_EQ(ReadWholeFile(In("missing"), text), ReadResult::NotFound);
+  EXPECT_EQ(ReadWholeFile(In("missing"), text), FileRead::NotFound);
   EXPECT_EQ(text, "");
-  EXPECT_EQ(ReadWholeFile(In("no folder") / "missing", text), ReadResult::NotFound);
+  EXPECT_EQ(ReadWholeFile(In("no folder") / "missing", text), FileRead::NotFound);
   std::filesystem::create_directories(In("folder"));
-  EXPECT_EQ(ReadWholeFile(In("folder"), text), ReadResult::Failed);
+  EXPECT_EQ(ReadWholeFile(In("folder"), text), FileRead::Failed);
   EXPECT_EQ(ReadWholeFile(In("folder")), std::nullopt);
 }
 

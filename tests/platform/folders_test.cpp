@@ -42,6 +42,10 @@ TEST(Folders, ElsewhereTheDesktopConventionsHold) {
       Variables({{"HOME", "/home/me"}, {"XDG_CONFIG_HOME", "/c"}, {"XDG_STATE_HOME", "/s"}});
   EXPECT_EQ(PosixRoamingFolder(moved), "/c");
   EXPECT_EQ(PosixLocalFolder(moved), "/s");
+  const auto relative =
+      Variables({{"HOME", "/home/me"}, {"XDG_CONFIG_HOME", "c"}, {"XDG_STATE_HOME", "../s"}});
+  EXPECT_EQ(PosixRoamingFolder(relative), "/home/me/.config");
+  EXPECT_EQ(PosixLocalFolder(relative), "/home/me/.local/state");
   EXPECT_EQ(PosixRoamingFolder(Variables({})), "/");
   EXPECT_EQ(PosixLocalFolder(Variables({})), ".");
 }

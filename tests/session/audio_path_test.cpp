@@ -112,6 +112,28 @@ TEST_F(AudioPathTest, PullingAsksForAllTheSamplesThatHaveBecomeDue) {
   instance->StopClock();
 }
 
+// A block is stamped with its first sample's time, as a pushed one is: else it would come a tick
+// late.
+TEST_F(AudioPathTest, PulledSoundStandsWhereItsFirstSampleBelongs) {
+  StartSession();
+  HoldMedia();
+  const int64_t start = shared.GetClock().NowNanos();
+  StartClock(7);
+  for (int i = 0; i < 3; ++i) PassFrame();
+  ASSERT_TRUE(Eventually([&] { return HostSide::pulls == 3; }));
+  instance->StopClock();
+  const std::vector<DatagramHeader> sent = ReleaseMedia();
+  ASSERT_FALSE(sent.empty());
+  // The pacer keeps the last blocks; each begins where the one before it ends.
+  const int64_t micros = (clock.NowNanos() - start) / kNanosPerMicro;
+  const uint32_t origin = sent.front().timestamp - uint32_t(sent.front().frameNumber * 33'333);
+  for (const DatagramHeader& datagram : sent) {
+    const auto at = int64_t(datagram.timestamp - origin);
+    EXPECT_NEAR(double(at), datagram.frameNumber * 33'333.0, 50);
+    EXPECT_LT(at, micros - 33'000);
+  }
+}
+
 TEST_F(AudioPathTest, AHostThatPushesIsNotPulledFromAndPullingGoesOnBehindIt) {
   StartSession();
   instance->UpdateAudioPushState(true, false);

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/identifier_formats.h"
-
 namespace Veldrift {
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ui/qr_bitmap.h"
+#include "ui/qr_code.h"
 
 #include <gtest/gtest.h>
 

@@ -8,8 +8,6 @@
 #include "tests/ui/qr_texts.h"
 #include "ui/qr_codewords.h"
 #include "ui/qr_matrix.h"
-#include "ui/qr_penalty.h"
-#include "ui/reed_solomon.h"
 
 namespace Veldrift {
 namespace {

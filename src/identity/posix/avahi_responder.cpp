@@ -27,6 +27,7 @@
 #include "identity/dns_sd_responder.h"
 #include "support/guarded.h"
 #include "support/plugin_log.h"
+#include "support/text.h"
 
 namespace Veldrift {
 namespace {
@@ -66,36 +67,6 @@ struct ServiceName {
   }
 };
 
-// How many bytes the UTF-8 character at the start of `text` has; 0 if it isn't whole.
-size_t CharacterLength(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text[0]);
-  const size_t length = lead < 0x80                   ? 1
-                        : lead >= 0xC2 && lead < 0xE0 ? 2
-                        : lead >= 0xE0 && lead < 0xF0 ? 3
-                        : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                      : 0;
-  if (text.size() < length) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return 0;
-  }
-  return length;
-}
-
-// A character that was cut becomes the replacement character, as Windows' conversion makes it.
-std::string MendUtf8(std::string_view text) {
-  std::string mended;
-  while (!text.empty()) {
-    const size_t length = CharacterLength(text);
-    mended += length == 0 ? "\xEF\xBF\xBD" : text.substr(0, length);
-    text.remove_prefix(length == 0 ? 1 : length);
-    // What is left of a broken character goes with it.
-    while (length == 0 && !text.empty() && (static_cast<unsigned char>(text[0]) & 0xC0) == 0x80) {
-      text.remove_prefix(1);
-    }
-  }
-  return mended;
-}
-
 class AvahiInstance final : public ServiceInstance {
  public:
   explicit AvahiInstance(ServiceDescription service) : service_(std::move(service)) {}
@@ -116,6 +87,7 @@ struct Registration {
     const ServiceName name(service.instanceName);
     const std::unique_ptr<char, AvahiText> other(
         avahi_alternative_service_name(name.label.c_str()));
+    if (!other) throw std::bad_alloc();
     service.instanceName = std::string(other.get()) + "." + name.type + "." + name.domain;
     renamed = true;
   }

@@ -38,20 +38,20 @@ std::string PathText(const std::filesystem::path& path) { return path.native(); 
 
 std::filesystem::path PathFromText(std::string_view utf8) { return utf8; }
 
-ReadResult ReadWholeFile(const std::filesystem::path& path, std::string& text) {
+FileRead ReadWholeFile(const std::filesystem::path& path, std::string& text) {
   text.clear();
   const Descriptor file = Open(path, O_RDONLY, 0);
   if (!file) {
-    return errno == ENOENT || errno == ENOTDIR ? ReadResult::NotFound : ReadResult::Failed;
+    return errno == ENOENT || errno == ENOTDIR ? FileRead::NotFound : FileRead::Failed;
   }
   char block[4096];
   for (;;) {
     const ssize_t count = read(file.Get(), block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
-    if (count == 0) return ReadResult::Read;
+    if (count == 0) return FileRead::Read;
     if (count < 0) {
       text.clear();
-      return ReadResult::Failed;
+      return FileRead::Failed;
     }
     text.append(block, static_cast<size_t>(count));
   }

@@ -25,22 +25,22 @@ std::string PathText(const std::filesystem::path& path) { return NarrowText(path
 
 std::filesystem::path PathFromText(std::string_view utf8) { return WideText(utf8); }
 
-ReadResult ReadWholeFile(const std::filesystem::path& path, std::string& text) {
+FileRead ReadWholeFile(const std::filesystem::path& path, std::string& text) {
   text.clear();
   const Handle file = Open(path, GENERIC_READ, OPEN_EXISTING);
   if (!file) {
     const DWORD error = GetLastError();
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? ReadResult::NotFound
-                                                                          : ReadResult::Failed;
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? FileRead::NotFound
+                                                                          : FileRead::Failed;
   }
   char block[4096];
   DWORD count = 0;
   while (ReadFile(file.Get(), block, sizeof block, &count, nullptr)) {
-    if (count == 0) return ReadResult::Read;
+    if (count == 0) return FileRead::Read;
     text.append(block, count);
   }
   text.clear();
-  return ReadResult::Failed;
+  return FileRead::Failed;
 }
 
 WriteResult WriteWholeFile(const std::filesystem::path& path, std::string_view bytes) {

@@ -6,7 +6,7 @@
 #include "tests/ui/qr_texts.h"
 #include "tools/cli/terminal_qr.h"
 #include "ui/pairing_uri.h"
-#include "ui/qr_bitmap.h"
+#include "ui/qr_code.h"
 
 namespace Veldrift {
 namespace {
