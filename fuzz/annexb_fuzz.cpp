@@ -9,7 +9,7 @@ using namespace Veldrift;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const ByteSpan input(data, size);
   for (const int32_t codec : {0, 1}) {
-    const std::vector<uint8_t> parameterSets = ParameterSetsFromRecord(input, codec);
+    const std::vector<uint8_t> parameterSets = ParameterSetsFromHeader(input, codec);
     std::vector<uint8_t> unit;
     const bool keyFrame = AssembleAccessUnit(input, parameterSets, codec, false, unit);
     if (keyFrame && !ContainsKeyFrame(unit, codec)) std::abort();

@@ -1,6 +1,8 @@
 #include "encoder/annex_b.h"
 
 #include <array>
+#include <cstring>
+#include <optional>
 
 #include "encoder/hardware_encoder.h"
 
@@ -20,11 +22,51 @@ void AppendUnit(ByteSpan unit, std::vector<uint8_t>& out) {
   out.insert(out.end(), unit.begin(), unit.end());
 }
 
-// The length of a start code at `at`, 0 if there is none. At least three bytes follow `at`.
-size_t StartCodeAt(ByteSpan data, size_t at) {
-  if (data[at] != 0 || data[at + 1] != 0) return 0;
-  if (at + 3 >= data.size() || data[at + 2] != 0) return data[at + 2] == 1 ? 3 : 0;
-  return data[at + 3] == 1 ? 4 : 0;
+// Where a start code begins and where the NAL unit behind it does. The first zero of a code of four
+// bytes belongs to the code.
+struct StartCode {
+  size_t begin;
+  size_t unit;
+};
+
+// The first start code at or behind `from`. An access unit is full of zeros and of ones, but most
+// of it is neither: the library's search is many times as fast as a look at every byte.
+std::optional<StartCode> FindStartCode(ByteSpan data, size_t from) {
+  for (size_t at = from + 2; at < data.size(); ++at) {
+    const void* one = std::memchr(data.data() + at, 1, data.size() - at);
+    if (one == nullptr) break;
+    at = static_cast<size_t>(static_cast<const uint8_t*>(one) - data.data());
+    if (data[at - 1] != 0 || data[at - 2] != 0) continue;
+    const bool fourBytes = at >= from + 3 && data[at - 3] == 0;
+    return StartCode{at - (fourBytes ? 3 : 2), at + 1};
+  }
+  return std::nullopt;
+}
+
+uint32_t BigEndianLength(ByteSpan data) {
+  return static_cast<uint32_t>(data[0]) << 24 | static_cast<uint32_t>(data[1]) << 16 |
+         static_cast<uint32_t>(data[2]) << 8 | data[3];
+}
+
+// Takes the first length-prefixed unit off the data; false if there is none that is whole.
+bool TakePrefixedUnit(ByteSpan& data, ByteSpan& unit) {
+  if (data.size() < 4) return false;
+  const uint32_t length = BigEndianLength(data);
+  if (length == 0 || length > data.size() - 4) return false;
+  unit = data.subspan(4, length);
+  data = data.subspan(size_t{4} + length);
+  return true;
+}
+
+// 00 00 01 can also be the head of the length of a unit of 256 to 511 bytes: it is, if lengths tile
+// the data to the last byte.
+bool IsAnnexB(ByteSpan data) {
+  if (!StartsWithStartCode(data)) return false;
+  if (data[2] == 0) return true;
+  ByteSpan unit;
+  while (TakePrefixedUnit(data, unit)) {
+  }
+  return !data.empty();
 }
 
 bool IsKeyUnit(uint8_t header, int32_t codec) {
@@ -42,14 +84,6 @@ bool IsParameterSet(uint8_t header, int32_t codec) {
 bool IsSlice(uint8_t header, int32_t codec) {
   if (codec == kCodecH264) return (header & 0x1F) >= 1 && (header & 0x1F) <= kAvcIdrSlice;
   return ((header >> 1) & 0x3F) < kHevcVps;
-}
-
-// Where the NAL unit that begins at `from` ends: at the next start code or the end of the data.
-size_t UnitEnd(ByteSpan data, size_t from) {
-  for (size_t at = from; at + 3 <= data.size(); ++at) {
-    if (StartCodeAt(data, at) != 0) return at;
-  }
-  return data.size();
 }
 
 // Reads big-endian fields until one would run past the end.
@@ -119,30 +153,25 @@ std::vector<uint8_t> FromHevcRecord(ByteSpan record) {
 
 }  // namespace
 
-bool StartsWithStartCode(ByteSpan data) { return data.size() >= 3 && StartCodeAt(data, 0) != 0; }
+bool StartsWithStartCode(ByteSpan data) {
+  if (data.size() < 3 || data[0] != 0 || data[1] != 0) return false;
+  return data[2] == 1 || (data.size() > 3 && data[2] == 0 && data[3] == 1);
+}
 
 void AppendAsAnnexB(ByteSpan data, std::vector<uint8_t>& out) {
-  if (StartsWithStartCode(data)) {
+  if (IsAnnexB(data)) {
     out.insert(out.end(), data.begin(), data.end());
     return;
   }
-  while (data.size() >= 4) {
-    const uint32_t length = static_cast<uint32_t>(data[0]) << 24 |
-                            static_cast<uint32_t>(data[1]) << 16 |
-                            static_cast<uint32_t>(data[2]) << 8 | data[3];
-    if (length == 0 || length > data.size() - 4) return;
-    AppendUnit(data.subspan(4, length), out);
-    data = data.subspan(size_t{4} + length);
-  }
+  ByteSpan unit;
+  while (TakePrefixedUnit(data, unit)) AppendUnit(unit, out);
 }
 
 bool ContainsKeyFrame(ByteSpan annexB, int32_t codec) {
-  if (annexB.size() < 4) return false;
-  for (size_t at = 0; at + 3 < annexB.size();) {
-    const size_t code = StartCodeAt(annexB, at);
-    const size_t header = at + code;
-    if (code != 0 && header < annexB.size() && IsKeyUnit(annexB[header], codec)) return true;
-    at += code != 0 ? code : 1;
+  size_t at = 0;
+  while (const std::optional<StartCode> code = FindStartCode(annexB, at)) {
+    if (code->unit < annexB.size() && IsKeyUnit(annexB[code->unit], codec)) return true;
+    at = code->unit;
   }
   return false;
 }
@@ -157,21 +186,23 @@ bool AssembleAccessUnit(ByteSpan data, ByteSpan parameterSets, int32_t codec, bo
   return keyFrame;
 }
 
-std::vector<uint8_t> ParameterSetsFromRecord(ByteSpan record, int32_t codec) {
-  return codec == kCodecH264 ? FromAvcRecord(record) : FromHevcRecord(record);
+std::vector<uint8_t> ParameterSetsFromHeader(ByteSpan header, int32_t codec) {
+  if (StartsWithStartCode(header)) return {header.begin(), header.end()};
+  return codec == kCodecH264 ? FromAvcRecord(header) : FromHevcRecord(header);
 }
 
 std::vector<uint8_t> FindParameterSets(ByteSpan annexB, int32_t codec) {
   std::vector<uint8_t> sets;
-  for (size_t at = 0; at + 3 < annexB.size();) {
-    const size_t code = StartCodeAt(annexB, at);
-    const size_t begin = at + (code != 0 ? code : 1);
-    at = begin;
-    if (code == 0 || begin >= annexB.size()) continue;
-    if (IsSlice(annexB[begin], codec)) break;
-    if (!IsParameterSet(annexB[begin], codec)) continue;
-    at = UnitEnd(annexB, begin);
-    AppendUnit(annexB.subspan(begin, at - begin), sets);
+  std::optional<StartCode> code = FindStartCode(annexB, 0);
+  while (code && code->unit < annexB.size()) {
+    const uint8_t header = annexB[code->unit];
+    if (IsSlice(header, codec)) break;
+    const std::optional<StartCode> next = FindStartCode(annexB, code->unit);
+    const size_t end = next ? next->begin : annexB.size();
+    if (IsParameterSet(header, codec)) {
+      AppendUnit(annexB.subspan(code->unit, end - code->unit), sets);
+    }
+    code = next;
   }
   return sets;
 }

@@ -60,6 +60,35 @@ TEST(AnnexB, AnAccessUnitIsRewrittenOnlyIfItHasLengths) {
   }
 }
 
+Bytes Filled(const Bytes& head, size_t size) {
+  Bytes data = head;
+  data.resize(size, 0x55);
+  return data;
+}
+
+// Units of 256 to 511 bytes have lengths that begin with 00 00 01.
+TEST(AnnexB, LengthsThatTileTheDataAreNoStartCode) {
+  const Bytes slice = Filled({0, 0, 1, 0x2C, 0x41}, 4 + 300);
+  Bytes out;
+  AppendAsAnnexB(slice, out);
+  EXPECT_EQ(out, Filled({0, 0, 0, 1, 0x41}, 4 + 300));
+
+  Bytes two = slice;
+  two.insert(two.end(), {0, 0, 0, 1, 9});
+  out.clear();
+  AppendAsAnnexB(two, out);
+  Bytes rewritten = Filled({0, 0, 0, 1, 0x41}, 4 + 300);
+  rewritten.insert(rewritten.end(), {0, 0, 0, 1, 9});
+  EXPECT_EQ(out, rewritten);
+
+  for (const size_t size : {4 + 299, 4 + 301, 4 + 305}) {
+    const Bytes annexB = Filled({0, 0, 1, 0x2C, 0x41}, size);
+    out.clear();
+    AppendAsAnnexB(annexB, out);
+    EXPECT_EQ(out, annexB) << size;
+  }
+}
+
 TEST(AnnexB, ParameterSetsStandInFrontOfKeyFramesOnly) {
   const Bytes sets = {0, 0, 0, 1, 0x67, 1};
   Bytes out;
@@ -73,18 +102,32 @@ TEST(AnnexB, ParameterSetsStandInFrontOfKeyFramesOnly) {
 
 TEST(AnnexB, RecordsGiveTheirSetsUpToAFault) {
   const Bytes avc = {1, 100, 0, 31, 0xFF, 0xE1, 0, 2, 0x67, 9, 1, 0, 1, 0x68};
-  EXPECT_EQ(ParameterSetsFromRecord(avc, 1), (Bytes{0, 0, 0, 1, 0x67, 9, 0, 0, 0, 1, 0x68}));
-  EXPECT_EQ(ParameterSetsFromRecord(ByteSpan(avc).first(13), 1), (Bytes{0, 0, 0, 1, 0x67, 9}));
-  EXPECT_EQ(ParameterSetsFromRecord(ByteSpan(avc).first(6), 1), Bytes{});
+  EXPECT_EQ(ParameterSetsFromHeader(avc, 1), (Bytes{0, 0, 0, 1, 0x67, 9, 0, 0, 0, 1, 0x68}));
+  EXPECT_EQ(ParameterSetsFromHeader(ByteSpan(avc).first(13), 1), (Bytes{0, 0, 0, 1, 0x67, 9}));
+  EXPECT_EQ(ParameterSetsFromHeader(ByteSpan(avc).first(6), 1), Bytes{});
 
   Bytes hevc(22, 0);
   const Bytes arrays = {2, 0xA0, 0, 1, 0, 2, 0x40, 1, 0xA1, 0, 1, 0, 1, 0x42};
   hevc.insert(hevc.end(), arrays.begin(), arrays.end());
-  EXPECT_EQ(ParameterSetsFromRecord(hevc, 0), (Bytes{0, 0, 0, 1, 0x40, 1, 0, 0, 0, 1, 0x42}));
-  EXPECT_EQ(ParameterSetsFromRecord(ByteSpan(hevc).first(hevc.size() - 1), 0),
+  EXPECT_EQ(ParameterSetsFromHeader(hevc, 0), (Bytes{0, 0, 0, 1, 0x40, 1, 0, 0, 0, 1, 0x42}));
+  EXPECT_EQ(ParameterSetsFromHeader(ByteSpan(hevc).first(hevc.size() - 1), 0),
             (Bytes{0, 0, 0, 1, 0x40, 1}));
   hevc[22] = 0;
-  EXPECT_EQ(ParameterSetsFromRecord(hevc, 0), Bytes{});
+  EXPECT_EQ(ParameterSetsFromHeader(hevc, 0), Bytes{});
+}
+
+// A record would take the profile for a count and the level for a length.
+TEST(AnnexB, SetsBehindStartCodesStandAsTheyAre) {
+  const Bytes avc = {0, 0, 0, 1, 0x67, 0x64, 0, 0x28, 0xAC, 0x2B, 0x40, 0, 0, 0, 1, 0x68, 0xEE};
+  EXPECT_EQ(ParameterSetsFromHeader(avc, 1), avc);
+  const Bytes shortCodes = {0, 0, 1, 0x67, 0x64, 0, 0x28, 0xAC, 0, 0, 1, 0x68, 0xEE};
+  EXPECT_EQ(ParameterSetsFromHeader(shortCodes, 1), shortCodes);
+  Bytes hevc;
+  for (const uint8_t type : Bytes{0x40, 0x42, 0x44}) {
+    const Bytes set = {0, 0, 0, 1, type, 1, 9, 9, 9, 9, 9, 9};
+    hevc.insert(hevc.end(), set.begin(), set.end());
+  }
+  EXPECT_EQ(ParameterSetsFromHeader(hevc, 0), hevc);
 }
 
 TEST(AnnexB, ParameterSetsAreFoundInFrontOfThePicture) {
