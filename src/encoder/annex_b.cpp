@@ -176,16 +176,6 @@ bool ContainsKeyFrame(ByteSpan annexB, int32_t codec) {
   return false;
 }
 
-bool AssembleAccessUnit(ByteSpan data, ByteSpan parameterSets, int32_t codec, bool marked,
-                        std::vector<uint8_t>& out) {
-  out.clear();
-  out.reserve(data.size() + parameterSets.size());
-  AppendAsAnnexB(data, out);
-  const bool keyFrame = ContainsKeyFrame(out, codec) || marked;
-  if (keyFrame) out.insert(out.begin(), parameterSets.begin(), parameterSets.end());
-  return keyFrame;
-}
-
 std::vector<uint8_t> ParameterSetsFromHeader(ByteSpan header, int32_t codec) {
   if (StartsWithStartCode(header)) return {header.begin(), header.end()};
   return codec == kCodecH264 ? FromAvcRecord(header) : FromHevcRecord(header);

@@ -1,5 +1,5 @@
-// What an encoder puts out, turned into access units in Annex B: start codes, parameter sets in
-// front of every key frame, and the test for a key frame.
+// What stands in an encoder's output: NAL units behind lengths or start codes, parameter sets, and
+// the test for a key frame.
 //
 // `codec` is a codec id, and two tests of it stand side by side: the search for a key frame takes
 // every value but 0 for H.264, while parameter sets are H.264's for 1 alone. With the two ids that
@@ -26,11 +26,6 @@ void AppendAsAnnexB(ByteSpan data, std::vector<uint8_t>& out);
 // Any NAL unit of the access unit is a picture that decoding can start at: IDR in H.264, IRAP (BLA,
 // IDR, CRA) in HEVC.
 bool ContainsKeyFrame(ByteSpan annexB, int32_t codec);
-
-// Assembles one access unit in `out`: `data` as Annex B, with `parameterSets` in front of a key
-// frame. True for a key frame: one the encoder marked as such, or one that the scan finds.
-bool AssembleAccessUnit(ByteSpan data, ByteSpan parameterSets, int32_t codec, bool marked,
-                        std::vector<uint8_t>& out);
 
 // The parameter sets that an encoder gives beside the stream, in Annex B and in their order: an
 // avcC (H.264) or hvcC (HEVC) record, which begins with its version, never 0, or the units behind

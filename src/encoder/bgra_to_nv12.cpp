@@ -1,6 +1,7 @@
 #include "encoder/bgra_to_nv12.h"
 
 #include "encoder/bgra_to_nv12_rows.h"
+#include "encoder/bt709.h"
 
 namespace Veldrift {
 namespace {

@@ -7,22 +7,6 @@
 
 namespace Veldrift {
 
-// Weights in 1/256, and the offsets of limited range.
-namespace bt709 {
-inline constexpr int kYR = 47;
-inline constexpr int kYG = 157;
-inline constexpr int kYB = 16;
-inline constexpr int kCbR = -26;
-inline constexpr int kCbG = -87;
-inline constexpr int kCbB = 112;
-inline constexpr int kCrR = 112;
-inline constexpr int kCrG = -102;
-inline constexpr int kCrB = -10;
-inline constexpr int kYOff = 16;
-inline constexpr int kCOff = 128;
-inline constexpr int kRound = 128;
-}  // namespace bt709
-
 // Converts `width` x `height` pixels whose rows are `strideBytes` apart. `luma` is packed, width x
 // height bytes; `chroma` has height / 2 rows of `width` bytes, each with width / 2 pairs of Cb and
 // Cr, the mean of 2 x 2 pixels. An odd last row or column gets no chroma. The planes and the frame

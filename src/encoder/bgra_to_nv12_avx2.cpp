@@ -1,14 +1,5 @@
 // The colour conversion with AVX2: 32 columns of two rows a step.
 //
-// Luma: the weights 16, 157, 47 don't all fit a signed byte, and pixels don't either, but one
-// operand of the multiply must be signed. So the pixels are: with 128 taken off them the products
-// stay within -28160 and 27940, no pair sum saturates, and the constant puts 220 x 128 back
-// together with rounding and the offset. As an unsigned word the total fits.
-//
-// Chroma: neighbours' channels are brought side by side and added in pairs, then both rows; a
-// quarter of that is a byte again, which the signed weights, all of which fit, multiply: between
-// -28815 and 28560.
-//
 // Packing and horizontal sums work within each half of a register, so both results come out with
 // their groups of four bytes in the order 0, 2, 4, 6, 1, 3, 5, 7, which one permutation undoes.
 
@@ -20,7 +11,6 @@ namespace Veldrift {
 namespace {
 
 constexpr int kColumns = 32;
-constexpr short kLumaBias = 220 * 128 + 128 + (16 << 8);
 
 __m256i Load(const uint8_t* row, int pixel) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + pixel * 4));
@@ -33,7 +23,7 @@ void StoreInOrder(uint8_t* to, __m256i bytes) {
 
 // Weighted sums of 16 pixels, biased so that the high byte is luma.
 __m256i LumaWords(__m256i a, __m256i b) {
-  const __m256i weights = _mm256_set1_epi32(47 << 16 | 157 << 8 | 16);
+  const __m256i weights = _mm256_set1_epi32(bt709::kYR << 16 | bt709::kYG << 8 | bt709::kYB);
   const __m256i flip = _mm256_set1_epi8(-128);
   const __m256i sumsA = _mm256_maddubs_epi16(weights, _mm256_xor_si256(a, flip));
   const __m256i sumsB = _mm256_maddubs_epi16(weights, _mm256_xor_si256(b, flip));
@@ -66,8 +56,9 @@ __m256i Weights(int b, int g, int r) {
 __m256i ChromaWords(__m256i meansA, __m256i meansB, __m256i weights) {
   const __m256i sums = _mm256_hadd_epi16(_mm256_maddubs_epi16(meansA, weights),
                                          _mm256_maddubs_epi16(meansB, weights));
-  return _mm256_add_epi16(_mm256_srai_epi16(_mm256_add_epi16(sums, _mm256_set1_epi16(128)), 8),
-                          _mm256_set1_epi16(128));
+  return _mm256_add_epi16(
+      _mm256_srai_epi16(_mm256_add_epi16(sums, _mm256_set1_epi16(bt709::kRound)), 8),
+      _mm256_set1_epi16(bt709::kCOff));
 }
 
 void StoreChroma(const __m256i (&top)[4], const __m256i (&bottom)[4], uint8_t* chroma) {
@@ -75,8 +66,8 @@ void StoreChroma(const __m256i (&top)[4], const __m256i (&bottom)[4], uint8_t* c
       _mm256_packus_epi16(BlockMeans(top[0], bottom[0]), BlockMeans(top[1], bottom[1]));
   const __m256i meansB =
       _mm256_packus_epi16(BlockMeans(top[2], bottom[2]), BlockMeans(top[3], bottom[3]));
-  const __m256i cb = ChromaWords(meansA, meansB, Weights(112, -87, -26));
-  const __m256i cr = ChromaWords(meansA, meansB, Weights(-10, -102, 112));
+  const __m256i cb = ChromaWords(meansA, meansB, Weights(bt709::kCbB, bt709::kCbG, bt709::kCbR));
+  const __m256i cr = ChromaWords(meansA, meansB, Weights(bt709::kCrB, bt709::kCrG, bt709::kCrR));
   StoreInOrder(chroma, _mm256_or_si256(cb, _mm256_slli_epi16(cr, 8)));
 }
 

@@ -1,13 +1,4 @@
 // The colour conversion with SSSE3: 16 columns of two rows a step.
-//
-// Luma: the weights 16, 157, 47 don't all fit a signed byte, and pixels don't either, but one
-// operand of the multiply must be signed. So the pixels are: with 128 taken off them the products
-// stay within -28160 and 27940, no pair sum saturates, and the constant puts 220 x 128 back
-// together with rounding and the offset. As an unsigned word the total fits.
-//
-// Chroma: neighbours' channels are brought side by side and added in pairs, then both rows; a
-// quarter of that is a byte again, which the signed weights, all of which fit, multiply: between
-// -28815 and 28560.
 
 #include <tmmintrin.h>
 
@@ -17,7 +8,6 @@ namespace Veldrift {
 namespace {
 
 constexpr int kColumns = 16;
-constexpr short kLumaBias = 220 * 128 + 128 + (16 << 8);
 
 __m128i Load(const uint8_t* row, int pixel) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + pixel * 4));
@@ -27,7 +17,7 @@ void Store(uint8_t* to, __m128i bytes) { _mm_storeu_si128(reinterpret_cast<__m12
 
 // Weighted sums of 8 pixels, biased so that the high byte is luma.
 __m128i LumaWords(__m128i a, __m128i b) {
-  const __m128i weights = _mm_set1_epi32(47 << 16 | 157 << 8 | 16);
+  const __m128i weights = _mm_set1_epi32(bt709::kYR << 16 | bt709::kYG << 8 | bt709::kYB);
   const __m128i flip = _mm_set1_epi8(-128);
   const __m128i sumsA = _mm_maddubs_epi16(weights, _mm_xor_si128(a, flip));
   const __m128i sumsB = _mm_maddubs_epi16(weights, _mm_xor_si128(b, flip));
@@ -57,8 +47,8 @@ __m128i Weights(int b, int g, int r) {
 __m128i ChromaWords(__m128i meansA, __m128i meansB, __m128i weights) {
   const __m128i sums =
       _mm_hadd_epi16(_mm_maddubs_epi16(meansA, weights), _mm_maddubs_epi16(meansB, weights));
-  return _mm_add_epi16(_mm_srai_epi16(_mm_add_epi16(sums, _mm_set1_epi16(128)), 8),
-                       _mm_set1_epi16(128));
+  return _mm_add_epi16(_mm_srai_epi16(_mm_add_epi16(sums, _mm_set1_epi16(bt709::kRound)), 8),
+                       _mm_set1_epi16(bt709::kCOff));
 }
 
 void StoreChroma(const __m128i (&top)[4], const __m128i (&bottom)[4], uint8_t* chroma) {
@@ -66,8 +56,8 @@ void StoreChroma(const __m128i (&top)[4], const __m128i (&bottom)[4], uint8_t* c
       _mm_packus_epi16(BlockMeans(top[0], bottom[0]), BlockMeans(top[1], bottom[1]));
   const __m128i meansB =
       _mm_packus_epi16(BlockMeans(top[2], bottom[2]), BlockMeans(top[3], bottom[3]));
-  const __m128i cb = ChromaWords(meansA, meansB, Weights(112, -87, -26));
-  const __m128i cr = ChromaWords(meansA, meansB, Weights(-10, -102, 112));
+  const __m128i cb = ChromaWords(meansA, meansB, Weights(bt709::kCbB, bt709::kCbG, bt709::kCbR));
+  const __m128i cr = ChromaWords(meansA, meansB, Weights(bt709::kCrB, bt709::kCrG, bt709::kCrR));
   Store(chroma, _mm_or_si128(cb, _mm_slli_epi16(cr, 8)));
 }
 

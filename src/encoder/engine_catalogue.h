@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "encoder/hardware_encoder.h"
+#include "support/plugin_log.h"
 
 namespace Veldrift {
 
@@ -27,7 +28,30 @@ std::unique_ptr<IHardwareEncoder> CreateForEngine(const std::string& id);
 // A new encoder with no engine chosen ("auto"). Null if the platform has no encoder at all.
 std::unique_ptr<IHardwareEncoder> CreateDefaultEncoder();
 
+// ---- What the platforms build these with ----
+
+// The families of hardware encoders that this machine has.
+struct HardwareSeen {
+  bool nvidia = false;
+  bool intel = false;
+  bool amd = false;
+  bool other = false;
+
+  bool Any() const { return nvidia || intel || amd || other; }
+};
+
+// A row for each family that can be chosen, and the software row, whose note is `softwareNote` if
+// there is hardware of any kind, and a warning else.
+std::vector<EngineEntry> EngineRows(const HardwareSeen& offered, const HardwareSeen& seen,
+                                    const char* softwareNote);
+
+// The line that tells what EnumerateEngines found.
+void LogEngines(const LogCategory& category, const HardwareSeen& seen, size_t rows);
+
 // An engine id as encoders keep it: lower case in the C locale, "auto" for an empty one.
 std::string NormaliseEngineId(std::string_view id);
+
+// "software", or "sw" as some phones say.
+bool IsSoftwareEngine(std::string_view engineId);
 
 }  // namespace Veldrift

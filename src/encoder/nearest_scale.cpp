@@ -1,36 +1,58 @@
 #include "encoder/nearest_scale.h"
 
 #include <cstring>
-#include <vector>
 
 namespace Veldrift {
 namespace {
 
 constexpr size_t kPixelBytes = 4;
 
-// The source position of every destination position: truncate((i + 0.5) x ratio).
-std::vector<size_t> SamplePositions(int source, int destination) {
-  const double ratio = static_cast<double>(source) / destination;
-  std::vector<size_t> positions(static_cast<size_t>(destination));
-  for (size_t i = 0; i < positions.size(); ++i) {
-    positions[i] = static_cast<size_t>((static_cast<double>(i) + 0.5) * ratio);
-  }
-  return positions;
+uint32_t Pixel(const uint8_t* row, size_t column) {
+  uint32_t pixel;
+  std::memcpy(&pixel, row + column * kPixelBytes, kPixelBytes);
+  return pixel;
 }
 
 }  // namespace
 
-void ScaleNearest(const uint8_t* source, size_t sourceStride, int sourceWidth, int sourceHeight,
-                  uint8_t* destination, int destinationWidth, int destinationHeight) {
-  const std::vector<size_t> columns = SamplePositions(sourceWidth, destinationWidth);
-  const std::vector<size_t> rows = SamplePositions(sourceHeight, destinationHeight);
-  for (const size_t row : rows) {
-    const uint8_t* line = source + row * sourceStride;
-    for (const size_t column : columns) {
-      std::memcpy(destination, line + column * kPixelBytes, kPixelBytes);
-      destination += kPixelBytes;
+void NearestScaler::Axis::Set(int32_t newSource, int32_t newSize) {
+  if (newSource == source && newSize == size) return;
+  source = newSource;
+  size = newSize;
+  const double ratio = static_cast<double>(source) / size;
+  positions.resize(static_cast<size_t>(size));
+  for (size_t i = 0; i < positions.size(); ++i) {
+    positions[i] = static_cast<uint32_t>((static_cast<double>(i) + 0.5) * ratio);
+  }
+}
+
+void NearestScaler::SetSizes(int32_t sourceWidth, int32_t sourceHeight, int32_t width,
+                             int32_t height) {
+  columns_.Set(sourceWidth, width);
+  rows_.Set(sourceHeight, height);
+}
+
+void NearestScaler::ScaleRows(const BgraPicture& source, int32_t first, int32_t count,
+                              uint32_t* out) const {
+  const size_t width = columns_.positions.size();
+  for (int32_t i = 0; i < count; ++i, out += width) {
+    const auto y = static_cast<size_t>(first + i);
+    if (i > 0 && rows_.positions[y] == rows_.positions[y - 1]) {
+      std::memcpy(out, out - width, width * kPixelBytes);
+    } else {
+      ScaleRow(source.pixels + rows_.positions[y] * source.strideBytes, out);
     }
   }
+}
+
+void NearestScaler::ScaleRow(const uint8_t* row, uint32_t* out) const {
+  const std::vector<uint32_t>& positions = columns_.positions;
+  if (columns_.source == columns_.size * 2) {
+    // The half size, the usual one: every second pixel needs no table.
+    for (size_t x = 0; x < positions.size(); ++x) out[x] = Pixel(row, 2 * x + 1);
+    return;
+  }
+  for (size_t x = 0; x < positions.size(); ++x) out[x] = Pixel(row, positions[x]);
 }
 
 }  // namespace Veldrift

@@ -13,4 +13,7 @@ namespace Veldrift {
 // Threads: any thread; blocks for as long as the test takes.
 bool RunPlatformEncoderSelfTest(const std::string& name, std::string& result);
 
+// The race, on the port that all encoders share; 150 ms.
+bool RaceOutputPort(std::string& result);
+
 }  // namespace Veldrift

@@ -45,6 +45,8 @@ class EmergencyCount {
  public:
   // Replaces the remaining count; false, and no change, for a count below 1.
   bool Trigger(int32_t frames);
+  // A frame is left.
+  bool Due() const { return frames_ > 0; }
   // Takes one frame off the count; false if none is left.
   bool Take();
 

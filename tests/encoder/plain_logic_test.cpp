@@ -6,7 +6,6 @@
 #include "encoder/encoder_description.h"
 #include "encoder/engine_catalogue.h"
 #include "encoder/key_frame_placer.h"
-#include "encoder/nearest_scale.h"
 #include "encoder/rate_control_state.h"
 #include "encoder/transition_log.h"
 
@@ -89,17 +88,6 @@ TEST(AnnexB, LengthsThatTileTheDataAreNoStartCode) {
   }
 }
 
-TEST(AnnexB, ParameterSetsStandInFrontOfKeyFramesOnly) {
-  const Bytes sets = {0, 0, 0, 1, 0x67, 1};
-  Bytes out;
-  EXPECT_TRUE(AssembleAccessUnit(Bytes{0, 0, 1, 0x65, 2}, sets, 1, false, out));
-  EXPECT_EQ(out, (Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 1, 0x65, 2}));
-  EXPECT_TRUE(AssembleAccessUnit(Bytes{0, 0, 1, 0x41, 2}, sets, 1, true, out));
-  EXPECT_EQ(out, (Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 1, 0x41, 2}));
-  EXPECT_FALSE(AssembleAccessUnit(Bytes{0, 0, 1, 0x41, 2}, sets, 1, false, out));
-  EXPECT_EQ(out, (Bytes{0, 0, 1, 0x41, 2}));
-}
-
 TEST(AnnexB, RecordsGiveTheirSetsUpToAFault) {
   const Bytes avc = {1, 100, 0, 31, 0xFF, 0xE1, 0, 2, 0x67, 9, 1, 0, 1, 0x68};
   EXPECT_EQ(ParameterSetsFromHeader(avc, 1), (Bytes{0, 0, 0, 1, 0x67, 9, 0, 0, 0, 1, 0x68}));
@@ -179,24 +167,61 @@ TEST(EmergencyCount, ASecondTriggerReplacesTheRest) {
   EXPECT_FALSE(count.Take());
 }
 
-TEST(NearestScale, SamplesAtPixelCentres) {
-  // Two rows of 4 pixels, each of its own value, 5 pixels apart.
-  std::vector<uint8_t> source(2 * 5 * 4);
-  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i / 4);
-  uint8_t small[2 * 4];
-  ScaleNearest(source.data(), 20, 4, 2, small, 2, 1);
-  EXPECT_EQ(small[0], 6);  // row 1, column 1
-  EXPECT_EQ(small[4], 8);  // row 1, column 3
-}
-
 TEST(EncoderDescription, SaysWhatEncodes) {
   EXPECT_EQ(DescribeEncoder({"libx265", "SW", 1280, 720, kCodecHevc, 30, 15'999'999}),
             "libx265 [SW, 1280x720 HEVC @ 30 fps, 15 Mbps]");
 }
 
+TEST(EncoderDescription, ALongNameIsCutInFrontOfACharacter) {
+  // 254 bytes, then one character of three.
+  const std::string name = std::string(254, 'n') + "\xE2\x82\xAC";
+  EXPECT_EQ(DescribeEncoder({name, "SW", 1280, 720, kCodecHevc, 30, 0}), std::string(254, 'n'));
+  EXPECT_EQ(DescribeEncoder({"x" + name, "SW", 16, 16, 0, 30, 0}).size(), 255U);
+}
+
+TEST(EncoderDescription, OnlyTheEncoderThatItDescribesClearsTheActiveOne) {
+  EncoderDescription first;
+  EncoderDescription second;
+  first.Set("first");
+  EXPECT_EQ(GetActiveEncoderDescription(), "first");
+  second.Set("second");
+  first.Clear();
+  EXPECT_EQ(first.Text(), "");
+  EXPECT_EQ(GetActiveEncoderDescription(), "second");
+  second.Clear();
+  EXPECT_EQ(GetActiveEncoderDescription(), "");
+}
+
 TEST(EngineId, IsKeptInLowerCase) {
   EXPECT_EQ(NormaliseEngineId("NVIDIA"), "nvidia");
   EXPECT_EQ(NormaliseEngineId(""), "auto");
+}
+
+TEST(EngineRows, AreTheFamiliesInTheirOrderAndTheSoftwareLast) {
+  struct Case {
+    HardwareSeen offered;
+    HardwareSeen seen;
+    std::string ids;
+    bool warns;
+  };
+  const Case cases[] = {
+      {{}, {}, "software ", true},
+      {{true, true, true, false}, {true, true, true, false}, "nvidia intel amd software ", false},
+      {{false, true, false, true}, {false, true, false, true}, "intel software ", false},
+      {{false, false, false, true}, {false, false, false, true}, "software ", false},
+      {{}, {true, false, false, false}, "software ", false},  // there, but nobody drives it
+  };
+  for (const Case& c : cases) {
+    const std::vector<EngineEntry> rows = EngineRows(c.offered, c.seen, "the CPU");
+    std::string ids;
+    for (const EngineEntry& row : rows) ids += row.id + " ";
+    EXPECT_EQ(ids, c.ids);
+    EXPECT_EQ(rows.back().note,
+              c.warns
+                  ? "No hardware encoder detected. Using CPU — expect higher CPU load and lower "
+                    "quality."
+                  : "the CPU");
+  }
 }
 
 TEST(EngineCatalogue, TheSoftwareRowIsAlwaysThereAndLast) {

@@ -1,91 +1,17 @@
 // Another engine under running frames, with encoders that answer late, from threads of their own.
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "tests/session/session_fixture.h"
+#include "tests/support/gate.h"
+#include "tests/support/late_encoder.h"
 #include "tools/receiver/media_receiver.h"
 
 namespace Veldrift {
 namespace {
-
-// Holds frames back while it is shut.
-class Gate {
- public:
-  void Shut() { Set(true); }
-  void Open() { Set(false); }
-  void Pass() {
-    MutexLock lock(mutex_);
-    ++waiting_;
-    changed_.NotifyAll();
-    while (shut_) changed_.Wait(lock);
-    --waiting_;
-  }
-  void AwaitSomebody() {
-    MutexLock lock(mutex_);
-    while (waiting_ == 0) changed_.Wait(lock);
-  }
-
- private:
-  void Set(bool shut) {
-    MutexLock lock(mutex_);
-    shut_ = shut;
-    changed_.NotifyAll();
-  }
-  Mutex mutex_;
-  CondVar changed_;
-  bool shut_ VD_GUARDED_BY(mutex_) = false;
-  int waiting_ VD_GUARDED_BY(mutex_) = 0;
-};
-
-// Gives a few bytes for each frame, on its own thread; Shutdown waits for what is under way.
-class LateEncoder final : public EncoderDouble {
- public:
-  explicit LateEncoder(Gate* gate) : gate_(gate), thread_([this] { Run(); }) {}
-  ~LateEncoder() override { Shutdown(); }
-
-  void Shutdown() override {
-    {
-      MutexLock lock(mutex_);
-      ended_ = true;
-      changed_.NotifyAll();
-    }
-    if (thread_.joinable()) thread_.join();
-    EncoderDouble::Shutdown();
-  }
-  void EncodeFrame(const uint8_t*, uint32_t, uint32_t, int32_t, int64_t timestamp) override {
-    MutexLock lock(mutex_);
-    frames_.push_back(timestamp);
-    changed_.NotifyAll();
-  }
-
- private:
-  void Run() {
-    while (const std::optional<int64_t> timestamp = Next()) {
-      if (gate_ != nullptr) gate_->Pass();
-      const std::vector<uint8_t> output(100, 0x42);
-      Emit(output.data(), output.size(), uint64_t(*timestamp));
-    }
-  }
-  std::optional<int64_t> Next() {
-    MutexLock lock(mutex_);
-    while (frames_.empty() && !ended_) changed_.Wait(lock);
-    if (frames_.empty()) return std::nullopt;
-    const int64_t timestamp = frames_.front();
-    frames_.pop_front();
-    return timestamp;
-  }
-
-  Gate* const gate_;
-  Mutex mutex_;
-  CondVar changed_;
-  std::deque<int64_t> frames_ VD_GUARDED_BY(mutex_);
-  bool ended_ VD_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
-};
 
 class EngineSwitchTest : public SessionFixture {
  protected:
@@ -100,10 +26,10 @@ class EngineSwitchTest : public SessionFixture {
       timestamps.push_back(frame.timestamp);
     });
     SessionServices services = Services();
-    services.createDefaultEncoder = [this] { return std::make_unique<LateEncoder>(&gate); };
-    services.createForEngine = [](const std::string&) {
-      return std::make_unique<LateEncoder>(nullptr);
+    services.createDefaultEncoder = [this] {
+      return std::make_unique<LateEncoder>([this] { gate.Pass(); });
     };
+    services.createForEngine = [](const std::string&) { return std::make_unique<LateEncoder>(); };
     instance = std::make_unique<TransmitInstance>(FakeHost::Suites(), std::move(services));
     instance->Start();
     PairPhone();

@@ -56,7 +56,6 @@ class RecordingEncoder final : public EncoderDouble {
   bool Configure(uint32_t width, uint32_t height, uint32_t bitrate, uint32_t fps) override {
     const bool fails = record_->With([](auto& data) { return data.failConfigure; });
     EncoderDouble::Configure(fails ? 0 : width, height, bitrate, fps);
-    Note();
     record_->With([](auto& data) { data.configured.push_back(data.settings); });
     return !fails;
   }
@@ -75,24 +74,12 @@ class RecordingEncoder final : public EncoderDouble {
   void RequestIdr() override {
     record_->With([](auto& data) { ++data.idrRequests; });
   }
-  void SetGopSize(int32_t frames) override {
-    EncoderDouble::SetGopSize(frames);
-    Note();
-  }
-  void SetCodec(int32_t codec) override {
-    EncoderDouble::SetCodec(codec);
-    Note();
-  }
-  void SetRateControl(int32_t mode, float quality) override {
-    EncoderDouble::SetRateControl(mode, quality);
-    Note();
-  }
   void TriggerEmergencyCompression(int32_t frames) override {
     record_->With([&](auto& data) { data.emergencyFrames = frames; });
   }
 
  private:
-  void Note() {
+  void OnCall(const std::string&) override {
     const EncoderSettings settings = Settings();
     record_->With([&](auto& data) { data.settings = settings; });
   }

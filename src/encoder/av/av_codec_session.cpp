@@ -9,7 +9,6 @@ extern "C" {
 #include <thread>
 #include <utility>
 
-#include "encoder/bgra_to_nv12.h"
 #include "encoder/hardware_encoder.h"
 #include "encoder/rate_control_state.h"
 #include "support/plugin_log.h"
@@ -158,7 +157,8 @@ AvCodecSession::AvCodecSession(const CodecConfig& config, AvContextPtr context)
     : config_(config),
       context_(std::move(context)),
       log_(context_.get()),
-      packet_(av_packet_alloc()) {}
+      packet_(av_packet_alloc()),
+      assembler_(config.codec, UnitAssembler::SetsFrom::Stream) {}
 
 // A codec sums up in its log as it goes.
 AvCodecSession::~AvCodecSession() { context_.reset(); }
@@ -167,18 +167,47 @@ bool AvCodecSession::OpenCodec() {
   AvOptions options;
   SetOptions(options, config_);
   const int result = avcodec_open2(context_.get(), nullptr, options.Get());
-  if (result >= 0 && packet_) return true;
-  PluginLog(kCategory, kLogError, "Opening %s failed: %s (%dx%d@%d %u bps)", LibraryOf(config_),
-            AvErrorText(result).c_str(), config_.width, config_.height, config_.fps,
-            config_.rates.mean);
-  return false;
+  if (result < 0 || !packet_) {
+    PluginLog(kCategory, kLogError, "Opening %s failed: %s (%dx%d@%d %u bps)", LibraryOf(config_),
+              AvErrorText(result).c_str(), config_.width, config_.height, config_.fps,
+              config_.rates.mean);
+    return false;
+  }
+  for (const std::string& option : options.Names()) {
+    PluginLog(kCategory, kLogError, "%s doesn't know the option %s", Name(), option.c_str());
+  }
+  return true;
 }
 
-bool AvCodecSession::Encode(const uint8_t* bgra, ptrdiff_t strideBytes, const FrameOrder& order,
-                            EncodedUnit& unit) {
+uint32_t AvCodecSession::MeanRate() const {
+  if (config_.rateControl == kRateControlQuality) return config_.rates.mean;
+  return static_cast<uint32_t>(context_->bit_rate);
+}
+
+bool AvCodecSession::TakeIn(FrameInput& frame) {
   if (!PrepareFrame()) return false;
-  Convert(bgra, strideBytes);
-  return ApplyOrder(order) && Send() && Receive(unit);
+  const int width = config_.width;
+  const int height = config_.height;
+  if (context_->pix_fmt == AV_PIX_FMT_NV12) {
+    frame.ConvertToNv12(frame_->data[0], frame_->data[1], width, height);
+    return true;
+  }
+  chroma_.resize(static_cast<size_t>(width) * static_cast<size_t>(height / 2));
+  frame.ConvertToNv12(frame_->data[0], chroma_.data(), width, height);
+  uint8_t* cb = frame_->data[1];
+  uint8_t* cr = frame_->data[2];
+  for (size_t pair = 0; pair < chroma_.size() / 2; ++pair) {
+    cb[pair] = chroma_[pair * 2];
+    cr[pair] = chroma_[pair * 2 + 1];
+  }
+  return true;
+}
+
+bool AvCodecSession::Encode(const FrameOrder& order, OutputPort& port) {
+  if (!ApplyOrder(order) || !Send()) return false;
+  while (Receive(port)) {
+  }
+  return true;
 }
 
 // The frame's memory is used again, unless the codec still holds it.
@@ -187,26 +216,9 @@ bool AvCodecSession::PrepareFrame() {
   return frame_ != nullptr;
 }
 
-void AvCodecSession::Convert(const uint8_t* bgra, ptrdiff_t strideBytes) {
-  const int width = config_.width;
-  const int height = config_.height;
-  if (context_->pix_fmt == AV_PIX_FMT_NV12) {
-    ConvertBgraToNv12(bgra, strideBytes, frame_->data[0], frame_->data[1], width, height);
-    return;
-  }
-  chroma_.resize(static_cast<size_t>(width) * static_cast<size_t>(height / 2));
-  ConvertBgraToNv12(bgra, strideBytes, frame_->data[0], chroma_.data(), width, height);
-  uint8_t* cb = frame_->data[1];
-  uint8_t* cr = frame_->data[2];
-  for (size_t pair = 0; pair < chroma_.size() / 2; ++pair) {
-    cb[pair] = chroma_[pair * 2];
-    cr[pair] = chroma_[pair * 2 + 1];
-  }
-}
-
 bool AvCodecSession::ApplyOrder(const FrameOrder& order) {
   frame_->pts = framesSent_++;
-  timestamps_[static_cast<size_t>(frame_->pts) % timestamps_.size()] = order.timestamp;
+  times_.Put(frame_->pts, order.timestamp);
   frame_->pict_type = order.keyFrame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   av_frame_remove_side_data(frame_.get(), AV_FRAME_DATA_REGIONS_OF_INTEREST);
   return !emergency_ || MarkRegion(*frame_, 1);
@@ -219,27 +231,22 @@ bool AvCodecSession::Send() {
   return false;
 }
 
-bool AvCodecSession::Receive(EncodedUnit& unit) {
+// False if nothing more has come out.
+bool AvCodecSession::Receive(OutputPort& port) {
   const int result = avcodec_receive_packet(context_.get(), packet_.get());
+  if (result == AVERROR(EAGAIN)) return false;
   if (result < 0) {
     PluginLog(kCategory, kLogError, "avcodec_receive_packet failed: %s",
               AvErrorText(result).c_str());
     return false;
   }
-  unit.timestamp = timestamps_[static_cast<size_t>(packet_->pts) % timestamps_.size()];
-  Assemble({packet_->data, static_cast<size_t>(packet_->size)},
-           (packet_->flags & AV_PKT_FLAG_KEY) != 0, unit);
+  EncodedUnit unit = port.Blank();
+  assembler_.Assemble({packet_->data, static_cast<size_t>(packet_->size)},
+                      (packet_->flags & AV_PKT_FLAG_KEY) != 0, unit);
+  unit.timestamp = times_.Find(packet_->pts);
+  port.Post(std::move(unit));
   av_packet_unref(packet_.get());
   return true;
-}
-
-// The codecs repeat their parameter sets; what they did is looked at, not trusted.
-void AvCodecSession::Assemble(ByteSpan packet, bool marked, EncodedUnit& unit) {
-  std::vector<uint8_t> own = FindParameterSets(packet, config_.codec);
-  const bool hasOwn = !own.empty();
-  if (hasOwn) parameterSets_ = std::move(own);
-  unit.keyFrame = AssembleAccessUnit(packet, hasOwn ? ByteSpan() : ByteSpan(parameterSets_),
-                                     config_.codec, marked, unit.data);
 }
 
 bool AvCodecSession::SetRates(const CodecRates& rates) {

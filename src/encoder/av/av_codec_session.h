@@ -1,16 +1,18 @@
 // One opened codec of libavcodec: a frame in, an access unit out.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "encoder/annex_b.h"
 #include "encoder/av/av_handles.h"
 #include "encoder/av/codec_log.h"
+#include "encoder/encoder_backend.h"
+#include "encoder/frame_input.h"
+#include "encoder/frame_times.h"
 #include "encoder/hardware_encoder.h"
+#include "encoder/output_port.h"
+#include "encoder/unit_assembler.h"
 
 namespace Veldrift {
 
@@ -32,24 +34,13 @@ struct CodecConfig {
   bool emergency = false;  // at the worst quantiser, for a codec that can't change to it
 };
 
-// How one frame is to be encoded.
-struct FrameOrder {
-  uint64_t timestamp = 0;  // comes back with the access unit
-  bool keyFrame = false;
-};
-
-struct EncodedUnit {
-  std::vector<uint8_t> data;  // Annex B
-  bool keyFrame = false;
-  uint64_t timestamp = 0;
-};
-
 // The constant rate factor for a quality of 0 to 1: 45 for 0, 18.75 for the default of 0.75, 10
 // for 1.
 float RateFactorOf(float quality);
 
 // libx264 or libx265, set up to give each frame back at once: no B frames, no look-ahead, no frame
-// threads. Every key frame is an IDR picture that was ordered and has its parameter sets in front.
+// threads. Should a codec hold a frame back all the same, its unit comes with a later one and keeps
+// its time. Every key frame is an IDR picture that was ordered and has its parameter sets in front.
 // The colour is signalled as BT.709, limited range.
 //
 // Threads: one at a time, under the encoder's lock.
@@ -60,10 +51,10 @@ class AvCodecSession {
   // Null on failure, which is logged.
   static std::unique_ptr<AvCodecSession> Open(const CodecConfig& config);
 
-  // Encodes the frame's first width x height pixels (rows `strideBytes` apart) and puts the access
-  // unit that came out into `unit`, reusing its memory. False if none came out.
-  bool Encode(const uint8_t* bgra, ptrdiff_t strideBytes, const FrameOrder& order,
-              EncodedUnit& unit);
+  // Converts the frame's first width x height pixels. False without memory for it.
+  bool TakeIn(FrameInput& frame);
+  // Encodes the frame that was taken in, and posts what has come out. False if it is lost.
+  bool Encode(const FrameOrder& order, OutputPort& port);
 
   // Changes that reach the running codec with the next frame. False if this codec can't, and has
   // to be opened anew.
@@ -72,31 +63,30 @@ class AvCodecSession {
   // From the next frame on at the worst quantiser, or no more.
   bool SetEmergency(bool emergency);
 
-  const CodecConfig& Config() const { return config_; }
   const char* Name() const { return context_->codec->name; }
+  // The mean rate in force, in bits per second: the one asked for, or where the frame byte cap ends
+  // it.
+  uint32_t MeanRate() const;
 
  private:
   AvCodecSession(const CodecConfig& config, AvContextPtr context);
 
   bool OpenCodec();
   bool PrepareFrame();
-  void Convert(const uint8_t* bgra, ptrdiff_t strideBytes);
   bool ApplyOrder(const FrameOrder& order);
   bool Send();
-  bool Receive(EncodedUnit& unit);
-  void Assemble(ByteSpan packet, bool marked, EncodedUnit& unit);
+  bool Receive(OutputPort& port);
 
   const CodecConfig config_;
   AvContextPtr context_;
   CodecLogScope log_;
   AvFramePtr frame_;
   AvPacketPtr packet_;
+  UnitAssembler assembler_;
+  FrameTimes times_;
   std::vector<uint8_t> chroma_;  // interleaved, for a codec that wants its planes apart
-  std::vector<uint8_t> parameterSets_;
   bool emergency_ = false;
   int64_t framesSent_ = 0;
-  std::array<uint64_t, 16>
-      timestamps_{};  // by a frame's number, should a codec ever hold some back
 };
 
 }  // namespace Veldrift

@@ -10,6 +10,7 @@ extern "C" {
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Veldrift {
 
@@ -23,7 +24,7 @@ using AvContextPtr = std::unique_ptr<AVCodecContext, AvDeleter>;
 using AvFramePtr = std::unique_ptr<AVFrame, AvDeleter>;
 using AvPacketPtr = std::unique_ptr<AVPacket, AvDeleter>;
 
-// Options for opening a codec; the codec takes out what it knows.
+// Options for opening a codec; the codec takes out what it knows, and leaves the rest.
 class AvOptions {
  public:
   AvOptions() = default;
@@ -35,6 +36,14 @@ class AvOptions {
     av_dict_set(&options_, key, value.c_str(), 0);
   }
   AVDictionary** Get() { return &options_; }
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    const AVDictionaryEntry* entry = nullptr;
+    while ((entry = av_dict_get(options_, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+      names.emplace_back(entry->key);
+    }
+    return names;
+  }
 
  private:
   AVDictionary* options_ = nullptr;

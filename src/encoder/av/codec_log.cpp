@@ -63,7 +63,7 @@ CodecLogScope::~CodecLogScope() {
   Sources& sources = LiveSources();
   MutexLock lock(sources.mutex);
   sources.objects.erase(std::find(sources.objects.begin(), sources.objects.end(), object_));
-  // This module can be unloaded after its last encoder: the library must not keep our function.
+  // Nobody else's messages shall go through a function of ours while nobody encodes.
   if (sources.objects.empty()) av_log_set_callback(av_log_default_callback);
 }
 

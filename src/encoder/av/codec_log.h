@@ -5,8 +5,9 @@
 namespace Veldrift {
 
 // The messages of one codec object, for as long as the scope lives. libavcodec has one log function
-// for the whole process, which the host may use as well: it is ours only while a scope lives, and
-// messages of objects that aren't ours go on to the library's default.
+// for the whole process and no way to ask for it: it is ours only while a scope lives, and then the
+// library's default again, even if the host had set one of its own. Messages of objects that aren't
+// ours go on to the library's default meanwhile.
 //
 // Threads: any.
 class CodecLogScope {

@@ -10,16 +10,14 @@ namespace {
 
 constexpr LogCategory kCategory{kLogSubsystem, "factories_win"};
 
-constexpr const char* kNoteWithoutHardware =
-    "No hardware encoder detected. Using CPU — expect higher CPU load and lower quality.";
+constexpr const char* kSoftwareNote = "CPU encoder (Media Foundation software MFT)";
 
 }  // namespace
 
 std::vector<EngineEntry> EnumerateEngines() {
-  std::vector<EngineEntry> entries{{"software", "Software (CPU)", kNoteWithoutHardware}};
-  PluginLog(kCategory, kLogInfo,
-            "EnumerateEngines: nvidia=%d intel=%d amd=%d other=%d → %zu entries", 0, 0, 0, 0,
-            entries.size());
+  const HardwareSeen seen;
+  std::vector<EngineEntry> entries = EngineRows(seen, seen, kSoftwareNote);
+  LogEngines(kCategory, seen, entries.size());
   return entries;
 }
 
@@ -28,8 +26,11 @@ std::unique_ptr<IHardwareEncoder> CreateForEngine(const std::string&) { return n
 std::unique_ptr<IHardwareEncoder> CreateDefaultEncoder() { return nullptr; }
 
 bool RunPlatformEncoderSelfTest(const std::string& name, std::string& result) {
-  result = "no platform encoder to run " + name + " on";
-  return false;
+  if (name == "P6.2") {
+    result = "no platform encoder to run " + name + " on";
+    return false;
+  }
+  return RaceOutputPort(result);
 }
 
 }  // namespace Veldrift
