@@ -5,19 +5,14 @@
 
 #include "encoder/transition_log.h"
 #include "support/debug_topics.h"
-#include "support/guarded.h"
 
 namespace Veldrift {
 
-namespace {
-constexpr LogCategory kLog{kLogSubsystem, "encoder"};
-}
-
 EncoderPipeline::EncoderPipeline(std::unique_ptr<IHardwareEncoder> primary, Clock& clock)
     : clock_(clock), primary_(std::move(primary)) {
-  retireThread_ = std::thread([this] { RunGuarded(kLog, "retire worker", [&] { RetireLoop(); }); });
+  retireThread_ = std::thread([this] { RetireLoop(); });
   try {
-    cloneThread_ = std::thread([this] { RunGuarded(kLog, "clone worker", [&] { CloneLoop(); }); });
+    cloneThread_ = std::thread([this] { CloneLoop(); });
   } catch (...) {
     StopWorkers();
     throw;
@@ -46,8 +41,8 @@ void EncoderPipeline::Stop() {
     primary = std::move(primary_);
     primary_ = nullptr;
   }
-  if (clone) clone->Shutdown();
-  if (primary) primary->Shutdown();
+  if (clone) ShutDown(*clone);
+  if (primary) ShutDown(*primary);
 }
 
 // ---- Frames ----
@@ -85,8 +80,8 @@ void EncoderPipeline::TrySwap() {
     if (!SwapReady()) return;
   }
   TransitionRecord record;
-  EncoderPtr old;
-  if (!Swap(record, old)) return;
+  std::optional<EncoderPtr> old = Swap(record);
+  if (!old) return;
   DebugTopicLog(DebugTopic::Transitions,
                 "swap complete fromW=%d fromH=%d toW=%d toH=%d swapMs=%.1f totalMs=%.1f "
                 "framesDropped=0",
@@ -94,12 +89,13 @@ void EncoderPipeline::TrySwap() {
                 record.totalMs);
   WriteTransition(record, clock_.NowNanos());
   SetTarget(0, 0, 0);
-  EnqueueRetire(std::move(old));
+  EnqueueRetire(std::move(*old));
 }
 
-bool EncoderPipeline::Swap(TransitionRecord& record, EncoderPtr& old) {
+std::optional<EncoderPipeline::EncoderPtr> EncoderPipeline::Swap(TransitionRecord& record) {
   MutexLock pendingLock(pendingMutex_);
-  if (!SwapReady()) return false;
+  if (!SwapReady()) return std::nullopt;
+  EncoderPtr old;
   const int64_t start = clock_.NowNanos();
   {
     WriterLock lock(primaryLock_);
@@ -116,7 +112,7 @@ bool EncoderPipeline::Swap(TransitionRecord& record, EncoderPtr& old) {
   }
   record.swapMs = MillisSince(start);
   record.totalMs = MillisSince(transitionStartNanos_);
-  return true;
+  return old;
 }
 
 void EncoderPipeline::InstallPrimaryCallback(IHardwareEncoder& encoder) {
@@ -145,13 +141,20 @@ void EncoderPipeline::SetOutputCallback(EncodedFrameCallback callback) {
 // ---- The conservative way ----
 
 void EncoderPipeline::ReconfigureInPlace(const EncoderSettings& settings) {
+  uint64_t epoch = 0;
+  {
+    MutexLock lock(requestMutex_);
+    epoch = ++epoch_;
+    requestPending_ = false;
+  }
+  DropPending();
   SetTarget(0, 0, 0);
-  ReconfigurePrimary(settings);
+  ReconfigurePrimary(settings, epoch);
 }
 
-void EncoderPipeline::ReconfigurePrimary(const EncoderSettings& settings) {
+void EncoderPipeline::ReconfigurePrimary(const EncoderSettings& settings, uint64_t epoch) {
   WriterLock lock(primaryLock_);
-  if (!primary_) return;
+  if (!primary_ || epoch != epoch_) return;
   TransitionRecord record;
   record.mode = kTransitionModeConservative;
   record.fromWidth = primary_->GetWidth();

@@ -17,14 +17,22 @@ namespace Veldrift {
 
 struct TransitionRecord;
 
-// Owns the primary encoder, which makes the stream, and during a seamless transition a second one,
-// the pending clone: it is built for the new settings on a thread of its own and fed the same
-// frames until its first key frame is out; then the two are swapped and the stream changes without
-// a gap. The old encoder is shut down on another thread, so that a slow or re-entrant Shutdown
-// holds up neither frames nor a swap. The conservative way reconfigures the one encoder in place.
+// Owns the primary encoder, which makes the stream. Two ways change it while it runs:
+//
+// - In place, the live one: ReconfigureInPlace and the setters reconfigure the one encoder, and
+//   frames wait meanwhile. The session uses nothing else.
+// - Seamlessly, ready but not used by the session yet: RequestTransition has a second encoder, the
+//   pending clone, built for the new settings on a thread of its own and fed the same frames until
+//   its first key frame is out; then the two are swapped and the stream changes without a gap. Only
+//   the self test "P1.1" asks for that. Everything that says pending, clone, request or target, and
+//   all of encoder_pipeline_workers.cpp, belongs to it.
+//
+// An encoder that was swapped out is shut down on another thread, so that a slow or re-entrant
+// Shutdown holds up neither frames nor a swap.
 //
 // Threads: everything from any thread; frames that come at once are ordered by the encoder. Two own
-// threads: the clone worker (CloneLoop) and the retire worker (RetireLoop).
+// threads: the clone worker (CloneLoop) and the retire worker (RetireLoop); a job of theirs that
+// fails by an exception costs that job and no more.
 //
 // Locks: pendingMutex_ before primaryLock_; only a swap holds both. An encoder's EncodeFrame and
 // Shutdown are called with no lock of the pipeline held, since an encoder may call back from inside
@@ -44,7 +52,8 @@ class EncoderPipeline {
   // Starts a seamless transition, unless one to the same size, rate, codec, GOP and rate control
   // mode is under way.
   void RequestTransition(const EncoderSettings& settings);
-  // Reconfigures the primary on the caller's thread; frames wait meanwhile.
+  // Reconfigures the primary on the caller's thread; frames wait meanwhile. A transition under way
+  // is given up first: its older wish doesn't come back over this one.
   void ReconfigureInPlace(const EncoderSettings& settings);
   // Replaces the one consumer of the stream.
   void SetOutputCallback(EncodedFrameCallback callback);
@@ -96,29 +105,39 @@ class EncoderPipeline {
   EncoderPtr CountPendingFrame();
   bool SwapReady() VD_REQUIRES(pendingMutex_);
   void TrySwap();
-  bool Swap(TransitionRecord& record, EncoderPtr& old);
+  // Nothing if there is nothing to swap any more; else what was swapped out, perhaps null.
+  std::optional<EncoderPtr> Swap(TransitionRecord& record);
   void InstallPrimaryCallback(IHardwareEncoder& encoder);
   void Forward(const IHardwareEncoder* from, const uint8_t* data, uint64_t size, bool keyFrame,
                uint64_t timestamp);
 
+  // A wish for another encoder, on its way through the clone worker.
+  struct Transition {
+    EncoderSettings settings;
+    uint64_t epoch = 0;  // when it was asked for
+    int32_t fromWidth = 0;
+    int32_t fromHeight = 0;
+    int64_t startNanos = 0;
+  };
+
   void CloneLoop();
-  std::optional<EncoderSettings> NextRequest();
-  void ServeRequest(const EncoderSettings& settings);
-  void LogBegin(const EncoderSettings& settings, int32_t fromWidth, int32_t fromHeight) const;
+  std::optional<Transition> NextRequest();
+  void Serve(Transition transition);
+  void LogBegin(const Transition& transition) const;
   void DropPending();
   std::unique_ptr<IHardwareEncoder> ClonePrimary(const EncoderSettings& settings);
-  void AdoptClone(std::unique_ptr<IHardwareEncoder> clone, const EncoderSettings& settings,
-                  int64_t startNanos);
+  void AdoptClone(std::unique_ptr<IHardwareEncoder> clone, const Transition& transition);
   void WatchPending(int64_t startNanos);
   bool ReportPending(int64_t startNanos);
-  void FallBack(const EncoderSettings& settings, int32_t fromWidth, int32_t fromHeight,
-                int64_t startNanos);
+  void FallBack(const Transition& transition);
   void ClearBusy();
 
   bool TransitionUnderWay(const EncoderSettings& settings);
-  void ReconfigurePrimary(const EncoderSettings& settings);
+  // Does nothing if an epoch has begun since.
+  void ReconfigurePrimary(const EncoderSettings& settings, uint64_t epoch);
   void SetTarget(int32_t width, int32_t height, int32_t fps);
 
+  static void ShutDown(IHardwareEncoder& encoder);
   void RetireLoop();
   void EnqueueRetire(EncoderPtr encoder);
   void StopWorkers();
@@ -141,7 +160,7 @@ class EncoderPipeline {
   int32_t pendingFramesFed_ VD_GUARDED_BY(pendingMutex_) = 0;
   EncoderSettings pendingSettings_ VD_GUARDED_BY(pendingMutex_);
 
-  const Mode mode_ = Mode::Seamless;
+  const Mode mode_ = Mode::Seamless;  // nothing chooses the other one yet
 
   Mutex outputMutex_;
   EncodedFrameCallback outputCallback_ VD_GUARDED_BY(outputMutex_);
@@ -149,14 +168,18 @@ class EncoderPipeline {
   Mutex retireMutex_;
   CondVar retireChanged_;
   std::vector<EncoderPtr> retireQueue_ VD_GUARDED_BY(retireMutex_);
+  bool retireDone_ VD_GUARDED_BY(retireMutex_) = false;  // the worker has left
   std::atomic<bool> retireStop_{false};
 
   Mutex requestMutex_;
   CondVar requestChanged_;
   EncoderSettings requestSettings_ VD_GUARDED_BY(requestMutex_);
   bool requestPending_ VD_GUARDED_BY(requestMutex_) = false;
-  bool cloneBusy_ VD_GUARDED_BY(requestMutex_) = false;
+  bool cloneBusy_ VD_GUARDED_BY(requestMutex_) = false;  // a request is being served: for debuggers
   std::atomic<bool> cloneStop_{false};
+  // Begins anew with each ReconfigureInPlace: transitions of an older one are given up. Written
+  // under requestMutex_.
+  std::atomic<uint64_t> epoch_{0};
 
   // Where a transition is heading, 0 when there is none.
   std::atomic<int32_t> targetWidth_{0};

@@ -1,13 +1,16 @@
-// The pipeline's two workers: the one that builds clones and the one that shuts encoders down.
+// The seamless way's two workers: the one that builds clones and the one that shuts encoders down.
 
 #include <utility>
 
 #include "encoder/encoder_pipeline.h"
 #include "encoder/transition_log.h"
 #include "support/debug_topics.h"
+#include "support/guarded.h"
 
 namespace Veldrift {
 namespace {
+
+constexpr LogCategory kLog{kLogSubsystem, "encoder"};
 
 constexpr int kPendingPolls = 100;
 constexpr int64_t kPendingPollNanos = 5 * kNanosPerMilli;
@@ -37,7 +40,7 @@ const char* RateControlName(int32_t mode) {
 
 void EncoderPipeline::RequestTransition(const EncoderSettings& settings) {
   if (mode_ == Mode::Conservative) {
-    ReconfigurePrimary(settings);
+    ReconfigurePrimary(settings, epoch_);
     return;
   }
   if (TransitionUnderWay(settings)) return;
@@ -60,32 +63,38 @@ bool EncoderPipeline::TransitionUnderWay(const EncoderSettings& settings) {
 // ---- Clone worker ----
 
 void EncoderPipeline::CloneLoop() {
-  while (const std::optional<EncoderSettings> settings = NextRequest()) ServeRequest(*settings);
+  while (std::optional<Transition> next = NextRequest()) {
+    RunGuarded(kLog, "transition", [&] { Serve(*next); });
+    ClearBusy();
+  }
 }
 
-std::optional<EncoderSettings> EncoderPipeline::NextRequest() {
+std::optional<EncoderPipeline::Transition> EncoderPipeline::NextRequest() {
   MutexLock lock(requestMutex_);
   while (!cloneStop_ && !requestPending_) requestChanged_.Wait(lock);
   if (cloneStop_) return std::nullopt;
   requestPending_ = false;
   cloneBusy_ = true;
-  return requestSettings_;
+  Transition next;
+  next.settings = requestSettings_;
+  next.epoch = epoch_;
+  return next;
 }
 
-void EncoderPipeline::ServeRequest(const EncoderSettings& settings) {
-  const int64_t start = clock_.NowNanos();
-  const int32_t fromWidth = GetEncoderWidth();
-  const int32_t fromHeight = GetEncoderHeight();
-  LogBegin(settings, fromWidth, fromHeight);
+void EncoderPipeline::Serve(Transition transition) {
+  transition.startNanos = clock_.NowNanos();
+  transition.fromWidth = GetEncoderWidth();
+  transition.fromHeight = GetEncoderHeight();
+  LogBegin(transition);
   DropPending();
-  std::unique_ptr<IHardwareEncoder> clone = ClonePrimary(settings);
+  std::unique_ptr<IHardwareEncoder> clone;
+  RunGuarded(kLog, "clone", [&] { clone = ClonePrimary(transition.settings); });
   if (clone) {
-    AdoptClone(std::move(clone), settings, start);
+    AdoptClone(std::move(clone), transition);
     ClearBusy();
-    WatchPending(start);
+    WatchPending(transition.startNanos);
   } else {
-    FallBack(settings, fromWidth, fromHeight, start);
-    ClearBusy();
+    FallBack(transition);
   }
 }
 
@@ -96,12 +105,12 @@ std::unique_ptr<IHardwareEncoder> EncoderPipeline::ClonePrimary(const EncoderSet
   return primary_ ? primary_->Clone(settings) : nullptr;
 }
 
-void EncoderPipeline::LogBegin(const EncoderSettings& settings, int32_t fromWidth,
-                               int32_t fromHeight) const {
+void EncoderPipeline::LogBegin(const Transition& transition) const {
+  const EncoderSettings& settings = transition.settings;
   DebugTopicLog(DebugTopic::Transitions,
                 "begin mode=%s fromW=%d fromH=%d toW=%d toH=%d codec=%s rc=%s gop=%d bps=%u",
                 mode_ == Mode::Seamless ? kTransitionModeSeamless : kTransitionModeConservative,
-                fromWidth, fromHeight, settings.width, settings.height,
+                transition.fromWidth, transition.fromHeight, settings.width, settings.height,
                 settings.codec != 0 ? "H264" : "HEVC", RateControlName(settings.rateControl),
                 settings.gopSize, settings.bitrate);
 }
@@ -116,17 +125,25 @@ void EncoderPipeline::DropPending() {
   EnqueueRetire(std::move(stale));
 }
 
+// A clone that ReconfigureInPlace has overtaken goes at once: that begins its epoch before it drops
+// what is pending, so one of the two sees the other.
 void EncoderPipeline::AdoptClone(std::unique_ptr<IHardwareEncoder> clone,
-                                 const EncoderSettings& settings, int64_t startNanos) {
-  DebugTopicLog(DebugTopic::Transitions, "clone ok cloneSetupMs=%.1f", MillisSince(startNanos));
+                                 const Transition& transition) {
+  DebugTopicLog(DebugTopic::Transitions, "clone ok cloneSetupMs=%.1f",
+                MillisSince(transition.startNanos));
   // Nothing that it makes before the swap may reach the stream.
   clone->SetOutputCallback([](const uint8_t*, uint64_t, bool, uint64_t) {});
-  MutexLock lock(pendingMutex_);
-  pending_ = std::move(clone);
-  pendingActive_ = true;
-  pendingFramesFed_ = 0;
-  transitionStartNanos_ = startNanos;
-  pendingSettings_ = settings;
+  {
+    MutexLock lock(pendingMutex_);
+    if (transition.epoch == epoch_) {
+      pending_ = std::move(clone);
+      pendingActive_ = true;
+      pendingFramesFed_ = 0;
+      transitionStartNanos_ = transition.startNanos;
+      pendingSettings_ = transition.settings;
+    }
+  }
+  EnqueueRetire(std::move(clone));
 }
 
 // Only reports: the swap doesn't wait for it, and comes whenever the key frame does.
@@ -146,20 +163,19 @@ bool EncoderPipeline::ReportPending(int64_t startNanos) {
   return true;
 }
 
-void EncoderPipeline::FallBack(const EncoderSettings& settings, int32_t fromWidth,
-                               int32_t fromHeight, int64_t startNanos) {
+void EncoderPipeline::FallBack(const Transition& transition) {
   DebugTopicLog(DebugTopic::Transitions,
                 "clone failed — falling back to conservative in-place reconfigure");
   TransitionRecord record;
-  record.fromWidth = fromWidth;
-  record.fromHeight = fromHeight;
-  record.toWidth = settings.width;
-  record.toHeight = settings.height;
-  record.cloneMs = record.totalMs = MillisSince(startNanos);
+  record.fromWidth = transition.fromWidth;
+  record.fromHeight = transition.fromHeight;
+  record.toWidth = transition.settings.width;
+  record.toHeight = transition.settings.height;
+  record.cloneMs = record.totalMs = MillisSince(transition.startNanos);
   record.error = "clone_failed";
   WriteTransition(record, clock_.NowNanos());
   SetTarget(0, 0, 0);
-  ReconfigurePrimary(settings);
+  ReconfigurePrimary(transition.settings, transition.epoch);
 }
 
 void EncoderPipeline::ClearBusy() {
@@ -169,25 +185,40 @@ void EncoderPipeline::ClearBusy() {
 
 // ---- Retire worker ----
 
+void EncoderPipeline::ShutDown(IHardwareEncoder& encoder) {
+  RunGuarded(kLog, "shutdown of an encoder", [&] { encoder.Shutdown(); });
+}
+
 void EncoderPipeline::RetireLoop() {
   while (true) {
     EncoderPtr encoder;
     {
       MutexLock lock(retireMutex_);
       while (retireQueue_.empty() && !retireStop_) retireChanged_.Wait(lock);
-      if (retireQueue_.empty()) return;
+      if (retireQueue_.empty()) {
+        retireDone_ = true;
+        return;
+      }
       encoder = std::move(retireQueue_.back());
       retireQueue_.pop_back();
     }
-    encoder->Shutdown();
+    ShutDown(*encoder);
   }
 }
 
+// A frame that was still under way while the pipeline stopped can swap behind the worker's end:
+// then its own thread does the work.
 void EncoderPipeline::EnqueueRetire(EncoderPtr encoder) {
   if (!encoder) return;
-  MutexLock lock(retireMutex_);
-  retireQueue_.push_back(std::move(encoder));
-  retireChanged_.NotifyOne();
+  {
+    MutexLock lock(retireMutex_);
+    if (!retireDone_) {
+      retireQueue_.push_back(std::move(encoder));
+      retireChanged_.NotifyOne();
+      return;
+    }
+  }
+  ShutDown(*encoder);
 }
 
 void EncoderPipeline::StopWorkers() {

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <functional>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -12,6 +15,7 @@
 #include "platform/file.h"
 #include "support/debug_topics.h"
 #include "tests/support/child.h"
+#include "tests/support/gate.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scripted_encoder.h"
 
@@ -136,6 +140,134 @@ TEST_F(EncoderPipelineTest, TheSameTransitionIsNotStartedTwice) {
   pipeline_->Stop();
   EXPECT_EQ(script_->Count("0.Clone 200x160"), 1U);
   EXPECT_EQ(script_->Count("1.Clone 200x160"), 0U);
+}
+
+// What has to differ for another transition: a request that differs in one of these replaces the
+// clone that is pending, and nothing else does.
+TEST_F(EncoderPipelineTest, WhatMakesAnotherTransition) {
+  struct Case {
+    const char* what;
+    std::function<void(EncoderSettings&)> change;
+    bool another;
+  };
+  const Case cases[] = {
+      {"width", [](auto& s) { s.width = 202; }, true},
+      {"height", [](auto& s) { s.height = 162; }, true},
+      {"fps", [](auto& s) { s.fps = 25; }, true},
+      {"codec", [](auto& s) { s.codec = kCodecH264; }, true},
+      {"GOP size", [](auto& s) { s.gopSize = 9; }, true},
+      {"mode", [](auto& s) { s.rateControl = kRateControlVbr; }, true},
+      {"rate", [](auto& s) { s.bitrate = 5; }, false},
+      {"peak", [](auto& s) { s.peakBitrate = 5; }, false},
+      {"quality", [](auto& s) { s.quality = 0.1F; }, false},
+      {"cap", [](auto& s) { s.frameByteCap = 5; }, false},
+  };
+  for (const Case& c : cases) {
+    script_ = std::make_shared<EncoderScript>();
+    script_->Change([](auto& now) { now.withholdOutput = true; });
+    Build();
+    EncoderSettings wanted = Sized(200, 160);
+    pipeline_->RequestTransition(wanted);
+    PushUntil([&] { return script_->Count("1.EncodeFrame 100x100") > 0; });
+    c.change(wanted);
+    pipeline_->RequestTransition(wanted);
+    if (c.another) AwaitCall("1.Shutdown");
+    pipeline_->Stop();
+    const std::vector<std::string> calls = script_->Calls();
+    const auto clones = std::count_if(calls.begin(), calls.end(), [](const std::string& call) {
+      return call.starts_with("0.Clone ");
+    });
+    EXPECT_EQ(clones, c.another ? 2 : 1) << c.what;
+  }
+}
+
+// The clone is the next primary: what is set meanwhile counts for it as well.
+TEST_F(EncoderPipelineTest, SettersReachTheCloneToo) {
+  script_->Change([](auto& now) { now.withholdOutput = true; });
+  pipeline_->RequestTransition(Sized(200, 160));
+  PushUntil([&] { return script_->Count("1.EncodeFrame 100x100") > 0; });
+  pipeline_->SetCodec(kCodecH264);
+  pipeline_->SetGopSize(9);
+  pipeline_->SetRateControl(kRateControlVbr, 0.5F);
+  pipeline_->RequestIdr();
+  pipeline_->TriggerEmergencyCompression(5);
+  for (const char* call : {"SetCodec 1", "SetGopSize 9", "SetRateControl 2", "RequestIdr"}) {
+    EXPECT_EQ(script_->Count(std::string("0.") + call), 1U) << call;
+    EXPECT_EQ(script_->Count(std::string("1.") + call), 1U) << call;
+  }
+  EXPECT_EQ(script_->Count("0.TriggerEmergencyCompression 5"), 1U);
+  EXPECT_EQ(script_->Count("1.TriggerEmergencyCompression 5"), 0U);
+}
+
+// An older wish may not undo a newer one, however far it has got.
+TEST_F(EncoderPipelineTest, ReconfiguringInPlaceGivesUpATransitionUnderWay) {
+  script_->Change([](auto& now) { now.withholdOutput = true; });
+  pipeline_->RequestTransition(Sized(200, 160));
+  PushUntil([&] { return script_->Count("1.EncodeFrame 100x100") > 0; });
+  pipeline_->ReconfigureInPlace(Sized(300, 240));
+  EXPECT_EQ(pipeline_->GetWidth(), 300);
+  AwaitCall("1.Shutdown");
+  script_->Change([](auto& now) { now.withholdOutput = false; });
+  for (int frame = 0; frame < 5; ++frame) Push();
+  EXPECT_EQ(pipeline_->GetEncoderWidth(), 300);
+}
+
+TEST_F(EncoderPipelineTest, ReconfiguringInPlaceGivesUpACloneUnderConstruction) {
+  struct Case {
+    const char* what;
+    bool cloneFails;  // then the older wish would fall back to reconfiguring
+  };
+  for (const Case& c : {Case{"clone", false}, Case{"failing clone", true}}) {
+    script_ = std::make_shared<EncoderScript>();
+    Build();
+    Gate gate;
+    gate.Shut();
+    script_->Change([&](auto& now) {
+      now.failClone = c.cloneFails;
+      now.insideClone = [&gate] { gate.Pass(); };
+    });
+    pipeline_->RequestTransition(Sized(200, 160));
+    gate.AwaitSomebody();
+    std::thread newer([&] { pipeline_->ReconfigureInPlace(Sized(300, 240)); });
+    // Its wish stands from here on, though it waits for the clone to be built.
+    while (pipeline_->GetWidth() == 200) std::this_thread::yield();
+    gate.Open();
+    newer.join();
+    if (!c.cloneFails) AwaitCall("1.Shutdown");
+    for (int frame = 0; frame < 5; ++frame) Push();
+    pipeline_->RequestTransition(Sized(400, 320));  // the worker goes on
+    AwaitCall("0.Clone 400x320");
+    EXPECT_EQ(script_->Count("0.Configure 200x160 1000000 30"), 0U) << c.what;
+    EXPECT_EQ(script_->Count("0.Configure 300x240 1000000 30"), 1U) << c.what;
+    pipeline_->Stop();
+  }
+}
+
+TEST_F(EncoderPipelineTest, AnExceptionCostsOneJobAndNoWorker) {
+  std::atomic<int> throws{1};
+  script_->Change([&](auto& now) {
+    now.insideClone = [&throws] {
+      if (throws-- > 0) throw std::bad_alloc();
+    };
+  });
+  pipeline_->RequestTransition(Sized(200, 160));
+  PushUntilWidth(200);  // in place, as behind any clone that fails
+  EXPECT_EQ(script_->Count("0.Configure 200x160 1000000 30"), 1U);
+
+  std::atomic<int> throwsAtEnd{1};
+  script_->Change([&](auto& now) {
+    now.insideShutdown = [&throwsAtEnd] {
+      if (throwsAtEnd-- > 0) throw std::bad_alloc();
+    };
+  });
+  pipeline_->RequestTransition(Sized(300, 240));
+  PushUntilWidth(300);
+  AwaitCall("0.Shutdown");
+  pipeline_->RequestTransition(Sized(400, 320));
+  PushUntilWidth(400);
+  AwaitCall("1.Shutdown");
+  throwsAtEnd = 1;
+  pipeline_->Stop();  // nor does the primary's end
 }
 
 TEST_F(EncoderPipelineTest, ANewRequestRetiresACloneThatNeverSwapped) {
