@@ -114,7 +114,7 @@ class EncoderContract : public testing::TestWithParam<EncoderUnderTest> {
     });
     // One that doesn't wait gets the time to show it; one that does loses nothing.
     while (!started) std::this_thread::yield();
-    for (int i = 0; i < 2'000 && !returned; ++i) std::this_thread::yield();
+    for (int i = 0; i < 200 && !returned; ++i) std::this_thread::yield();
     EXPECT_FALSE(returned);
     gate_.Open();
     ender.join();
