@@ -128,8 +128,7 @@ void AudioPath::SendAudioSamples(const float* const* channels, uint32_t samples,
   SetAudioOutputEnabled(true);
   if (!state_.running || !transport_.PeerKnown()) return;
   const AudioBlockHead head{audioSampleRate_, uint8_t(channelCount)};
-  transport_.Sender().SendSound(MakeAudioBlock(head, channels, samples),
-                                uint64_t(timestamp));
+  transport_.Sender().SendSound(MakeAudioBlock(head, channels, samples), uint64_t(timestamp));
 }
 
 // ---- What the phone is told of it --------------------------------------------------------------

@@ -97,7 +97,7 @@ class EncoderContract : public testing::TestWithParam<EncoderUnderTest> {
       gate_.Pass();
       outputDone_ = true;
     });
-    pusher_ = std::thread([this, encoder = encoder_.get()] { PushTo(*encoder, 1); });
+    pusher_ = std::thread([encoder = encoder_.get()] { PushTo(*encoder, 1); });
     gate_.AwaitSomebody();
   }
   // Runs `end` beside the callback at the gate: it may not come back before that is done.
