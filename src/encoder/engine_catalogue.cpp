@@ -1,5 +1,7 @@
 #include "encoder/engine_catalogue.h"
 
+#include "support/text.h"
+
 namespace Veldrift {
 namespace {
 

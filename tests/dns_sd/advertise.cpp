@@ -41,7 +41,8 @@ class LosingResponder final : public DnsSdResponder {
   void Lose() {
     uint32_t error = 0;
     const auto instance = real_->ConstructInstance(last_, error);
-    if (instance) real_->Deregister(*instance, [](uint32_t, std::unique_ptr<ServiceInstance>) {});
+    if (!instance) return;
+    real_->Deregister(*instance, [](uint32_t, std::unique_ptr<ServiceInstance>) { return true; });
   }
 
  private:
