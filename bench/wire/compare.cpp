@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "bench/wire/send.h"
@@ -100,6 +101,41 @@ bool PrintRuns(const char* kind, const std::vector<std::string>& names, Delays& 
   return true;
 }
 
+// What the comment at the log's end says of the processor, in CPU seconds a minute. Negative: it
+// doesn't say.
+double CpuSecondsAMinute(const std::string& path) {
+  std::ifstream log(path);
+  std::string line;
+  double cpu = -1, wall = 0;
+  while (std::getline(log, line)) {
+    const nlohmann::json cost = line.starts_with("# {")
+                                    ? nlohmann::json::parse(line.substr(2), nullptr, false)
+                                    : nlohmann::json();
+    if (!cost.is_object()) continue;
+    cpu = cost.value("cpu_s", -1.0);
+    wall = cost.value("wall_s", 0.0);
+  }
+  return wall > 0 ? cpu * 60 / wall : -1;
+}
+
+// The least of the runs: what others do on the machine only adds.
+double LeastCpu(const std::vector<std::string>& names, const char* side) {
+  double least = -1;
+  for (const std::string& name : names) {
+    const double one = CpuSecondsAMinute(name + side);
+    if (one >= 0 && (least < 0 || one < least)) least = one;
+  }
+  return least;
+}
+
+void PrintCpu(const char* side, const std::vector<std::string>& paced,
+              const std::vector<std::string>& bare, const char* suffix) {
+  const double ours = LeastCpu(paced, suffix), theirs = LeastCpu(bare, suffix);
+  if (ours < 0 || theirs <= 0) return;
+  std::printf("  %-9s CPU seconds a minute: media path %.2f, bare UDP %.2f, ratio %.2f\n", side,
+              ours, theirs, ours / theirs);
+}
+
 // The chance that of `sent` datagrams more than `spare` are lost.
 double ChanceOfMoreLost(size_t sent, size_t spare, double loss) {
   double term = std::pow(1 - loss, double(sent));
@@ -124,6 +160,8 @@ int CompareDelays(const std::vector<std::string>& paced, const std::vector<std::
     std::printf("  media path - bare UDP at p%.0f: %+.3f ms; beyond the wire time: %+.3f ms\n",
                 percent, difference, difference - Percentile(ours.wireMillis, percent));
   }
+  PrintCpu("sender", paced, bare, ".send");
+  PrintCpu("receiver", paced, bare, ".receive");
   return 0;
 }
 

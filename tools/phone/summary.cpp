@@ -67,6 +67,7 @@ Json StreamJson(const MediaCounters& counters) {
           {"missing_datagrams", a.missingDatagrams},
           {"duplicates", a.duplicates},
           {"late", a.late},
+          {"spare_parity", a.spareParity},
           {"frames_whole", a.framesWhole},
           {"frames_repaired", a.framesRepaired},
           {"fragments_repaired", a.fragmentsRepaired},

@@ -46,7 +46,7 @@ void FrameAssembler::Accept(const MediaDatagram& datagram, int64_t nowNs) {
   sequences_.Note(datagram.header.sequence);
   if (whole_.contains(number)) {
     ++counters_.duplicates;
-  } else if (!TooLate(number)) {
+  } else if (!TooLate(number, datagram.parity)) {
     AddTo(number, datagram, nowNs);
   }
 }
@@ -66,12 +66,13 @@ int64_t FrameAssembler::Unwrap(const DatagramHeader& header) {
   return number;
 }
 
-bool FrameAssembler::TooLate(int64_t number) {
+bool FrameAssembler::TooLate(int64_t number, bool parity) {
   if (number >= next_) {
     lateRun_ = 0;
     return false;
   }
-  ++counters_.late;
+  // A frame that lost nothing is delivered before its parity comes.
+  ++(parity ? counters_.spareParity : counters_.late);
   if (++lateRun_ < kLateRunOfAnotherStream) return true;
   StartOver(number);
   return false;

@@ -39,7 +39,8 @@ struct AssemblerCounters {
   uint64_t datagrams = 0;  // of this stream's format
   uint64_t bytes = 0;      // all of them together
   uint64_t duplicates = 0;
-  uint64_t late = 0;              // for a frame that was delivered or given up before
+  uint64_t late = 0;              // data for a frame that was delivered or given up before
+  uint64_t spareParity = 0;       // parity for such a frame
   uint64_t missingDatagrams = 0;  // by their running number
   uint64_t framesWhole = 0;
   uint64_t framesRepaired = 0;
@@ -69,7 +70,7 @@ class FrameAssembler {
  private:
   void Accept(const MediaDatagram& datagram, int64_t nowNs);
   int64_t Unwrap(const DatagramHeader& header);
-  bool TooLate(int64_t number);
+  bool TooLate(int64_t number, bool parity);
   void AddTo(int64_t number, const MediaDatagram& datagram, int64_t nowNs);
   void Complete(int64_t number);
   void MakeRoom(int64_t number);
