@@ -1,11 +1,14 @@
 // The module as a host loads it: by path, through its two exports.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "platform/file.h"
 #include "platform/system.h"
 #include "session/host_interface.h"
+#include "support/clock.h"
 #include "tests/support/child.h"
 #include "tests/support/scratch.h"
 #include "tools/platform/module_loader.h"
@@ -152,6 +155,26 @@ TEST_F(HostEntry, LoadedAndUnloadedTenTimesItLeavesNoThreadAndNoHandleBehind) {
     const ProcessResources now = CountProcessResources();
     return now.threads <= first.threads && now.handles <= first.handles;
   }));
+}
+
+// A host that ends without a word: the threads of the plug-in are still there when its statics
+// would go, and on Windows they are gone already when the library is told.
+TEST_F(HostEntry, DISABLED_EndsWithoutShutdown) {
+  Host::PluginRecord plugin{};
+  table.Startup(&plugin);
+  Host::InstanceRecord record{};
+  (void)table.CreateInstance(&record);
+  (void)module.release();
+  std::exit(42);
+}
+
+TEST(HostEntryAtExit, AHostThatEndsWithoutTheShutdownCallEndsAsItWanted) {
+  const ScratchFolder folder;
+  for (int round = 0; round < 3; ++round) {
+    const auto child = StartChild("HostEntry.DISABLED_EndsWithoutShutdown", folder.Path());
+    ASSERT_TRUE(child);
+    EXPECT_EQ(child->WaitFor(60 * kNanosPerSecond), std::optional<int>(42));
+  }
 }
 
 TEST_F(HostEntry, PublishesThePlaybackStateToNobodyWithoutAPhone) {
