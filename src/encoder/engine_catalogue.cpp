@@ -26,9 +26,7 @@ void LogEngines(const LogCategory& category, const HardwareSeen& seen, size_t ro
             seen.intel, seen.amd, seen.other, rows);
 }
 
-std::string NormaliseEngineId(std::string_view id) {
-  return id.empty() ? "auto" : LowerCase(id);
-}
+std::string NormaliseEngineId(std::string_view id) { return id.empty() ? "auto" : LowerCase(id); }
 
 bool IsSoftwareEngine(std::string_view engineId) {
   return engineId == "software" || engineId == "sw";
