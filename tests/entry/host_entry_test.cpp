@@ -10,6 +10,7 @@
 #include "session/host_interface.h"
 #include "support/clock.h"
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/scratch.h"
 #include "tools/platform/module_loader.h"
 #include "tools/platform/this_process.h"
@@ -151,7 +152,7 @@ TEST_F(HostEntry, LoadedAndUnloadedTenTimesItLeavesNoThreadAndNoHandleBehind) {
     module.reset();
     if (round == 0) first = CountProcessResources();
   }
-  EXPECT_TRUE(Settles([&] {
+  EXPECT_TRUE(Eventually([&] {
     const ProcessResources now = CountProcessResources();
     return now.threads <= first.threads && now.handles <= first.handles;
   }));
