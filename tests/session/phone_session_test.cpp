@@ -145,19 +145,34 @@ TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
 
 TEST_F(PhoneSession, CommandsAreAcknowledgedAlsoWhenShortOrRetired) {
   StartSession();
-  const std::pair<uint8_t, std::vector<int>> commands[] = {
-      {kSetBitrate, {0, 0, 0, 0}}, {kSetAutoMode, {0, 0, 0, 0}},
-      {kSetGopMode, {}},           {kSetCodec, {1}},
-      {kSetMaxResolution, {0, 0}}, {kSetEncoderMode, {1, 250}},
-      {kSetHardFrameCap, {}},      {kAppTelemetry, {}},
-      {kSetEncoderEngine, {0}}};
-  for (const auto& [opcode, payload] : commands) Command(opcode, payload);
-  for (const int acknowledged : {0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}) {
-    const auto ack = phone.NextOf(kCommandAck);
-    ASSERT_TRUE(ack);
-    EXPECT_EQ(ack->payload[0], acknowledged);
+  for (const CommandRow& row : Commands()) Command(row.opcode, {});
+  std::vector<int> acknowledged;
+  for (const auto& [opcode, payload] : TakeTold()) {
+    if (opcode == kCommandAck) acknowledged.push_back(payload[0]);
   }
-  EXPECT_EQ(RememberedGop(), -1);
+  EXPECT_EQ(acknowledged, (std::vector<int>{0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}));
+  const char* const retired[] = {"0x02 (SetBitrate)",
+                                 "0x0A (SetAutoMode)",
+                                 "0x0B (SetHardFrameCap)",
+                                 "0x0C (SetCongestionController)",
+                                 "0x10 (SetPlaybackPrefer)",
+                                 "0x11",
+                                 "0x12",
+                                 "0x14",
+                                 "0x15",
+                                 "0x19"};
+  for (const char* name : retired) {
+    const std::string line = std::string("control: retired opcode ") + name + " — ignored";
+    EXPECT_EQ(CountInPluginLog(line), 1U) << line;
+  }
+  EXPECT_EQ(CountInPluginLog("control: retired opcode"), std::size(retired));
+  EXPECT_EQ(RememberedGop(), -1) << "too short to say one";
+}
+
+TEST_F(PhoneSession, SettingsAreRememberedWithinTheirBounds) {
+  StartSession();
+  Command(kSetCodec, {1});
+  Command(kSetEncoderMode, {1, 250});
   const ClientSettings settings = shared.GetClientSettings();
   EXPECT_EQ(settings.codec, 1);
   EXPECT_EQ(settings.encoderMode, 1);

@@ -190,6 +190,14 @@ class SessionFixture : public testing::Test {
     if (!messages.empty()) messages.pop_back();
     return messages;
   }
+  // What it has been told in messages of a byte, as digits.
+  std::string ToldBytes(uint8_t opcode) {
+    std::string digits;
+    for (const auto& [told, payload] : TakeTold()) {
+      if (told == opcode) digits += char('0' + payload[0]);
+    }
+    return digits;
+  }
   static std::vector<int> OpcodesOf(const Messages& messages) {
     std::vector<int> opcodes;
     for (const auto& [opcode, payload] : messages) opcodes.push_back(opcode);
