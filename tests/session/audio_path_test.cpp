@@ -136,14 +136,18 @@ TEST_F(AudioPathTest, PulledSoundStandsWhereItsFirstSampleBelongs) {
 
 TEST_F(AudioPathTest, AHostThatPushesIsNotPulledFromAndPullingGoesOnBehindIt) {
   StartSession();
-  instance->UpdateAudioPushState(true, false);
   StartClock(7);
+  HostSide::answer = -1;  // what is owed here will be pushed
+  PassFrame();
+  EXPECT_TRUE(Eventually([&] { return HostSide::pulls == 1; }));
+  HostSide::answer = Host::kNoError;
+  instance->UpdateAudioPushState(true, false);
   for (int i = 0; i < 3 && !HasFatalFailure(); ++i) PassFrame();
   PushSamples();
   EXPECT_EQ(SentFrames(), 1);
   instance->UpdateAudioPushState(false, false);
   PassFrame();
-  EXPECT_TRUE(Eventually([&] { return HostSide::pulls == 1; }));
+  EXPECT_TRUE(Eventually([&] { return HostSide::pulls == 2; }));
   // No more than this one frame's: the rest has been pushed.
   EXPECT_LE(HostSide::samples, 48'000 / 30 + 1);
   instance->StopClock();
