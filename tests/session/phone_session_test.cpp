@@ -12,6 +12,13 @@ namespace {
 class PhoneSession : public SessionFixture {
  protected:
   int RememberedGop() { return shared.GetClientSettings().gopMode; }
+  std::vector<int> TakeAcknowledged() {
+    std::vector<int> acknowledged;
+    for (const auto& [opcode, payload] : TakeTold()) {
+      if (opcode == kCommandAck) acknowledged.push_back(payload[0]);
+    }
+    return acknowledged;
+  }
   int IdrRequests() {
     return encoder->With([](EncoderRecord::Data& record) { return record.idrRequests; });
   }
@@ -146,11 +153,7 @@ TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
 TEST_F(PhoneSession, CommandsAreAcknowledgedAlsoWhenShortOrRetired) {
   StartSession();
   for (const CommandRow& row : Commands()) Command(row.opcode, {});
-  std::vector<int> acknowledged;
-  for (const auto& [opcode, payload] : TakeTold()) {
-    if (opcode == kCommandAck) acknowledged.push_back(payload[0]);
-  }
-  EXPECT_EQ(acknowledged, (std::vector<int>{0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}));
+  EXPECT_EQ(TakeAcknowledged(), (std::vector<int>{0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}));
   const char* const retired[] = {"0x02 (SetBitrate)",
                                  "0x0A (SetAutoMode)",
                                  "0x0B (SetHardFrameCap)",
@@ -271,14 +274,12 @@ TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {
   Command(kSetMaxResolution, {0xD0, 0x02});
   Command(kSetGopMode, {1});
   Command(kSetEncoderMode, {2, 50});  // VBR is not replayed
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(phone.NextOf(kCommandAck));
+  TakeTold();
   const auto second = std::make_shared<EncoderRecord>();
   SessionServices services = Services();
   services.createDefaultEncoder = [&] { return std::make_unique<RecordingEncoder>(second); };
   TransmitInstance other(FakeHost::Suites(), std::move(services));
-  for (const int acknowledged : {0x05, 0x07, 0x04}) {
-    EXPECT_EQ(phone.NextOf(kCommandAck)->payload[0], acknowledged);
-  }
+  EXPECT_EQ(TakeAcknowledged(), (std::vector<int>{0x05, 0x07, 0x04}));
   second->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.settings.codec, kCodecH264);
     EXPECT_EQ(record.settings.gopSize, 5);
