@@ -15,6 +15,7 @@
 #include "platform/file.h"
 #include "support/debug_topics.h"
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scripted_encoder.h"
@@ -67,22 +68,23 @@ class EncoderPipelineTest : public testing::Test {
     static const uint8_t kPicture[100 * 100 * 4] = {};
     pipeline_->EncodeFrame(kPicture, 100, 100, 400, ++pushed_);
   }
-  // Feeds frames until `condition` holds; a hang is ended by the test runner's time limit.
+  // Feeds frames until `condition` holds.
   template <typename Condition>
   void PushUntil(Condition condition) {
-    while (!condition()) {
+    ASSERT_TRUE(Eventually([&] {
+      if (condition()) return true;
       Push();
-      std::this_thread::yield();
-    }
+      return false;
+    }));
   }
   void PushUntilWidth(int32_t width) {
     PushUntil([&] { return pipeline_->GetEncoderWidth() == width; });
   }
   void AwaitCall(const std::string& call) {
-    while (script_->Count(call) == 0) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return script_->Count(call) != 0; })) << call;
   }
   void AwaitCsvLines(size_t count) {
-    while (CsvLines().size() < count) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return CsvLines().size() >= count; }));
   }
   std::vector<Output> Outputs() {
     MutexLock lock(mutex_);
@@ -235,7 +237,7 @@ TEST_F(EncoderPipelineTest, ReconfiguringInPlaceGivesUpACloneUnderConstruction) 
     });
     // It waits for the clone to be built, and nobody can see that: it gets the time for it. Should
     // it come later, the older wish was served before it, which is right as well.
-    while (!started) std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return started.load(); }));
     for (int i = 0; i < 200; ++i) std::this_thread::yield();
     gate.Open();
     newer.join();
@@ -344,7 +346,7 @@ TEST_F(EncoderPipelineTest, StopWaitsForACloneUnderConstruction) {
     };
   });
   pipeline_->RequestTransition(Sized(200, 160));
-  while (!inside) std::this_thread::yield();
+  EXPECT_TRUE(Eventually([&] { return inside.load(); }));
   Push();  // frames go on meanwhile
   EXPECT_EQ(Outputs().size(), 1U);
   std::thread release([&] { mayFinish = true; });

@@ -5,48 +5,14 @@
 #include <optional>
 #include <string>
 
-#include "platform/file.h"
-#include "platform/system.h"
-#include "session/host_interface.h"
 #include "support/clock.h"
+#include "tests/entry/host_entry_fixture.h"
 #include "tests/support/child.h"
-#include "tests/support/scratch.h"
-#include "tools/platform/module_loader.h"
+#include "tests/support/eventually.h"
 #include "tools/platform/this_process.h"
 
 namespace Veldrift {
 namespace {
-
-class HostEntry : public testing::Test {
- protected:
-  void SetUp() override {
-    const ScratchFolder& folder = Folder();
-    ForbidDiscovery(folder.Path());
-    const std::string home = PathText(folder.Path());
-    for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME", "LOCALAPPDATA", "APPDATA"}) {
-      SetEnvironment(name, home);
-    }
-    std::string error;
-    module = LoadModule(GetExecutablePath().parent_path() / "Veldrift.prm", error,
-                        {.roamingFolder = folder.Path(), .localFolder = folder.Path()});
-    ASSERT_TRUE(module) << error;
-    const auto entry =
-        reinterpret_cast<Host::EntryFunction>(module->FindSymbol(Host::kEntryExport));
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry(nullptr, 0, nullptr, &table), Host::kNoError);
-    EXPECT_EQ(table.Startup, nullptr) << "letting go fills nothing";
-    EXPECT_EQ(entry(nullptr, 1, nullptr, &table), Host::kNoError);
-  }
-
-  // One for all tests: the module stays loaded, and keeps the folder that it found first.
-  static const ScratchFolder& Folder() {
-    static const ScratchFolder folder;
-    return folder;
-  }
-
-  std::unique_ptr<LoadedModule> module;
-  Host::TransmitTable table{};
-};
 
 TEST_F(HostEntry, FillsEverySlot) {
   const auto* slots = reinterpret_cast<void* const*>(&table);
@@ -83,6 +49,26 @@ TEST_F(HostEntry, AnEmptySlotDoesNothing) {
   EXPECT_EQ(table.Unused16(), Host::kNoError);
   EXPECT_EQ(table.Shutdown(), Host::kNoError);
   EXPECT_EQ(table.CreateInstance(nullptr), Host::kErrorUnsupported);
+}
+
+// The host's preview may show the picture alone, or play the sound alone.
+TEST_F(HostEntry, AnInstanceRunsWhileTheHostWantsPictureOrSound) {
+  Host::InstanceRecord record{};
+  if (table.CreateInstance(&record) != Host::kNoError) GTEST_SKIP() << "no encoder here";
+  struct Row {
+    int32_t audio, video;
+    size_t starts, stops;  // from then on
+  };
+  const auto starts = [this] { return CountInModuleLog("transmit:INFO] Start()"); };
+  const auto stops = [this] { return CountInModuleLog("transmit:INFO] Stop()"); };
+  for (const Row& row : {Row{1, 0, 1, 0}, {0, 1, 1, 0}, {0, 0, 0, 1}, {0, 0, 0, 0}, {1, 1, 1, 0}}) {
+    const size_t startsBefore = starts(), stopsBefore = stops();
+    EXPECT_EQ(table.ActivateDeactivate(&record, row.audio, row.video), Host::kNoError);
+    EXPECT_EQ(starts() - startsBefore, row.starts) << row.audio << row.video;
+    EXPECT_EQ(stops() - stopsBefore, row.stops) << row.audio << row.video;
+  }
+  EXPECT_EQ(table.DisposeInstance(&record), Host::kNoError);
+  EXPECT_EQ(table.Shutdown(), Host::kNoError);
 }
 
 TEST_F(HostEntry, AnswersItsBooleanQueries) {
@@ -151,7 +137,7 @@ TEST_F(HostEntry, LoadedAndUnloadedTenTimesItLeavesNoThreadAndNoHandleBehind) {
     module.reset();
     if (round == 0) first = CountProcessResources();
   }
-  EXPECT_TRUE(Settles([&] {
+  EXPECT_TRUE(Eventually([&] {
     const ProcessResources now = CountProcessResources();
     return now.threads <= first.threads && now.handles <= first.handles;
   }));

@@ -96,7 +96,7 @@ TEST_F(NetworkTransportTest, NothingButPairingPassesUntilAPhoneHasPaired) {
   EXPECT_FALSE(SendByte(kAudioState));
   EXPECT_FALSE(SendMedia());
   EXPECT_EQ(transport.PeerAddressText(), "");
-  EXPECT_TRUE(transport.SendControl(kPairRejected, {}));
+  ASSERT_TRUE(transport.SendControl(kPairRejected, {}));
   EXPECT_EQ(phone.Next()->opcode, kPairRejected) << "and nothing before it";
   (void)shown->Take();
 
@@ -293,7 +293,10 @@ TEST_F(NetworkTransportTest, TheTransmitStateThatThePhoneIsLeftWithIsTheLatest) 
 }
 
 TEST_F(NetworkTransportTest, StopEndsTheConnectionAndMayBeRepeatedAndUndone) {
-  TestPhone phone = ConnectAndPair();
+  const std::string edge = "transmit: edge inactive → active";
+  instanceRunning = true;
+  TestPhone phone = ConnectAndPair();  // is told "active"
+  const size_t edges = CountInPluginLog(edge);
   transport.Stop();
   EXPECT_TRUE(phone.SeesTheEnd());
   EXPECT_FALSE(transport.PeerKnown());
@@ -301,6 +304,11 @@ TEST_F(NetworkTransportTest, StopEndsTheConnectionAndMayBeRepeatedAndUndone) {
   transport.Stop();
   transport.StartListening(0);
   ASSERT_TRUE(Eventually([&] { return transport.ListeningPort() != 0; }));
+  // Nobody has been told anything yet.
+  EXPECT_TRUE(Eventually([&] {
+    clock.Advance(100 * kNanosPerMilli);
+    return CountInPluginLog(edge) > edges;
+  }));
   TestPhone again = ConnectAndPair();
   EXPECT_TRUE(transport.PeerKnown());
 }

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/scratch.h"
 #include "tools/platform/this_process.h"
 
@@ -60,7 +61,7 @@ TEST(System, OpenFilesAndThreadsAreCounted) {
     EXPECT_EQ(CountProcessResources().handles, before.handles + 1);
     std::thread([&] { EXPECT_EQ(CountProcessResources().threads, before.threads + 1); }).join();
   }
-  EXPECT_TRUE(Settles([&] { return CountProcessResources() == before; }));
+  EXPECT_TRUE(Eventually([&] { return CountProcessResources() == before; }));
 }
 
 TEST(System, TheExecutableIsThisFile) {

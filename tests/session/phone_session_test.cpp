@@ -2,6 +2,7 @@
 #include <cstring>
 #include <utility>
 
+#include "session/engine_list.h"
 #include "tests/session/session_fixture.h"
 #include "tools/receiver/media_receiver.h"
 
@@ -11,6 +12,13 @@ namespace {
 class PhoneSession : public SessionFixture {
  protected:
   int RememberedGop() { return shared.GetClientSettings().gopMode; }
+  std::vector<int> TakeAcknowledged() {
+    std::vector<int> acknowledged;
+    for (const auto& [opcode, payload] : TakeTold()) {
+      if (opcode == kCommandAck) acknowledged.push_back(payload[0]);
+    }
+    return acknowledged;
+  }
   int IdrRequests() {
     return encoder->With([](EncoderRecord::Data& record) { return record.idrRequests; });
   }
@@ -26,7 +34,7 @@ TEST_F(PhoneSession, TheGreetingComesInOrderAndThenTheHostIsMadeToRender) {
   wanted.insert(wanted.end(), greeting.begin(), greeting.end());
   wanted.insert(wanted.end(), {kPlaybackState, kTransmitState});
   ConnectPhone();
-  EXPECT_EQ(OpcodesUpTo(kTransmitState), wanted);
+  EXPECT_EQ(OpcodesOf(MessagesUpTo(kTransmitState)), wanted);
   EXPECT_EQ(CountInPluginLog(nudge), 1U) << "once for both";
 }
 
@@ -35,22 +43,24 @@ TEST_F(PhoneSession, ASecondPhoneIsToldEverythingAnew) {
   StartSession();
   Command(kSetMaxResolution, {0x68, 0x01});  // nothing is replayed then
   Push(1280, 720);
-  ASSERT_TRUE(phone.NextOf(kEncoderInfo));
   const int requests = IdrRequests();
   instance->UpdateAudioPushState(true, false);
   clock.Advance(kNanosPerSecond);
 
   ConnectPhone();
-  EXPECT_EQ(phone.NextOf(kHostPlatform)->payload, std::string("\x01\x02"));
-  EXPECT_EQ(phone.NextOf(kAudioState)->payload, "\x01");
-  EXPECT_EQ(phone.NextOf(kEncoderEngineList)->payload.substr(1, 2), std::string("\x01\x08"));
-  EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, "\x11recording encoder");
-  EXPECT_EQ(phone.NextOf(kPlaybackState)->payload, "\x01");
-  EXPECT_EQ(phone.NextOf(kTransmitState)->payload, "\x01");
+  const std::vector<std::byte> list = EncodeEngineList(engines);
+  EXPECT_EQ(
+      MessagesUpTo(kTransmitState),
+      (Messages{{kHostPlatform, "\x01\x02"},
+                {kAudioState, "\x01"},
+                {kEncoderEngineList, {reinterpret_cast<const char*>(list.data()), list.size()}},
+                {kEncoderInfo, "\x11recording encoder"},
+                {kPlaybackState, "\x01"},
+                {kTransmitState, "\x01"}}));
   EXPECT_EQ(IdrRequests(), requests + 1);
   // The source is committed at once, since its size has long settled.
   Push(1280, 720);
-  EXPECT_EQ(OpcodesUpTo(kStreamInfo), (std::vector<int>{kSourceChanged, kStreamInfo}));
+  EXPECT_EQ(OpcodesOf(TakeTold()), (std::vector<int>{kSourceChanged, kStreamInfo}));
 }
 
 // Of the old phone's frames nothing, of this phone's everything: each instance's own replay.
@@ -91,31 +101,35 @@ TEST_F(PhoneSession, AnAnnouncementThatDidNotGoOutIsNotTakenForTold) {
   PipelineSeat seat({}, clock);
   seat.Seat(std::make_unique<RecordingEncoder>(encoder));
   StreamAnnouncer announcer(shared, seat);
-  const FrameGeometry source{1280, 720, 30};
+  seat.Current()->Configure(1280, 720, 1, 30);
   const auto announce = [&] {
-    announcer.ObserveSource(source, clock.NowNanos());
-    clock.Advance(kNanosPerSecond);
-    announcer.ObserveSource(source, clock.NowNanos());
+    for (int i = 0; i < 2; ++i) {
+      announcer.ObserveSource({1280, 720, 30}, clock.NowNanos());
+      clock.Advance(kNanosPerSecond);
+    }
+    announcer.SendEncoderInfoIfChanged();
+    return shared.PeerKnown() ? OpcodesOf(TakeTold()) : std::vector<int>();
   };
-  phone.Close();
-  ASSERT_TRUE(Eventually([&] { return !shared.PeerKnown(); }));
+  const auto leave = [this] {
+    phone.Close();
+    ASSERT_TRUE(Eventually([&] { return !shared.PeerKnown(); }));
+  };
+  leave();
   announce();
-  announcer.PromoteSource({640, 480, 30});  // committed all the same
-  seat.Current()->Configure(640, 480, 1, 30);
-  announcer.SendEncoderInfoIfChanged();
-
   PairPhone();
-  announce();
-  EXPECT_EQ(phone.NextOf(kSourceChanged)->payload.substr(0, 4), std::string("\x00\x05\xD0\x02", 4));
-  EXPECT_EQ(phone.NextOf(kStreamInfo)->payload.substr(0, 4), std::string("\x00\x05\xD0\x02", 4));
-  EXPECT_EQ(phone.NextOf(kEncoderInfo)->payload, "\x11recording encoder");
-  announce();  // known
-  shared.SendControlByte(kAudioState, 7);
-  EXPECT_EQ(phone.Next()->opcode, kAudioState);
+  EXPECT_EQ(announce(), (std::vector<int>{kSourceChanged, kStreamInfo, kEncoderInfo}));
+  EXPECT_EQ(announce(), std::vector<int>()) << "known";
+
+  leave();
+  announcer.PromoteSource({640, 480, 30});  // committed all the same
+  PairPhone();
+  announcer.SendStreamInfoIfReady();
+  EXPECT_EQ(OpcodesOf(TakeTold()), std::vector<int>{kStreamInfo});
 }
 
 TEST_F(PhoneSession, TheSetupWindowNeverSeesTheMarkForAnEmptyDescription) {
   StartSession();
+  EXPECT_TRUE(shared.GetEncoderStatus().valid) << "told behind the greeting";
   Command(kSetGopMode, {3});
   EXPECT_EQ(shared.GetEncoderStatus().description, "");
   Push(1280, 720);
@@ -138,19 +152,30 @@ TEST_F(PhoneSession, APausedHostsLastFrameIsShownToTheNextPhone) {
 
 TEST_F(PhoneSession, CommandsAreAcknowledgedAlsoWhenShortOrRetired) {
   StartSession();
-  const std::pair<uint8_t, std::vector<int>> commands[] = {
-      {kSetBitrate, {0, 0, 0, 0}}, {kSetAutoMode, {0, 0, 0, 0}},
-      {kSetGopMode, {}},           {kSetCodec, {1}},
-      {kSetMaxResolution, {0, 0}}, {kSetEncoderMode, {1, 250}},
-      {kSetHardFrameCap, {}},      {kAppTelemetry, {}},
-      {kSetEncoderEngine, {0}}};
-  for (const auto& [opcode, payload] : commands) Command(opcode, payload);
-  for (const int acknowledged : {0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}) {
-    const auto ack = phone.NextOf(kCommandAck);
-    ASSERT_TRUE(ack);
-    EXPECT_EQ(ack->payload[0], acknowledged);
+  for (const CommandRow& row : Commands()) Command(row.opcode, {});
+  EXPECT_EQ(TakeAcknowledged(), (std::vector<int>{0x02, 0x04, 0x05, 0x07, 0x08, 0x0B, 0x13}));
+  const char* const retired[] = {"0x02 (SetBitrate)",
+                                 "0x0A (SetAutoMode)",
+                                 "0x0B (SetHardFrameCap)",
+                                 "0x0C (SetCongestionController)",
+                                 "0x10 (SetPlaybackPrefer)",
+                                 "0x11",
+                                 "0x12",
+                                 "0x14",
+                                 "0x15",
+                                 "0x19"};
+  for (const char* name : retired) {
+    const std::string line = std::string("control: retired opcode ") + name + " — ignored";
+    EXPECT_EQ(CountInPluginLog(line), 1U) << line;
   }
-  EXPECT_EQ(RememberedGop(), -1);
+  EXPECT_EQ(CountInPluginLog("control: retired opcode"), std::size(retired));
+  EXPECT_EQ(RememberedGop(), -1) << "too short to say one";
+}
+
+TEST_F(PhoneSession, SettingsAreRememberedWithinTheirBounds) {
+  StartSession();
+  Command(kSetCodec, {1});
+  Command(kSetEncoderMode, {1, 250});
   const ClientSettings settings = shared.GetClientSettings();
   EXPECT_EQ(settings.codec, 1);
   EXPECT_EQ(settings.encoderMode, 1);
@@ -249,14 +274,12 @@ TEST_F(PhoneSession, ASecondInstanceGetsTheRememberedSettings) {
   Command(kSetMaxResolution, {0xD0, 0x02});
   Command(kSetGopMode, {1});
   Command(kSetEncoderMode, {2, 50});  // VBR is not replayed
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(phone.NextOf(kCommandAck));
+  TakeTold();
   const auto second = std::make_shared<EncoderRecord>();
   SessionServices services = Services();
   services.createDefaultEncoder = [&] { return std::make_unique<RecordingEncoder>(second); };
   TransmitInstance other(FakeHost::Suites(), std::move(services));
-  for (const int acknowledged : {0x05, 0x07, 0x04}) {
-    EXPECT_EQ(phone.NextOf(kCommandAck)->payload[0], acknowledged);
-  }
+  EXPECT_EQ(TakeAcknowledged(), (std::vector<int>{0x05, 0x07, 0x04}));
   second->With([](EncoderRecord::Data& record) {
     EXPECT_EQ(record.settings.codec, kCodecH264);
     EXPECT_EQ(record.settings.gopSize, 5);
@@ -298,8 +321,9 @@ TEST_F(PhoneSession, PushedSoundArrivesAsBlocksOnTheInstancesTimeline) {
   const float* const channels[] = {left, nullptr};
   const Host::AudioBlock pushed{channels, 2, 2};
   instance->PushAudio(&pushed);
-  while (!arrived) std::this_thread::yield();
+  const bool came = Eventually([&] { return arrived.load(); });
   receiver.Stop();
+  ASSERT_TRUE(came);
   const float wanted[] = {0.5F, 0, -0.5F, 0};
   ASSERT_EQ(block.data.size(), kAudioHeadBytes + sizeof wanted);
   EXPECT_EQ(ParseAudioHead(block.data)->sampleRate, 44'100U);

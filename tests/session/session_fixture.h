@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "net/control_protocol.h"
@@ -171,13 +172,35 @@ class SessionFixture : public testing::Test {
     return headers;
   }
 
-  // The opcodes that have come, up to and including `last`.
-  std::vector<int> OpcodesUpTo(uint8_t last) {
-    std::vector<int> opcodes;
+  // Opcodes and payloads that the phone has got, up to and including `last`.
+  using Messages = std::vector<std::pair<int, std::string>>;
+  Messages MessagesUpTo(uint8_t last) {
+    Messages messages;
     while (const auto message = phone.Next()) {
-      opcodes.push_back(message->opcode);
+      messages.emplace_back(message->opcode, message->payload);
       if (message->opcode == last) break;
     }
+    return messages;
+  }
+  // All that it has been told until now and hasn't read yet.
+  Messages TakeTold() {
+    // Nobody else says this to a phone that has paired.
+    shared.SendControl(kPairChallenge, {});
+    Messages messages = MessagesUpTo(kPairChallenge);
+    if (!messages.empty()) messages.pop_back();
+    return messages;
+  }
+  // What it has been told in messages of a byte, as digits.
+  std::string ToldBytes(uint8_t opcode) {
+    std::string digits;
+    for (const auto& [told, payload] : TakeTold()) {
+      if (told == opcode) digits += char('0' + payload[0]);
+    }
+    return digits;
+  }
+  static std::vector<int> OpcodesOf(const Messages& messages) {
+    std::vector<int> opcodes;
+    for (const auto& [opcode, payload] : messages) opcodes.push_back(opcode);
     return opcodes;
   }
 

@@ -2,7 +2,6 @@
 
 #include "platform/file.h"
 #include "platform/system.h"
-#include "support/clock.h"
 #include "tools/platform/this_process.h"
 
 namespace Veldrift {
@@ -27,16 +26,6 @@ std::filesystem::path ChildFolder() {
 
 std::vector<std::string> ChildArguments(const std::string& test) {
   return {"--gtest_filter=" + test, "--gtest_also_run_disabled_tests", "--gtest_brief=1"};
-}
-
-bool Settles(const std::function<bool()>& holds) {
-  constexpr int64_t kPatienceNanos = 10 * kNanosPerSecond;
-  const int64_t deadline = SteadyNanos() + kPatienceNanos;
-  while (!holds()) {
-    if (SteadyNanos() > deadline) return false;
-    SystemClock().SleepFor(kNanosPerMilli);
-  }
-  return true;
 }
 
 ScopedEnvironment::ScopedEnvironment(const char* name, const std::optional<std::string>& value)

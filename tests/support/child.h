@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -20,9 +19,6 @@ std::filesystem::path ChildFolder();
 
 // The arguments that make this program run that one test.
 std::vector<std::string> ChildArguments(const std::string& test);
-
-// Asks until `holds`, for as long as the system may take to tidy up behind a thread.
-bool Settles(const std::function<bool()>& holds);
 
 // Sets an environment variable for a scope.
 class ScopedEnvironment {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "encoder/annex_b.h"
 #include "encoder/hardware_encoder.h"
 #include "platform/mutex.h"
+#include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 
 namespace Veldrift {
@@ -57,13 +59,10 @@ class EncoderContract : public testing::TestWithParam<EncoderUnderTest> {
     }
     // Waits for the first `count` units, which may come late.
     std::vector<Unit> Await(size_t count) {
-      while (true) {
-        {
-          MutexLock lock(mutex_);
-          if (units_.size() >= count) return units_;
-        }
-        std::this_thread::yield();
-      }
+      EXPECT_TRUE(Eventually([&] { return Count() >= count; })) << Count() << " of " << count;
+      MutexLock lock(mutex_);
+      units_.resize(std::max(units_.size(), count));  // so that a failed test may go on
+      return units_;
     }
     size_t Count() {
       MutexLock lock(mutex_);
@@ -113,7 +112,7 @@ class EncoderContract : public testing::TestWithParam<EncoderUnderTest> {
       returned = true;
     });
     // One that doesn't wait gets the time to show it; one that does loses nothing.
-    while (!started) std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return started.load(); }));
     for (int i = 0; i < 200 && !returned; ++i) std::this_thread::yield();
     EXPECT_FALSE(returned);
     gate_.Open();
@@ -179,7 +178,7 @@ TEST_P(EncoderContract, ASwapMayHappenFromTheFirstKeyFrameOfAConfigurationOn) {
     EXPECT_FALSE(encoder_->HasEmittedKeyframe());
     Push(round);
     output_.Await(size_t(round) + 1);
-    while (!encoder_->HasEmittedKeyframe()) std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return encoder_->HasEmittedKeyframe(); }));
     EXPECT_TRUE(output_.Await(size_t(round) + 1).back().keyFrame);
     ASSERT_TRUE(encoder_->Configure(kSide, kSide, 2'000'000, 30));
   }
@@ -326,7 +325,7 @@ TEST_P(EncoderContract, TheCallbackMayAskBack) {
   });
   for (int64_t frame = 0; frame < 4; ++frame) {
     Push(frame);
-    while (calls <= frame) std::this_thread::yield();
+    ASSERT_TRUE(Eventually([&] { return calls > frame; }));
   }
 }
 

@@ -35,8 +35,9 @@ ScratchHome::~ScratchHome() {
 
 std::string ReadPluginLog() { return ReadWholeFile(GetPluginLogPath()).value_or(""); }
 
-size_t CountInPluginLog(const std::string& text) {
-  const std::string log = ReadPluginLog();
+size_t CountInPluginLog(const std::string& text) { return CountIn(ReadPluginLog(), text); }
+
+size_t CountIn(const std::string& log, const std::string& text) {
   size_t count = 0;
   for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
   return count;

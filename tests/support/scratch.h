@@ -44,5 +44,6 @@ class ScratchHome {
 // binary is); and how often `text` stands in it.
 std::string ReadPluginLog();
 size_t CountInPluginLog(const std::string& text);
+size_t CountIn(const std::string& log, const std::string& text);
 
 }  // namespace Veldrift

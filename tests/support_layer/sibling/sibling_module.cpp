@@ -11,6 +11,7 @@ Veldrift::ControlBridge table;
 int32_t Invoke(int32_t operation) {
   ++sibling.calls;
   sibling.lastOperation = operation;
+  if (sibling.inside != nullptr) sibling.inside();
   return sibling.status;
 }
 
