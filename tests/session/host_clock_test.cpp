@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/eventually.h"
+#include "tests/support/gate.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scratch.h"
 
@@ -123,6 +124,30 @@ TEST_F(HostClockTest, DestroyedFromItsOwnCallbackItLeavesNothingRunning) {
   time.Advance(10 * kFrame);
   HostClock next(claim, time);  // joins what is left
   EXPECT_EQ(callbacks, 1);
+}
+
+TEST_F(HostClockTest, StopWaitsForTheCallbackThatIsUnderWay) {
+  Gate gate;
+  gate.Shut();
+  std::atomic<bool> finished{false}, stopped{false}, finishedBefore{false};
+  duringCallback = [&] {
+    gate.Pass();
+    finished = true;
+  };
+  ASSERT_EQ(Start(), HostClock::StartResult::Started);
+  time.Advance(kFrame);
+  gate.AwaitSomebody();
+  std::thread stopper([&] {
+    clock->Stop();
+    finishedBefore = finished.load();
+    stopped = true;
+  });
+  EXPECT_TRUE(Eventually([] { return CountInPluginLog("playback state -> 0") == 1; }));
+  // One that doesn't wait gets the time to show it.
+  for (int i = 0; i < 200 && !stopped; ++i) std::this_thread::yield();
+  gate.Open();
+  stopper.join();
+  EXPECT_TRUE(finishedBefore);
 }
 
 // The host holds a lock around its call to stop which its callback wants.
