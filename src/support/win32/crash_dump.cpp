@@ -82,6 +82,7 @@ Dumper* dumper = nullptr;
 
 DWORD WINAPI WriteWhenWanted(void* context) {
   Dumper& self = *static_cast<Dumper*>(context);
+  SetEvent(self.done.Get());
   while (WaitForSingleObject(self.wanted.Get(), INFINITE) == WAIT_OBJECT_0) {
     Write(self.crash);
     SetEvent(self.done.Get());
@@ -89,13 +90,17 @@ DWORD WINAPI WriteWhenWanted(void* context) {
   return 0;
 }
 
+// Waits until the thread runs: a dump stops all other threads, and one that is still being started
+// may hold the loader's lock, which the dump needs.
 void StartDumper() {
+  constexpr DWORD kMostMillis = 5'000;
   auto* const made = new Dumper;
   if (made->wanted && made->done) {
     made->thread = Handle(CreateThread(nullptr, kDumperStackBytes, WriteWhenWanted, made,
                                        STACK_SIZE_PARAM_IS_A_RESERVATION, &made->number));
   }
   if (made->thread) {
+    WaitForSingleObject(made->done.Get(), kMostMillis);
     dumper = made;
   } else {
     delete made;
@@ -139,6 +144,7 @@ void WriteCrashDump(EXCEPTION_POINTERS* exception) { Write({exception, GetCurren
 // Without the thread, which only the process's end takes away, there is no dump.
 void WriteCrashDumpElsewhere(EXCEPTION_POINTERS* exception) {
   if (dumper == nullptr) return;
+  ResetEvent(dumper->done.Get());
   dumper->crash = {exception, GetCurrentThreadId()};
   SetEvent(dumper->wanted.Get());
   const HANDLE either[] = {dumper->done.Get(), dumper->thread.Get()};
