@@ -59,8 +59,8 @@ TEST_F(HostEntry, AnInstanceRunsWhileTheHostWantsPictureOrSound) {
     int32_t audio, video;
     size_t starts, stops;  // from then on
   };
-  const auto starts = [this] { return CountInModuleLog("transmit:INFO] Start()"); };
-  const auto stops = [this] { return CountInModuleLog("transmit:INFO] Stop()"); };
+  const auto starts = [] { return CountInModuleLog("transmit:INFO] Start()"); };
+  const auto stops = [] { return CountInModuleLog("transmit:INFO] Stop()"); };
   for (const Row& row : {Row{1, 0, 1, 0}, {0, 1, 1, 0}, {0, 0, 0, 1}, {0, 0, 0, 0}, {1, 1, 1, 0}}) {
     const size_t startsBefore = starts(), stopsBefore = stops();
     EXPECT_EQ(table.ActivateDeactivate(&record, row.audio, row.video), Host::kNoError);
