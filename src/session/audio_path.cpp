@@ -50,6 +50,8 @@ class AudioPath::Puller final : public IClockListener {
   Puller(AudioPath& path, const Host::AudioSuite* suite, int32_t playID)
       : path_(path), suite_(suite), playID_(playID) {}
 
+  void OnStart() override { path_.audioPushSeen_ = false; }
+
   void OnTick(int64_t elapsedNanos, int64_t playedNanos) override {
     if (playedNanos >= kSilenceNanos) path_.NoticeSilence();
     if (suite_ == nullptr || playID_ == 0) return;
@@ -116,7 +118,6 @@ void AudioPath::PushAudio(const Host::AudioBlock* block) {
 
 std::unique_ptr<IClockListener> AudioPath::MakePuller(const Host::AudioSuite* suite,
                                                       int32_t playID) {
-  audioPushSeen_ = false;
   return std::make_unique<Puller>(*this, suite, playID);
 }
 

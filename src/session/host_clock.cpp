@@ -160,6 +160,7 @@ HostClock::StartResult HostClock::Start(const Host::ClockRecord& record, int64_t
   Leftovers::Get().JoinThoseThatHaveEnded();
   MutexLock lock(mutex_);
   if (current_) return StartResult::NotStarted;
+  if (listener) listener->OnStart();
   const auto run = std::make_shared<Run>(record, ticksPerSecond, fps, std::move(listener), clock_);
   // Before the thread: its first callback may stop the clock again.
   const bool claimed = claim_.Take();

@@ -17,6 +17,8 @@ namespace Veldrift {
 class IClockListener {
  public:
   virtual ~IClockListener() = default;
+  // Once, before the first tick, and only if the clock starts. On the starter's thread.
+  virtual void OnStart() = 0;
   // Behind the host's own tick. `elapsedNanos` since the last tick, `playedNanos` since the start.
   virtual void OnTick(int64_t elapsedNanos, int64_t playedNanos) = 0;
 };

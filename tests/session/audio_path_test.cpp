@@ -86,6 +86,20 @@ TEST_F(AudioPathTest, SilenceIsToldOnceAndEndsWithTheFirstSound) {
   instance->StopClock();
 }
 
+// The second start is none: the sound that has come since the first is not forgotten.
+TEST_F(AudioPathTest, ASecondStartOfARunningClockMakesNoSilence) {
+  StartSession();
+  HoldMedia();
+  StartClock(0);
+  PassFrame();
+  PushSamples();
+  StartClock(0);
+  PassFrame(2 * kNanosPerSecond);
+  PassFrame();
+  EXPECT_EQ(CountInPluginLog("SetAudioOutputEnabled: 0"), 0U);
+  instance->StopClock();
+}
+
 // To the sample, after any number of ticks at any distance: else the content falls behind the
 // picture.
 TEST_F(AudioPathTest, PullingAsksForAllTheSamplesThatHaveBecomeDue) {
