@@ -52,19 +52,19 @@ class AudioPath::Puller final : public IClockListener {
 
   void OnStart() override { path_.audioPushSeen_ = false; }
 
-  void OnTick(int64_t elapsedNanos, int64_t playedNanos) override {
-    if (playedNanos >= kSilenceNanos) path_.NoticeSilence();
+  void OnTick(const ClockTick& tick) override {
+    if (tick.playedNanos >= kSilenceNanos) path_.NoticeSilence();
     if (suite_ == nullptr || playID_ == 0) return;
     if (path_.pushAudioActive_) {
       owed_ = 0;  // the host hands out this time's sound by itself
       return;
     }
-    Pull(elapsedNanos, path_.audioSampleRate_);
+    Pull(tick, path_.audioSampleRate_);
   }
 
  private:
-  void Pull(int64_t elapsedNanos, uint32_t rate) {
-    owed_ += std::min(elapsedNanos, kMostOwedNanos) * rate;
+  void Pull(const ClockTick& tick, uint32_t rate) {
+    owed_ += std::min(tick.elapsedNanos, kMostOwedNanos) * rate;
     owed_ = std::min(owed_, kMostOwedNanos * rate);
     const auto samples = uint32_t(owed_ / kNanosPerSecond);
     if (samples == 0) return;
@@ -80,10 +80,11 @@ class AudioPath::Puller final : public IClockListener {
       return;  // owed until the host has it
     }
     owed_ -= int64_t{samples} * kNanosPerSecond;
-    // Their time has passed; the first of them was due when the last tick's ended.
+    // Their time has passed; the first of them was due when the last tick's ended. How long the
+    // host takes to answer moves none of them.
     const int64_t lasts = int64_t{samples} * (kNanosPerSecond / kNanosPerMicro) / rate;
     path_.SendAudioSamples(buffers.data(), samples, kPulledChannels,
-                           std::max<int64_t>(path_.state_.ElapsedMicros() - lasts, 0));
+                           std::max<int64_t>(path_.state_.MicrosAt(tick.nowNanos) - lasts, 0));
     const uint64_t pull = pulls_++;
     if (pull % kLogEvery == 0) {
       PluginLog(kLog, kLogDebug, "[dx] pull audio #%llu: samples=%u rate=%u",

@@ -65,7 +65,9 @@ class HostClock::Run {
     int64_t next = startNanos_ + periodNanos_;
     while (WaitForTick(next)) {
       const int64_t now = clock_.NowNanos();
-      RunGuarded(kLog, "a tick of the audio clock", [&] { Tick(now - last, now - startNanos_); });
+      RunGuarded(kLog, "a tick of the audio clock", [&] {
+        Tick({now, now - last, now - startNanos_});
+      });
       last = now;
       // Places on the grid that have gone by, in a sleep of the machine or a slow callback, are
       // left out: this tick has told of all the time.
@@ -73,11 +75,12 @@ class HostClock::Run {
     }
   }
 
-  void Tick(int64_t elapsedNanos, int64_t playedNanos) {
-    const double ticks = double(ticksPerSecond_) * double(elapsedNanos) / double(kNanosPerSecond);
+  void Tick(const ClockTick& tick) {
+    const double ticks =
+        double(ticksPerSecond_) * double(tick.elapsedNanos) / double(kNanosPerSecond);
     record_.callback(record_.callbackData, int64_t(ticks));
     // The callback may have stopped the clock: the listener's instance is on its way out then.
-    if (listener_ && Going()) listener_->OnTick(elapsedNanos, playedNanos);
+    if (listener_ && Going()) listener_->OnTick(tick);
   }
 
   bool Going() {

@@ -13,14 +13,21 @@
 
 namespace Veldrift {
 
+// One tick of the clock.
+struct ClockTick {
+  int64_t nowNanos = 0;      // the clock's reading, before anybody was told
+  int64_t elapsedNanos = 0;  // since the last tick
+  int64_t playedNanos = 0;   // since the start
+};
+
 // Goes by the clock of one playback, from its start to its end. Threads: the clock's.
 class IClockListener {
  public:
   virtual ~IClockListener() = default;
   // Once, before the first tick, and only if the clock starts. On the starter's thread.
   virtual void OnStart() = 0;
-  // Behind the host's own tick. `elapsedNanos` since the last tick, `playedNanos` since the start.
-  virtual void OnTick(int64_t elapsedNanos, int64_t playedNanos) = 0;
+  // Behind the host's own tick, which may have taken its time.
+  virtual void OnTick(const ClockTick& tick) = 0;
 };
 
 // Ticks stand on a fixed grid, a frame apart: a late one doesn't move those behind it. What one

@@ -15,7 +15,9 @@ struct SessionState {
       : clock(steadyClock), epochNanos(steadyClock.NowNanos()) {}
 
   // The timeline that picture and sound share: microseconds since the instance's creation.
-  int64_t ElapsedMicros() const { return (clock.NowNanos() - epochNanos) / kNanosPerMicro; }
+  int64_t ElapsedMicros() const { return MicrosAt(clock.NowNanos()); }
+  // The same for a reading of the clock.
+  int64_t MicrosAt(int64_t nowNanos) const { return (nowNanos - epochNanos) / kNanosPerMicro; }
 
   Clock& clock;
   const int64_t epochNanos;

@@ -21,16 +21,20 @@ struct HostSide {
   static inline std::atomic<int32_t> playID{0};
   static inline std::atomic<int64_t> samples{0};  // handed out so far
   static inline std::atomic<Host::Error> answer{Host::kNoError};
+  static inline std::atomic<ManualClock*> slow{
+      nullptr};  // moved on by answers that take longer and longer
 
   static void Reset() {
     ticked = pulls = 0;
     samples = 0;
     answer = Host::kNoError;
+    slow = nullptr;
   }
   static void Tick(void*, int64_t) { ++ticked; }
   static Host::Error Pull(int32_t id, int64_t start, float** buffers, uint32_t count) {
     EXPECT_EQ(start, 0);
     playID = id;
+    if (ManualClock* const clock = slow) clock->Advance(pulls * 5 * kNanosPerMilli);
     ++pulls;
     if (answer < 0) return answer;
     for (int channel = 0; channel < 2; ++channel) std::fill_n(buffers[channel], count, 0.25F);
@@ -132,18 +136,23 @@ TEST_F(AudioPathTest, PulledSoundStandsWhereItsFirstSampleBelongs) {
   StartSession();
   HoldMedia();
   const int64_t start = shared.GetClock().NowNanos();
+  HostSide::slow = &clock;
   StartClock(7);
-  for (int i = 0; i < 3 && !HasFatalFailure(); ++i) PassFrame();
-  ASSERT_TRUE(Eventually([&] { return HostSide::pulls == 3; }));
+  for (int i = 1; i <= 3 && !HasFatalFailure(); ++i) {
+    PassFrame();
+    ASSERT_TRUE(Eventually([&] { return HostSide::pulls == i; }));
+  }
   instance->StopClock();
   const std::vector<DatagramHeader> sent = ReleaseMedia();
   ASSERT_FALSE(sent.empty());
   // The pacer keeps the last blocks; each begins where the one before it ends.
+  constexpr uint32_t kStarts[] = {0, 33'333, 66'666};
   const int64_t micros = (clock.NowNanos() - start) / kNanosPerMicro;
-  const uint32_t origin = sent.front().timestamp - uint32_t(sent.front().frameNumber * 33'333);
+  const uint32_t origin = sent.front().timestamp - kStarts[sent.front().frameNumber];
   for (const DatagramHeader& datagram : sent) {
     const auto at = int64_t(datagram.timestamp - origin);
-    EXPECT_NEAR(double(at), datagram.frameNumber * 33'333.0, 50);
+    ASSERT_LT(datagram.frameNumber, std::size(kStarts));
+    EXPECT_NEAR(double(at), kStarts[datagram.frameNumber], 50);
     EXPECT_LT(at, micros - 33'000);
   }
 }

@@ -25,9 +25,7 @@ constexpr int64_t kFrame = kNanosPerSecond / kFps;
 struct Listener final : IClockListener {
   explicit Listener(std::function<void(int64_t, int64_t)> onTick) : tick(std::move(onTick)) {}
   void OnStart() override {}
-  void OnTick(int64_t elapsedNanos, int64_t playedNanos) override {
-    tick(elapsedNanos, playedNanos);
-  }
+  void OnTick(const ClockTick& now) override { tick(now.elapsedNanos, now.playedNanos); }
   std::function<void(int64_t, int64_t)> tick;
 };
 
