@@ -40,6 +40,10 @@ struct HardwareSeen {
   bool Any() const { return nvidia || intel || amd || other; }
 };
 
+// Which family a vendor's text stands for, such as "VEN_10DE&DEV_2204": the PCI id of the maker is
+// looked for in it, in any case. An empty text is no hardware.
+void NoteVendor(std::string_view vendor, HardwareSeen& seen);
+
 // A row for each family that can be chosen, and the software row, whose note is `softwareNote` if
 // there is hardware of any kind, and a warning else.
 std::vector<EngineEntry> EngineRows(const HardwareSeen& offered, const HardwareSeen& seen,
@@ -53,5 +57,12 @@ std::string NormaliseEngineId(std::string_view id);
 
 // "software", or "sw" as some phones say.
 bool IsSoftwareEngine(std::string_view engineId);
+
+// The id names an engine, so that only encoders of that family should do. "auto" doesn't, nor does
+// an id that nobody knows.
+bool IsExplicitEngine(std::string_view engineId);
+
+// An encoder whose hardware has this vendor's text, empty for software, belongs to the engine.
+bool EngineMatches(std::string_view vendor, std::string_view engineId);
 
 }  // namespace Veldrift

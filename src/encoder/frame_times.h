@@ -25,8 +25,9 @@ class FrameTimes {
     for (const Entry& entry : entries_) {
       if (entry.codecTime == codecTime) return entry.given;
     }
-    return entries_[newest_].given;
+    return Newest();
   }
+  uint64_t Newest() const { return entries_[newest_].given; }
 
  private:
   struct Entry {

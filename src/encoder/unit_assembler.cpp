@@ -36,11 +36,12 @@ void DescribeNowAndThen(ByteSpan unit, bool marked, bool found, int32_t codec) {
 
 void UnitAssembler::ReadHeader(ByteSpan header) {
   parameterSets_ = ParameterSetsFromHeader(header, codec_);
+  setsBesideStream_ = !parameterSets_.empty();
 }
 
 // What the codec did is looked at, not trusted: sets that it repeats are the newest, and are there.
 ByteSpan UnitAssembler::SetsFor(ByteSpan data) {
-  if (source_ == SetsFrom::Header) return parameterSets_;
+  if (setsBesideStream_) return parameterSets_;
   std::vector<uint8_t> own = FindParameterSets(data, codec_);
   if (own.empty()) return parameterSets_;
   parameterSets_ = std::move(own);

@@ -12,17 +12,16 @@ namespace Veldrift {
 // Belongs to one opened codec: what that gives is read by the codec id that it was opened with,
 // whatever has been chosen since.
 //
+// Sets that the codec gives beside the stream go in front of every key frame. From one that gives
+// none there they are learned from its key frames, and go in front of those that lack them.
+//
 // Threads: one at a time.
 class UnitAssembler {
  public:
-  // Header: the sets were read beside the stream and go in front of every key frame.
-  // Stream: the codec repeats its sets; they go in front of a key frame that lacks them.
-  enum class SetsFrom { Header, Stream };
-
-  UnitAssembler(int32_t codec, SetsFrom source) : codec_(codec), source_(source) {}
+  explicit UnitAssembler(int32_t codec) : codec_(codec) {}
 
   // Takes the sets from what the encoder gives beside the stream (ParameterSetsFromHeader), in
-  // place of those before. They can change while the codec runs.
+  // place of those before. They can change while the codec runs. An empty header has none.
   void ReadHeader(ByteSpan header);
 
   // Makes `data`, units behind start codes or lengths, an access unit; `marked` is the codec's own
@@ -39,7 +38,7 @@ class UnitAssembler {
   ByteSpan SetsFor(ByteSpan data);
 
   const int32_t codec_;
-  const SetsFrom source_;
+  bool setsBesideStream_ = false;
   std::vector<uint8_t> parameterSets_;
 };
 

@@ -4,6 +4,7 @@
 #include "tests/support/late_encoder.h"
 #include "tests/support/scripted_backend.h"
 #include "tests/support/scripted_encoder.h"
+#include "tests/support/scripted_transform.h"
 
 namespace Veldrift {
 namespace {
@@ -19,6 +20,21 @@ EncoderUnderTest Shell(const std::string& name, int32_t codec, bool asynchronous
   shell.codec = codec;
   shell.ownThread = asynchronous;
   return shell;
+}
+
+EncoderUnderTest Transform(const std::string& name, int32_t codec, bool asynchronous) {
+  EncoderUnderTest encoder;
+  encoder.name = name;
+  encoder.make = [asynchronous] {
+    const auto script = std::make_shared<TransformScript>();
+    script->Change([&](auto& now) {
+      now.transforms[0].asynchronous = now.transforms[0].sendsEvents = asynchronous;
+    });
+    return MakeTransformEncoder(script);
+  };
+  encoder.codec = codec;
+  encoder.ownThread = encoder.dropsLate = asynchronous;
+  return encoder;
 }
 
 EncoderUnderTest Scripted() {
@@ -44,6 +60,12 @@ INSTANTIATE_TEST_SUITE_P(Shell, EncoderContract,
                          testing::Values(Shell("Hevc", kCodecHevc, false),
                                          Shell("H264", kCodecH264, false),
                                          Shell("OwnThread", kCodecHevc, true)),
+                         EncoderContract::Name);
+INSTANTIATE_TEST_SUITE_P(Transform, EncoderContract,
+                         testing::Values(Transform("Hevc", kCodecHevc, false),
+                                         Transform("H264", kCodecH264, false),
+                                         Transform("AsyncHevc", kCodecHevc, true),
+                                         Transform("AsyncH264", kCodecH264, true)),
                          EncoderContract::Name);
 INSTANTIATE_TEST_SUITE_P(Doubles, EncoderContract, testing::Values(Scripted(), Late()),
                          EncoderContract::Name);

@@ -11,7 +11,6 @@ namespace Veldrift {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-using SetsFrom = UnitAssembler::SetsFrom;
 
 const Bytes kSets = {0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x68, 2};
 
@@ -38,7 +37,7 @@ TEST(UnitAssembler, SetsStandInFrontOfKeyFramesOnly) {
       {{0xFF, 0xFF, 0xFF, 0xFF}, true, true, kSets},  // nothing could be read
       {{0xFF, 0xFF, 0xFF, 0xFF}, false, false, {}},
   };
-  UnitAssembler assembler(kCodecH264, SetsFrom::Header);
+  UnitAssembler assembler(kCodecH264);
   assembler.ReadHeader(kSets);
   EncodedUnit unit;  // its memory is used again
   for (const Case& c : cases) {
@@ -51,7 +50,7 @@ TEST(UnitAssembler, SetsStandInFrontOfKeyFramesOnly) {
 TEST(UnitAssembler, AStreamThatBringsItsSetsGetsThemWhereTheyLack) {
   const Bytes own = {0, 0, 0, 1, 0x67, 3, 0, 0, 0, 1, 0x68, 4};
   const Bytes idr = {0, 0, 0, 1, 0x65, 2};
-  UnitAssembler assembler(kCodecH264, SetsFrom::Stream);
+  UnitAssembler assembler(kCodecH264);
   EncodedUnit unit;
   assembler.Assemble(own + idr, true, unit);
   EXPECT_EQ(unit.data, own + idr);
@@ -63,14 +62,14 @@ TEST(UnitAssembler, AStreamThatBringsItsSetsGetsThemWhereTheyLack) {
 TEST(UnitAssembler, ReadsByTheCodecThatItWasMadeFor) {
   const Bytes slice = {0, 0, 1, 0x21, 2};
   EncodedUnit unit;
-  UnitAssembler(kCodecH264, SetsFrom::Header).Assemble(slice, false, unit);
+  UnitAssembler(kCodecH264).Assemble(slice, false, unit);
   EXPECT_FALSE(unit.keyFrame);
-  UnitAssembler(kCodecHevc, SetsFrom::Header).Assemble(slice, false, unit);
+  UnitAssembler(kCodecHevc).Assemble(slice, false, unit);
   EXPECT_TRUE(unit.keyFrame);
 }
 
 TEST(UnitAssembler, DescribesOneUnitIn25AsTheCodecGaveIt) {
-  UnitAssembler assembler(kCodecH264, SetsFrom::Header);
+  UnitAssembler assembler(kCodecH264);
   assembler.ReadHeader(kSets);
   Bytes idr = {0, 0, 0, 1, 0x65};
   idr.resize(20, 0xAB);

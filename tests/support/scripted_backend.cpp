@@ -51,9 +51,7 @@ const Bytes kHevcSets = {0, 0, 0, 1, 0x40, 1, 0, 0, 0, 1, 0x42, 1, 0, 0, 0, 1, 0
 // The stream that is open: what units are made with.
 struct Stream {
   Stream(int32_t codecId, std::shared_ptr<OutputPort> outputPort)
-      : codec(codecId),
-        port(std::move(outputPort)),
-        assembler(codecId, UnitAssembler::SetsFrom::Header) {
+      : codec(codecId), port(std::move(outputPort)), assembler(codecId) {
     assembler.ReadHeader(codec == kCodecH264 ? kAvcSets : kHevcSets);
   }
   void Post(const FrameOrder& order) {

@@ -158,7 +158,7 @@ AvCodecSession::AvCodecSession(const CodecConfig& config, AvContextPtr context)
       context_(std::move(context)),
       log_(context_.get()),
       packet_(av_packet_alloc()),
-      assembler_(config.codec, UnitAssembler::SetsFrom::Stream) {}
+      assembler_(config.codec) {}
 
 // A codec sums up in its log as it goes.
 AvCodecSession::~AvCodecSession() { context_.reset(); }
