@@ -39,11 +39,15 @@ else()
   target_link_libraries(vd_block_code INTERFACE ${CM256CC_LIBRARY})
 endif()
 
-# On Linux H.264 and HEVC for the module; containers, scaling and sound besides for the tools.
+# The module's encoders, on Linux those of libavcodec; containers, scaling and sound besides for the
+# tools.
 set(VD_ENCODER_LIBS)
 set(VD_MEDIA_LIBS)
 set(VD_RESPONDER_LIBS)
-if(NOT WIN32)
+if(WIN32)
+  # Identifiers, and what every Windows has: the media layer and Direct3D are loaded at run time.
+  set(VD_ENCODER_LIBS mfuuid strmiids dxguid uuid ole32 oleaut32)
+else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(AVCODEC REQUIRED IMPORTED_TARGET libavcodec libavutil)
   pkg_check_modules(AVMEDIA REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale

@@ -1,32 +1,20 @@
 #include "platform/win32/dns_api.h"
 
+#include "platform/win32/system_library.h"
+
 namespace Veldrift {
-namespace {
-
-template <typename Function>
-bool Find(HMODULE library, const char* name, Function& function, std::string& error) {
-  function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-  if (function == nullptr) error = std::string("dnsapi.dll has no ") + name;
-  return function != nullptr;
-}
-
-}  // namespace
 
 std::optional<DnsApi> FindDnsApi(std::string& error) {
-  const HMODULE library = LoadLibraryExW(L"dnsapi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-  if (library == nullptr) {
-    error = "dnsapi.dll: " + SystemMessage(GetLastError());
-    return std::nullopt;
-  }
+  SystemLibrary library;
   DnsApi api;
-  const bool complete =
-      Find(library, "DnsServiceConstructInstance", api.constructInstance, error) &&
-      Find(library, "DnsServiceFreeInstance", api.freeInstance, error) &&
-      Find(library, "DnsServiceRegister", api.registerService, error) &&
-      Find(library, "DnsServiceDeRegister", api.deregisterService, error) &&
-      Find(library, "DnsServiceBrowse", api.browse, error) &&
-      Find(library, "DnsServiceBrowseCancel", api.browseCancel, error) &&
-      Find(library, "DnsFree", api.free, error);
+  const bool complete = library.Load("dnsapi.dll", error) &&
+                        library.Find("DnsServiceConstructInstance", api.constructInstance, error) &&
+                        library.Find("DnsServiceFreeInstance", api.freeInstance, error) &&
+                        library.Find("DnsServiceRegister", api.registerService, error) &&
+                        library.Find("DnsServiceDeRegister", api.deregisterService, error) &&
+                        library.Find("DnsServiceBrowse", api.browse, error) &&
+                        library.Find("DnsServiceBrowseCancel", api.browseCancel, error) &&
+                        library.Find("DnsFree", api.free, error);
   if (!complete) return std::nullopt;
   return api;
 }

@@ -1,0 +1,49 @@
+// Owners for what COM hands out: each is in one of these from the line on which it is received.
+#pragma once
+
+#include <memory>
+#include <type_traits>
+
+#include "encoder/mf/mf_headers.h"
+// Needs windows.h before it.
+#include <wrl/client.h>
+
+namespace Veldrift {
+
+// A counted reference. Receives by `&pointer`, which gives an earlier one back first.
+template <typename Interface>
+using ComPtr = Microsoft::WRL::ComPtr<Interface>;
+
+struct CoTaskMemoryFree {
+  void operator()(void* memory) const { CoTaskMemFree(memory); }
+};
+
+// Memory that the callee allocated and the caller frees, such as texts and arrays.
+template <typename T>
+using CoTaskMemory = std::unique_ptr<T, CoTaskMemoryFree>;
+
+// A VARIANT or a PROPVARIANT, empty at first.
+template <typename Variant, HRESULT(WINAPI* Clear)(Variant*)>
+class ScopedVariantOf {
+ public:
+  ScopedVariantOf() = default;
+  ~ScopedVariantOf() { Clear(&value_); }
+  ScopedVariantOf(const ScopedVariantOf&) = delete;
+  ScopedVariantOf& operator=(const ScopedVariantOf&) = delete;
+
+  // To be filled by a call; what was inside is given back.
+  Variant* Receive() {
+    Clear(&value_);
+    return &value_;
+  }
+  const Variant& Get() const { return value_; }
+
+ private:
+  static_assert(std::is_trivially_copyable_v<Variant>);
+  Variant value_{};  // all zero is empty
+};
+
+using ScopedVariant = ScopedVariantOf<VARIANT, VariantClear>;
+using ScopedPropVariant = ScopedVariantOf<PROPVARIANT, PropVariantClear>;
+
+}  // namespace Veldrift
