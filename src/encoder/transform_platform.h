@@ -30,8 +30,8 @@ class TransformCandidate {
 };
 
 // What decides whether NV12 can stay on the graphics device.
-struct ResidentRequest {
-  std::string encoderName;
+struct ChosenTransform {
+  std::string name;
   bool onGpu = false;       // the transform is asynchronous or took the device
   bool d3d11Aware = false;  // it says so itself
   int32_t width = 0;
@@ -66,7 +66,7 @@ class TransformPlatform {
   virtual bool ConvertOnGpu(FrameInput& frame, uint8_t* luma, uint8_t* chroma) = 0;
 
   // Prepares samples that stay on the device, and answers the line that tells what came of it.
-  virtual std::string SetUpResident(const ResidentRequest& request) = 0;
+  virtual std::string SetUpResident(const ChosenTransform& chosen) = 0;
   // Frames go in by them: it was set up, and nothing has failed since.
   virtual bool ResidentActive() = 0;
   // A sample with the frame, converted. Null: none was free, or it failed and is active no more.

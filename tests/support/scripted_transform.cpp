@@ -379,9 +379,9 @@ class ScriptedPlatform final : public TransformPlatform {
     if (converts) script_->Record("ConvertOnGpu");
     return converts;
   }
-  std::string SetUpResident(const ResidentRequest& request) override {
-    script_->Record("SetUpResident " + request.encoderName + (request.onGpu ? " onGpu" : "") +
-                    (request.d3d11Aware ? " aware" : ""));
+  std::string SetUpResident(const ChosenTransform& chosen) override {
+    script_->Record("SetUpResident " + chosen.name + (chosen.onGpu ? " onGpu" : "") +
+                    (chosen.d3d11Aware ? " aware" : ""));
     resident_ = script_->Now().residentActive;
     return resident_ ? "ACTIVE" : "off";
   }

@@ -21,6 +21,9 @@ class GpuConverter {
   // still to be converted: without a device, latched, or at a frame of odd sides, which latches.
   bool Convert(const BgraPicture& frame, uint8_t* luma, uint8_t* chroma);
 
+  // There is a device, and it hasn't failed.
+  bool Usable() const { return device_.Context() != nullptr && !latched_; }
+
   // Gives the textures back and clears the latch.
   void Close();
 

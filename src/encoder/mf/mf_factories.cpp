@@ -1,8 +1,9 @@
-// The engines of Windows. There is no encoder behind them yet: null is a valid answer, and a
-// session without an encoder stays dormant.
+// The engines of Windows, and the encoders bound to them.
 
 #include "encoder/engine_catalogue.h"
-#include "encoder/platform_self_test.h"
+#include "encoder/mf/media_layer.h"
+#include "encoder/mf/mf_platform.h"
+#include "encoder/mf/mf_transform_source.h"
 #include "support/plugin_log.h"
 
 namespace Veldrift {
@@ -15,22 +16,18 @@ constexpr const char* kSoftwareNote = "CPU encoder (Media Foundation software MF
 }  // namespace
 
 std::vector<EngineEntry> EnumerateEngines() {
-  const HardwareSeen seen;
+  const MfLibraries& libraries = MfLibraries::OfProcess();
+  const MediaLayerVisit visit(libraries);
+  const HardwareSeen seen = libraries.media ? FindHardware(*libraries.media) : HardwareSeen{};
   std::vector<EngineEntry> entries = EngineRows(seen, seen, kSoftwareNote);
   LogEngines(kCategory, seen, entries.size());
   return entries;
 }
 
-std::unique_ptr<IHardwareEncoder> CreateForEngine(const std::string&) { return nullptr; }
-
-std::unique_ptr<IHardwareEncoder> CreateDefaultEncoder() { return nullptr; }
-
-bool RunPlatformEncoderSelfTest(const std::string& name, std::string& result) {
-  if (name == "P6.2") {
-    result = "no platform encoder to run " + name + " on";
-    return false;
-  }
-  return RaceOutputPort(result);
+std::unique_ptr<IHardwareEncoder> CreateForEngine(const std::string& id) {
+  return MakeMfEncoder(NormaliseEngineId(id));
 }
+
+std::unique_ptr<IHardwareEncoder> CreateDefaultEncoder() { return MakeMfEncoder("auto"); }
 
 }  // namespace Veldrift
