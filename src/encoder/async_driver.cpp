@@ -142,14 +142,13 @@ int32_t AsyncDriver::Put(const Sample& sample, int64_t time, uint64_t given) {
   int32_t slots = 0;
   {
     MutexLock lock(queueMutex_);
-    collector_.NoteInput(time, given);
     if (needSlots_ < 1) {
       while (queue_.size() >= kMostWaiting) queue_.pop_front();
-      queue_.push_back(sample);
+      queue_.push_back({sample, time, given});
     } else {
       --needSlots_;
       state = "SUBMITTED";
-      answer = transform_.ProcessInput(*sample);
+      answer = Submit({sample, time, given});
     }
     waiting = queue_.size();
     slots = needSlots_;
@@ -163,6 +162,13 @@ int32_t AsyncDriver::Put(const Sample& sample, int64_t time, uint64_t given) {
               slots);
   }
   return answer;
+}
+
+// Only what goes in has its time noted: frames that are dropped here, however many while the
+// transform stands still, don't push out those that are inside.
+int32_t AsyncDriver::Submit(const Frame& frame) {
+  collector_.NoteInput(frame.time, frame.given);
+  return transform_.ProcessInput(*frame.sample);
 }
 
 // ---- Events ----
@@ -203,9 +209,9 @@ void AsyncDriver::OnNeedInput() {
       ++needSlots_;
       return;
     }
-    const Sample sample = std::move(queue_.front());
+    const Frame frame = std::move(queue_.front());
     queue_.pop_front();
-    answer = transform_.ProcessInput(*sample);
+    answer = Submit(frame);
   }
   if (answer < 0) {
     PluginLog(kCategory, kLogError, "async: ProcessInput (queued) failed %s",

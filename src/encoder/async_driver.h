@@ -40,11 +40,17 @@ class AsyncDriver final : public TransformDriver {
 
  private:
   class Listener;
+  struct Frame {
+    Sample sample;
+    int64_t time;
+    uint64_t given;
+  };
 
   bool Arm();
   void BuildPool();
   void Handle(TransformEvent& event);
   void Dispatch(uint32_t type);
+  int32_t Submit(const Frame& frame) VD_REQUIRES(queueMutex_);
   void OnNeedInput();
   void OnHaveOutput();
   void OnDrainComplete();
@@ -61,7 +67,7 @@ class AsyncDriver final : public TransformDriver {
 
   // All input to the transform and all output from it.
   Mutex queueMutex_;
-  std::deque<Sample> queue_ VD_GUARDED_BY(queueMutex_);
+  std::deque<Frame> queue_ VD_GUARDED_BY(queueMutex_);
   int32_t needSlots_ VD_GUARDED_BY(queueMutex_) = 0;  // frames asked for and not given yet
   OutputCollector collector_ VD_GUARDED_BY(queueMutex_);
 

@@ -8,6 +8,8 @@ namespace {
 
 constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
 
+constexpr uint32_t kMostInputTypes = 1'000;
+
 bool Unlock(EncoderTransform& transform, const char* className, bool allowed) {
   if (!allowed) {
     PluginLog(kCategory, kLogInfo,
@@ -40,9 +42,10 @@ bool OfferDevice(EncoderTransform& transform) {
   return false;
 }
 
-// The first NV12 among the types that it offers; nothing if there is none.
+// The first NV12 among the types that it offers; nothing if there is none. A list has an end, also
+// where the transform gives none.
 std::optional<uint32_t> FindNv12(EncoderTransform& transform) {
-  for (uint32_t index = 0;; ++index) {
+  for (uint32_t index = 0; index < kMostInputTypes; ++index) {
     switch (transform.OfferedInput(index)) {
       case EncoderTransform::InputOffer::Nv12:
         return index;
@@ -52,6 +55,7 @@ std::optional<uint32_t> FindNv12(EncoderTransform& transform) {
         return std::nullopt;
     }
   }
+  return std::nullopt;
 }
 
 bool SetTypes(EncoderTransform& transform, const TransformFormat& format, const char* className) {

@@ -1,5 +1,7 @@
 #include "tests/support/scripted_transform.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <atomic>
 #include <utility>
@@ -259,6 +261,9 @@ class ScriptedTransform final : public EncoderTransform {
     script_->Record(NameOf(message));
     if (message == TransformMessage::Drain) return BeginDrain();
     if (message == TransformMessage::StartOfStream && events_) {
+      if (traits_.wantsDuringStart) {
+        std::thread([this] { EXPECT_TRUE(events_->Send(kEventNeedInput, 0)); }).join();
+      }
       for (int i = 0; i < traits_.wants; ++i) events_->Post(kEventNeedInput);
     }
     return 0;
@@ -268,6 +273,7 @@ class ScriptedTransform final : public EncoderTransform {
     const int32_t answer = script_->NextInput().value_or(0);
     script_->Record("ProcessInput " + std::to_string(time));
     if (answer < 0) return answer;
+    MutexLock lock(mutex_);
     held_.push_back({time, forced_.exchange(false)});
     if (events_) {
       if (held_.size() > script_->Now().delay) events_->Post(kEventHaveOutput);
@@ -278,16 +284,13 @@ class ScriptedTransform final : public EncoderTransform {
   Output TakeOutput(TransformOutputSink& sink) override {
     if (const std::optional<Output> scripted = script_->NextOutput()) return *scripted;
     const TransformScript::Behaviour now = script_->Now();
-    if (held_.size() <= (draining_ ? 0 : now.delay)) {
-      return {Answer::NeedMoreInput, transform_error::kNeedMoreInput};
-    }
-    const Held first = held_.front();
-    held_.pop_front();
+    const std::optional<Held> held = TakeHeld(now.delay);
+    if (!held) return {Answer::NeedMoreInput, transform_error::kNeedMoreInput};
     const uint8_t key = codec_ == kCodecH264 ? 0x65 : 0x26;
-    const uint8_t plain = codec_ == kCodecH264 ? 0x41 : 0x02;
-    const Bytes unit = {0, 0, 0, 1, first.keyFrame ? key : plain, 7};
-    sink.OnOutput(unit, first.keyFrame,
-                  now.timedOutput ? std::optional<int64_t>(first.time) : std::nullopt);
+    const uint8_t plain = codec_ == kCodecH264 ? 0x21 : 0x02;
+    const Bytes unit = {0, 0, 0, 1, held->keyFrame ? key : plain, 7};
+    sink.OnOutput(unit, held->keyFrame,
+                  now.timedOutput ? std::optional<int64_t>(held->time) : std::nullopt);
     return {Answer::Taken, 0};
   }
   StreamChange AcceptStreamChange() override {
@@ -314,10 +317,18 @@ class ScriptedTransform final : public EncoderTransform {
     bool keyFrame;
   };
 
+  std::optional<Held> TakeHeld(size_t delay) {
+    MutexLock lock(mutex_);
+    if (held_.size() <= (draining_ ? 0 : delay)) return std::nullopt;
+    return TakeFirst(held_);
+  }
+
   int32_t BeginDrain() {
     const int32_t answer = script_->Now().drain;
     if (answer < 0 || !events_) return answer;
+    MutexLock lock(mutex_);
     draining_ = true;
+    for (size_t i = 0; i < held_.size(); ++i) events_->Post(kEventHaveOutput);
     if (traits_.answersDrain) events_->Post(kEventDrainComplete);
     return answer;
   }
@@ -326,8 +337,9 @@ class ScriptedTransform final : public EncoderTransform {
   const ScriptedTransformTraits traits_;
   int32_t codec_ = 0;
   std::atomic<bool> forced_{false};
-  std::atomic<bool> draining_{false};
-  std::deque<Held> held_;  // under the driver's lock
+  Mutex mutex_;
+  bool draining_ VD_GUARDED_BY(mutex_) = false;
+  std::deque<Held> held_ VD_GUARDED_BY(mutex_);
   std::shared_ptr<EventChannel> events_;
 };
 

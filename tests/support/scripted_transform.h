@@ -37,6 +37,7 @@ struct ScriptedTransformTraits {
   bool sendsEvents = false;
   int wants = 2;
   bool answersDrain = true;
+  bool wantsDuringStart = false;  // a frame, on another thread, before START_OF_STREAM returns
 };
 
 // The threads that events come on: several, as the platform's, so that one that stands in a
