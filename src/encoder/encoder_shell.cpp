@@ -143,11 +143,13 @@ void EncoderShell::EncodeFrame(const uint8_t* bgra, uint32_t width, uint32_t hei
   if (!bgra || frame.width <= 0 || frame.height <= 0 || strideBytes / kPixelBytes < frame.width) {
     return;
   }
+  // An encoder that is retired while its last unit goes out isn't touched behind that.
+  const std::shared_ptr<OutputPort> port = port_;
   {
     MutexLock lock(encoderMutex_);
     if (ready_) Encode(frame, timestampMicros);
   }
-  port_->Emit();
+  port->Emit();
 }
 
 // Emergency, key frame, input, in this order; a frame that isn't taken in uses neither up.

@@ -54,6 +54,12 @@ class AsyncDriverTest : public testing::Test {
     script_->Change(change);
   }
 
+  // How often the line has been written in this test.
+  size_t Logged(const std::string& line) {
+    return CountIn(ReadPluginLog().substr(logStart_), line);
+  }
+
+  const size_t logStart_ = ReadPluginLog().size();
   const std::shared_ptr<TransformScript> script_ = std::make_shared<TransformScript>();
   const std::unique_ptr<TransformPlatform> platform_ = MakeScriptedPlatform(script_);
   const std::shared_ptr<OutputPort> port_ = std::make_shared<OutputPort>();
@@ -166,15 +172,15 @@ TEST_F(AsyncDriverTest, WhatCantBeDrivenIsToldAndNotHeldOnTo) {
   silent.openEvents = static_cast<int32_t>(0x80004002);
   Make(silent);
   EXPECT_FALSE(driver_->Start());
-  EXPECT_EQ(CountInPluginLog("async: MFT does not expose IMFMediaEventGenerator (E_NOINTERFACE "
-                             "(0x80004002))"),
+  EXPECT_EQ(Logged("async: MFT does not expose IMFMediaEventGenerator (E_NOINTERFACE "
+                   "(0x80004002))"),
             1U);
   ScriptedTransformTraits deaf;
   deaf.requestEvent = transform_error::kFail;
   Make(deaf);
   script_->TakeCalls();
   EXPECT_FALSE(driver_->Start());
-  EXPECT_EQ(CountInPluginLog("async: BeginGetEvent failed E_FAIL (0x80004005)"), 1U);
+  EXPECT_EQ(Logged("async: BeginGetEvent failed E_FAIL (0x80004005)"), 1U);
   EXPECT_EQ(script_->TakeCalls(), (Calls{"OpenEvents", "CloseEvents"}));
 }
 
@@ -200,17 +206,16 @@ TEST_F(AsyncDriverTest, ADrainEndsWithItsEventOrAfterTwoSeconds) {
   const int64_t before = clock_.NowNanos();
   std::atomic<bool> ended{false};
   std::thread time([&] {
-    while (script_->TakeCalls({"Drain"}).empty()) std::this_thread::yield();
-    clock_.Advance(2 * kNanosPerSecond - 1);
-    for (int i = 0; i < 100; ++i) std::this_thread::yield();
-    EXPECT_FALSE(ended);
-    clock_.Advance(1);
+    while (!ended) {
+      clock_.Advance(100 * kNanosPerMilli);
+      std::this_thread::yield();
+    }
   });
   EXPECT_FALSE(driver_->Drain());
   ended = true;
   time.join();
-  EXPECT_EQ(clock_.NowNanos() - before, 2 * kNanosPerSecond);
-  EXPECT_EQ(CountInPluginLog("async: DRAIN wait timed out (2s) — proceeding to GPU-idle"), 1U);
+  EXPECT_GE(clock_.NowNanos() - before, 2 * kNanosPerSecond);
+  EXPECT_EQ(Logged("async: DRAIN wait timed out (2s) — proceeding to GPU-idle"), 1U);
   Script([](auto& now) { now.drain = transform_error::kFail; });
   EXPECT_FALSE(driver_->Drain());
 }
