@@ -21,6 +21,8 @@ struct Rates {
   uint32_t mean = 0;  // bits per second
   uint32_t peak = 0;
   uint32_t quality = 75;  // 0 to 100
+  // Constant, of a codec that can't have one for a frame alone; -1: as the rate control finds.
+  int qp = -1;
 
   bool operator==(const Rates&) const = default;
 };

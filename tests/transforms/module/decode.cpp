@@ -79,6 +79,8 @@ class Decoder {
 extern "C" int WINAPI VdDecode(int hevc, const uint8_t* annexB, size_t size,
                                Veldrift::Transforms::PictureSink sink, void* state) {
   Veldrift::Transforms::Decoder decoder(hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264, sink, state);
+  // What it complains of is said by the result.
+  av_log_set_level(AV_LOG_FATAL);
   if (!decoder.Open()) return -1;
   std::vector<uint8_t> stream(annexB, annexB + size);
   stream.resize(size + AV_INPUT_BUFFER_PADDING_SIZE);  // the parser reads beyond the end

@@ -21,18 +21,20 @@ bool Encoding::Reopen(const Rates& rates) {
 }
 
 // New rates that the codec can't take while it runs wait for a key frame, which a new codec begins
-// with.
-bool Encoding::Prepare(bool keyFrame) {
+// with; a quantiser doesn't wait.
+bool Encoding::Prepare(const FrameOrder& order) {
   if (size_.width == 0) return false;
-  const Rates rates = properties_.CurrentRates();
+  Rates rates = properties_.CurrentRates();
+  if (size_.hevc) rates.qp = order.qp;
   if (!codec_) return Reopen(rates);
   if (codec_->TakeRates(rates)) return true;
-  return begun_ && !keyFrame ? true : Reopen(rates);
+  const bool waits = begun_ && !order.keyFrame && rates.qp == codec_->CurrentRates().qp;
+  return waits || Reopen(rates);
 }
 
 Bytes Encoding::SequenceHeader() {
   const std::lock_guard lock(mutex_);
-  if (traits_.header == Header::None || !Prepare(false)) return {};
+  if (traits_.header == Header::None || !Prepare({})) return {};
   return traits_.header == Header::Record ? MakeRecord(codec_->Sets(), size_.hevc)
                                           : JoinAnnexB(codec_->Sets());
 }
@@ -41,7 +43,7 @@ bool Encoding::Encode(const Picture& picture, FrameOrder order, Output& output) 
   const std::lock_guard lock(mutex_);
   const uint32_t gop = traits_.ownGop ? properties_.GopSize() : 0;
   if (gop != 0 && sinceKey_ >= gop) order.keyFrame = true;
-  if (!Prepare(order.keyFrame)) return false;
+  if (!Prepare(order)) return false;
   CodedFrame coded;
   if (!codec_->Encode(picture, order, coded)) return false;
   output.newSets = SetsHaveToBeTold();

@@ -37,7 +37,7 @@ class Encoding {
   bool Encode(const Picture& picture, FrameOrder order, Output& output);
 
  private:
-  bool Prepare(bool keyFrame);
+  bool Prepare(const FrameOrder& order);
   bool Reopen(const Rates& rates);
   bool SetsHaveToBeTold() const;
   Bytes Finish(const CodedFrame& coded) const;
