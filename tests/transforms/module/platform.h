@@ -1,0 +1,19 @@
+// What the module calls of Media Foundation. It asks the platform's own library and not the shim,
+// whose failures and traces are for the program under test.
+#pragma once
+
+#include <mfidl.h>
+#include <mftransform.h>
+#include <windows.h>
+
+#include "tests/transforms/common/com_ptr.h"
+
+namespace Veldrift::Transforms {
+
+ComPtr<IMFAttributes> MakeAttributes();
+ComPtr<IMFMediaType> MakeMediaType();
+ComPtr<IMFMediaEventQueue> MakeEventQueue();
+// A sample with one buffer of `bytes` bytes, none of them filled.
+ComPtr<IMFSample> MakeSample(DWORD bytes);
+
+}  // namespace Veldrift::Transforms
