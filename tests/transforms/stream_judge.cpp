@@ -4,9 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
-#include "tests/transforms/common/decoded_picture.h"
+#include "tests/transforms/client/decoder.h"
 
 namespace Veldrift::Transforms {
 namespace {
@@ -67,18 +66,6 @@ void WINAPI Look(void* state, const DecodedPicture* picture) {
   }
   decoded.unlikePatch += !IsPatch(*picture);
   decoded.worstPsnr = std::min(decoded.worstPsnr, Psnr(*picture, decoded.pictures++));
-}
-
-// The module lies beside the test's program.
-DecodeFunction FindDecoder() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  const std::filesystem::path module =
-      std::filesystem::path(path).parent_path() / "vd_transforms.dll.so";
-  const HMODULE library = LoadLibraryW(module.c_str());
-  return library ? reinterpret_cast<DecodeFunction>(
-                       reinterpret_cast<void*>(GetProcAddress(library, kDecodeExport)))
-                 : nullptr;
 }
 
 }  // namespace
