@@ -10,6 +10,7 @@
 
 #include "encoder/bgra_to_nv12.h"
 #include "encoder/mf/conversion_shader.h"
+#include "tests/support/scratch.h"
 
 namespace Veldrift {
 

@@ -1,4 +1,5 @@
-// Owners for what COM hands out: each is in one of these from the line on which it is received.
+// Owners for what COM hands out: each is in one of these from the line on which it is received. And
+// what our own objects derive from.
 #pragma once
 
 #include <memory>
@@ -45,5 +46,19 @@ class ScopedVariantOf {
 
 using ScopedVariant = ScopedVariantOf<VARIANT, VariantClear>;
 using ScopedPropVariant = ScopedVariantOf<PROPVARIANT, PropVariantClear>;
+
+// What a class of ours derives from that implements an interface. The interfaces' own destructors
+// are public and not virtual, against which the compiler warns every heir.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+template <typename Interface>
+class ComImplementation : public Interface {
+ public:
+  ComImplementation() = default;
+  virtual ~ComImplementation() = default;
+  ComImplementation(const ComImplementation&) = delete;
+  ComImplementation& operator=(const ComImplementation&) = delete;
+};
+#pragma GCC diagnostic pop
 
 }  // namespace Veldrift
