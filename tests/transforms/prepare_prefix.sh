@@ -6,30 +6,24 @@ set -eu
 bin=$(cd "$1" && pwd)
 here=$(CDPATH= cd "$(dirname "$0")/../.." && pwd)
 prefix=${VD_TRANSFORMS_PREFIX:-$here/build/wine/transforms}
-plain=$here/build/wine/prefix
-run() { "$here/cmake/run-wine-transforms" "$@" </dev/null; }
+run=$here/cmake/run-wine-transforms
 
 # The tests' plain prefix is copied where it is ready: that takes a quarter of the time.
 if [ ! -d "$prefix" ]; then
   mkdir -p "$(dirname "$prefix")"
   if [ -f "$here/build/wine/ready" ]; then
     rm -rf "$prefix.new"
-    cp -a "$plain" "$prefix.new"
+    cp -a "$here/build/wine/prefix" "$prefix.new"
     mv "$prefix.new" "$prefix"
   else
-    run wineboot -i
-    run reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+    "$run" wineboot -i </dev/null
+    "$run" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f </dev/null
   fi
 fi
 
 # What is to be there; when it is, nothing has to be done.
-wanted=$(cksum "$bin/register_transforms.exe" "$bin/mfplat-shim/mfplat.dll")
+wanted=$(cksum "$bin/register_transforms.exe" "$bin/mfplat-shim/mfplat.dll" \
+  "$here/tests/transforms/install.sh")
 [ "$(cat "$prefix/transforms.ready" 2>/dev/null)" = "$wanted" ] && exit 0
-
-system=$prefix/drive_c/windows/system32
-[ -f "$system/mfplat_wine.dll" ] || mv "$system/mfplat.dll" "$system/mfplat_wine.dll"
-cp "$bin/mfplat-shim/mfplat.dll" "$system/mfplat.new"
-mv "$system/mfplat.new" "$system/mfplat.dll"
-run reg add 'HKCU\Software\Wine\DllOverrides' /v mfplat /d native /f
-run "$bin/register_transforms.exe" add "Z:$(echo "$bin" | tr / '\\')\\vd_transforms.dll.so"
+WINE=$run WINEPREFIX=$prefix "$here/tests/transforms/install.sh" "$bin" "$bin/vd_transforms.dll.so"
 echo "$wanted" >"$prefix/transforms.ready"

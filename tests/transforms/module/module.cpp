@@ -13,6 +13,7 @@
 
 #include "tests/transforms/common/environment.h"
 #include "tests/transforms/common/kinds.h"
+#include "tests/transforms/module/platform.h"
 #include "tests/transforms/module/transform.h"
 
 namespace Veldrift::Transforms {
@@ -57,7 +58,7 @@ class Factory final : public IClassFactory {
   virtual ~Factory() = default;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    const bool known = IsEqualGUID(iid, IID_IUnknown) || IsEqualGUID(iid, IID_IClassFactory);
+    const bool known = IsEqualGUID(iid, kUnknownId) || IsEqualGUID(iid, kClassFactoryId);
     *object = known ? this : nullptr;
     return known ? S_OK : E_NOINTERFACE;
   }

@@ -10,6 +10,10 @@
 
 namespace Veldrift::Transforms {
 
+// Under names of ours: not every Wine defines them here.
+inline constexpr GUID kUnknownId = {0, 0, 0, {0xc0, 0, 0, 0, 0, 0, 0, 0x46}};
+inline constexpr GUID kClassFactoryId = {1, 0, 0, {0xc0, 0, 0, 0, 0, 0, 0, 0x46}};
+
 ComPtr<IMFAttributes> MakeAttributes();
 ComPtr<IMFMediaType> MakeMediaType();
 ComPtr<IMFMediaEventQueue> MakeEventQueue();

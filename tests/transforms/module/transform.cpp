@@ -34,7 +34,7 @@ Transform::~Transform() {
 HRESULT Transform::QueryInterface(REFIID iid, void** object) {
   if (!object) return E_POINTER;
   *object = nullptr;
-  if (IsEqualGUID(iid, IID_IUnknown) || IsEqualGUID(iid, IID_IMFTransform)) {
+  if (IsEqualGUID(iid, kUnknownId) || IsEqualGUID(iid, IID_IMFTransform)) {
     *object = static_cast<IMFTransform*>(this);
   } else if (IsEqualGUID(iid, IID_ICodecAPI) && SUCCEEDED(gate_.CountOrdered("ICodecAPI"))) {
     *object = static_cast<ICodecAPI*>(&properties_);
