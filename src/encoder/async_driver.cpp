@@ -38,17 +38,12 @@ const char* EventName(uint32_t type) {
 // What the platform holds: it can call when the driver is gone.
 class AsyncDriver::Listener final : public TransformEventListener {
  public:
-  Listener(AsyncDriver& owner, std::shared_ptr<OutputPort> port)
-      : owner_(&owner), port_(std::move(port)) {}
+  explicit Listener(AsyncDriver& owner) : owner_(&owner) {}
 
   void OnEvent(TransformEvent& event) noexcept override {
     RunGuarded(kCategory, "an encoder's event", [&] {
-      {
-        MutexLock lock(mutex_);
-        if (!owner_) return;
-        owner_->Handle(event);
-      }
-      port_->Emit();
+      MutexLock lock(mutex_);
+      if (owner_) owner_->Handle(event);
     });
   }
 
@@ -61,17 +56,17 @@ class AsyncDriver::Listener final : public TransformEventListener {
  private:
   Mutex mutex_;
   AsyncDriver* owner_ VD_GUARDED_BY(mutex_);
-  const std::shared_ptr<OutputPort> port_;
 };
 
 AsyncDriver::AsyncDriver(EncoderTransform& transform, TransformPlatform& platform,
-                         std::shared_ptr<OutputPort> port, int32_t codec, size_t frameBytes,
-                         Clock& clock)
+                         std::shared_ptr<OutputPort> port, EmissionThread& emission, int32_t codec,
+                         size_t frameBytes, Clock& clock)
     : transform_(transform),
       platform_(platform),
+      emission_(emission),
       frameBytes_(frameBytes),
       clock_(clock),
-      listener_(std::make_shared<Listener>(*this, port)),
+      listener_(std::make_shared<Listener>(*this)),
       collector_(codec, std::move(port)) {
   MutexLock lock(queueMutex_);
   collector_.ReadHeader(transform_);
@@ -231,6 +226,7 @@ void AsyncDriver::OnHaveOutput() {
     PluginLog(kCategory, kLogError, "async: ProcessOutput failed %s",
               HresultName(output.error).c_str());
   }
+  emission_.Wake();
 }
 
 void AsyncDriver::OnDrainComplete() {

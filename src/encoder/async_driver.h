@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "encoder/emission_thread.h"
 #include "encoder/output_collector.h"
 #include "encoder/transform_driver.h"
 #include "encoder/transform_platform.h"
@@ -19,14 +20,16 @@ namespace Veldrift {
 // the oldest are dropped: a transform that falls behind loses frames, and the picture stays
 // current.
 //
-// Threads: the platform's threads handle the events, one at a time, and emit the output with
-// nothing held; all else as TransformDriver says. Stop waits for an event that is being handled,
-// not for its emission. Locks: the listener's mutex (Stop against events), then queueMutex_ or
-// drainMutex_.
+// Threads: the platform's threads handle the events, one at a time; what comes out is posted, and
+// emitted elsewhere, so that no event ever waits for the callback. All else as TransformDriver
+// says. Stop waits for an event that is being handled. Locks: the listener's mutex (Stop against
+// events), then queueMutex_ or drainMutex_.
 class AsyncDriver final : public TransformDriver {
  public:
+  // `emission` is woken for what was posted to `port`; both outlive the driver.
   AsyncDriver(EncoderTransform& transform, TransformPlatform& platform,
-              std::shared_ptr<OutputPort> port, int32_t codec, size_t frameBytes, Clock& clock);
+              std::shared_ptr<OutputPort> port, EmissionThread& emission, int32_t codec,
+              size_t frameBytes, Clock& clock);
   ~AsyncDriver() override;
 
   bool Start() override;
@@ -58,6 +61,7 @@ class AsyncDriver final : public TransformDriver {
 
   EncoderTransform& transform_;
   TransformPlatform& platform_;
+  EmissionThread& emission_;
   const size_t frameBytes_;
   Clock& clock_;
   const std::shared_ptr<Listener> listener_;

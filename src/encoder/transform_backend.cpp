@@ -97,8 +97,9 @@ void TransformBackend::Describe(const TransformFound& found, OpenedEncoder& open
 void TransformBackend::MakeDriver(const std::shared_ptr<OutputPort>& port) {
   const size_t bytes = FrameBytes(plan_);
   if (asynchronous_) {
-    driver_ =
-        std::make_unique<AsyncDriver>(*transform_, *platform_, port, plan_.codec, bytes, clock_);
+    if (!emission_) emission_ = std::make_unique<EmissionThread>(port);
+    driver_ = std::make_unique<AsyncDriver>(*transform_, *platform_, port, *emission_, plan_.codec,
+                                            bytes, clock_);
   } else {
     driver_ = std::make_unique<SyncDriver>(*transform_, *platform_, port, plan_.codec, bytes);
   }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "encoder/conversion_timer.h"
+#include "encoder/emission_thread.h"
 #include "encoder/encoder_backend.h"
 #include "encoder/transform_driver.h"
 #include "encoder/transform_platform.h"
@@ -22,7 +23,8 @@ struct TransformFound;
 // HEVC in software stops at 6 megapixels: it would hold the host up.
 //
 // Threads: as the seam says. A synchronous transform's output is posted by Submit, and nobody emits
-// here; that of an asynchronous one is posted and emitted by the platform's threads.
+// here; that of an asynchronous one is posted by the platform's threads, and emitted on one of our
+// own. All openings have the same port.
 class TransformBackend final : public EncoderBackend {
  public:
   struct Environment {
@@ -66,6 +68,7 @@ class TransformBackend final : public EncoderBackend {
   Clock& clock_;
 
   EncoderPlan plan_;
+  std::unique_ptr<EmissionThread> emission_;  // from the first asynchronous transform on
   std::unique_ptr<EncoderTransform> transform_;
   std::unique_ptr<TransformDriver> driver_;
   bool asynchronous_ = false;

@@ -16,7 +16,7 @@ EncoderUnderTest Over(const std::string& name, const std::string& kind, int32_t 
     static std::optional<Transforms::Scenario> scenario;
     scenario.reset();
     scenario.emplace(kind);
-    scenario->Traits(traits);
+    scenario->Traits("own-gop=no " + traits);
     return MakeTestedEncoder();
   };
   encoder.codec = codec;
