@@ -271,7 +271,6 @@ void AsyncDriver::Stop() {
   {
     MutexLock lock(queueMutex_);
     queue_.clear();
-    needSlots_ = 0;
   }
   pool_.clear();
 }

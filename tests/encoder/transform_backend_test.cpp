@@ -220,16 +220,20 @@ TEST_F(TransformBackendTest, AnAsynchronousFrameHasAMarkOfItsOwn) {
 
 TEST_F(TransformBackendTest, OutputInTheWayIsTakenAndTheFrameTriedOnceMore) {
   Start();
+  Script([](auto& now) { now.delay = 1; });
   Push(1);
-  Script([](auto& now) { now.inputs = {transform_error::kNotAccepting, 0}; });
-  Push(2);
   Script([](auto& now) {
-    now.inputs = {transform_error::kNotAccepting, transform_error::kNotAccepting};
+    now.delay = 0;
+    now.capacity = 1;
   });
+  Push(2);
+  EXPECT_EQ(units_, "K1 .2 ");
+  Script([](auto& now) { now.capacity = 0; });
   Made();
   Push(3);
   EXPECT_EQ(Made({"ProcessInput"}), (Calls{"ProcessInput 666666", "ProcessInput 666666"}));
   EXPECT_EQ(Logged("ProcessInput failed 0xc00d36b5"), 1U);
+  Script([](auto& now) { now.capacity = SIZE_MAX; });
   Push(4);  // in the lost one's place
   EXPECT_EQ(Made({"ProcessInput"}), Calls{"ProcessInput 666666"});
   EXPECT_EQ(units_, "K1 .2 .4 ");

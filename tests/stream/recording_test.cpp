@@ -54,6 +54,8 @@ TEST_F(Recording, HoldsEveryPictureInOrderAndRight) {
   // The first may be the picture that greets a new phone.
   EXPECT_TRUE(std::is_sorted(file_->stamps.begin() + 1, file_->stamps.end()));
   EXPECT_LT(file_->worstDifference, kWorstDifference);
+  EXPECT_LT(file_->worstPatch, 2);
+  EXPECT_GT(file_->worstPsnr, 35);
 }
 
 TEST_F(Recording, SaysItsColoursAreBt709) { EXPECT_TRUE(file_->saysBt709Limited); }

@@ -29,15 +29,75 @@ std::vector<uint8_t> ToBgra(const AVFrame& picture) {
   return bgra;
 }
 
-double DifferenceFromPainted(const AVFrame& picture, const PatternStamp& stamp) {
-  const std::vector<uint8_t> seen = ToBgra(picture);
-  std::vector<uint8_t> painted(seen.size());
+using Bgra = std::vector<uint8_t>;
+
+Bgra Painted(const AVFrame& picture, const PatternStamp& stamp) {
+  Bgra painted(size_t(picture.width) * size_t(picture.height) * 4);
   PaintPattern(painted.data(), picture.width, picture.height, picture.width * 4, stamp);
+  return painted;
+}
+
+double MeanDifference(const Bgra& seen, const Bgra& painted) {
   double sum = 0;
   for (size_t i = 0; i < seen.size(); ++i) {
     if (i % 4 != 3) sum += std::abs(int(seen[i]) - int(painted[i]));
   }
   return sum / (double(seen.size()) * 3 / 4);
+}
+
+// An eighth by an eighth of a plane, and the mean in it.
+struct Patch {
+  int left, top, right, bottom;
+};
+constexpr int kPatches = 8;
+Patch PatchAt(int column, int row, int width, int height) {
+  return {column * width / kPatches, row * height / kPatches, (column + 1) * width / kPatches,
+          (row + 1) * height / kPatches};
+}
+double MeanOf(const uint8_t* plane, ptrdiff_t stride, int step, const Patch& patch) {
+  double sum = 0;
+  for (int y = patch.top; y < patch.bottom; ++y) {
+    for (int x = patch.left; x < patch.right; ++x) sum += plane[y * stride + ptrdiff_t{x} * step];
+  }
+  return sum / ((patch.right - patch.left) * (patch.bottom - patch.top));
+}
+
+// By how many levels the mean of a patch is off BT.709's, limited range, in luma or chroma: what
+// coding loses is detail, and the colour of an area stays.
+double WorstPatch(const AVFrame& picture, const Bgra& painted) {
+  const ptrdiff_t stride = ptrdiff_t{picture.width} * 4;
+  double worst = 0;
+  for (int i = 0; i < kPatches * kPatches; ++i) {
+    const Patch whole = PatchAt(i % kPatches, i / kPatches, picture.width, picture.height);
+    const Patch half = PatchAt(i % kPatches, i / kPatches, picture.width / 2, picture.height / 2);
+    const double blue = MeanOf(painted.data(), stride, 4, whole);
+    const double green = MeanOf(painted.data() + 1, stride, 4, whole);
+    const double red = MeanOf(painted.data() + 2, stride, 4, whole);
+    const double luma = 0.2126 * red + 0.7152 * green + 0.0722 * blue;
+    const double wanted[] = {16 + luma * 219 / 255, 128 + (blue - luma) / 1.8556 * 224 / 255,
+                             128 + (red - luma) / 1.5748 * 224 / 255};
+    for (int plane = 0; plane < 3; ++plane) {
+      const double seen =
+          MeanOf(picture.data[plane], picture.linesize[plane], 1, plane == 0 ? whole : half);
+      worst = std::max(worst, std::abs(seen - wanted[plane]));
+    }
+  }
+  return worst;
+}
+
+// Of the decoded luma from BT.709's of what was painted, limited range.
+double LumaPsnr(const AVFrame& picture, const Bgra& painted) {
+  double squares = 1e-3;
+  for (int y = 0; y < picture.height; ++y) {
+    const uint8_t* const row = picture.data[0] + ptrdiff_t{y} * picture.linesize[0];
+    const uint8_t* pixel = painted.data() + size_t(y) * size_t(picture.width) * 4;
+    for (int x = 0; x < picture.width; ++x, pixel += 4) {
+      const double luma = 0.2126 * pixel[2] + 0.7152 * pixel[1] + 0.0722 * pixel[0];
+      const double off = row[x] - (16 + luma * 219 / 255);
+      squares += off * off;
+    }
+  }
+  return 10 * std::log10(255.0 * 255.0 * picture.width * picture.height / squares);
 }
 
 // Reads one file into a VideoFile.
@@ -108,7 +168,16 @@ class Reading {
     if (!stamp) return;
     NoteFlash(picture, double(picture.pts) * av_q2d(timeBase), stamp->frameNumber);
     out_.stamps.push_back(stamp->frameNumber);
-    out_.worstDifference = std::max(out_.worstDifference, DifferenceFromPainted(picture, *stamp));
+    Compare(picture, *stamp);
+  }
+
+  void Compare(const AVFrame& picture, const PatternStamp& stamp) {
+    const Bgra painted = Painted(picture, stamp);
+    const Bgra seen = ToBgra(picture);
+    out_.worstDifference = std::max(out_.worstDifference, MeanDifference(seen, painted));
+    if (picture.format != AV_PIX_FMT_YUV420P) return Fail("pictures of an unknown kind");
+    out_.worstPatch = std::max(out_.worstPatch, WorstPatch(picture, painted));
+    out_.worstPsnr = std::min(out_.worstPsnr, LumaPsnr(picture, painted));
   }
 
   // Where the flash begins, unless the picture before it is missing.

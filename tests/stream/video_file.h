@@ -21,7 +21,10 @@ struct VideoFile {
   double videoSeconds = 0;        // the end of the last picture, at 30 pictures a second
   std::vector<double> times;      // of each picture, in seconds
   std::vector<uint32_t> stamps;   // in the order of decoding
-  double worstDifference = 0;     // of a picture from what was painted: mean levels a channel
+  // Of a picture from what was painted; nothing is known of pictures without a stamp.
+  double worstDifference = 0;  // mean levels a channel
+  double worstPatch = 0;       // levels by which the mean of an eighth by an eighth is off
+  double worstPsnr = 99;       // of the luma, in dB
 
   int soundRate = 0;
   int soundChannels = 0;

@@ -10,7 +10,7 @@ namespace Veldrift {
 // SleepFor moves the time itself, so a single-threaded sleeper runs in virtual time. WaitUntil
 // really waits until another thread notifies the condition or advances the time past the deadline;
 // it looks every millisecond of real time, which decides nothing but how soon it sees that.
-class ManualClock final : public Clock {
+class ManualClock : public Clock {
  public:
   explicit ManualClock(int64_t startNanos = kNanosPerSecond) : now_(startNanos) {}
 

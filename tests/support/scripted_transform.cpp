@@ -273,10 +273,13 @@ class ScriptedTransform final : public EncoderTransform {
     const int32_t answer = script_->NextInput().value_or(0);
     script_->Record("ProcessInput " + std::to_string(time));
     if (answer < 0) return answer;
+    const TransformScript::Behaviour now = script_->Now();
+    if (now.onInput) now.onInput();
     MutexLock lock(mutex_);
+    if (held_.size() >= now.capacity) return transform_error::kNotAccepting;
     held_.push_back({time, forced_.exchange(false)});
     if (events_) {
-      if (held_.size() > script_->Now().delay) events_->Post(kEventHaveOutput);
+      if (held_.size() > now.delay) events_->Post(kEventHaveOutput);
       events_->Post(kEventNeedInput);
     }
     return answer;

@@ -91,9 +91,11 @@ class TransformScript {
     std::deque<int32_t> inputs;  // answers of the next calls of ProcessInput; then success
     std::deque<EncoderTransform::Output> outputs;  // of the next of TakeOutput; then what is there
     EncoderTransform::StreamChange change;
-    std::vector<uint8_t> header;  // the sequence header from the next reading on
-    size_t delay = 0;             // frames that it holds back
-    bool timedOutput = true;      // samples have a time
+    std::vector<uint8_t> header;    // the sequence header from the next reading on
+    size_t delay = 0;               // frames that it holds back
+    size_t capacity = SIZE_MAX;     // with so many inside it takes no more
+    std::function<void()> onInput;  // while it takes a frame
+    bool timedOutput = true;        // samples have a time
   };
 
   void Change(const std::function<void(Behaviour&)>& change);
