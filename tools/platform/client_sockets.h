@@ -19,6 +19,10 @@ std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t lo
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
                                                      int receiveBufferBytes);
 
+// The same for many datagrams a second: where the system hands out datagrams that arrived together
+// in one piece, they are taken so and cut up here. Sending may fail.
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes);
+
 // True if another program has the TCP port on any of the machine's addresses, so that ListenTcp
 // would have to do without it or share it. Nobody can connect to what asks.
 bool TcpPortInUse(uint16_t port);

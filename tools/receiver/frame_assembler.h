@@ -62,6 +62,9 @@ class FrameAssembler {
   // Gives up what has waited too long. Call it now and then also when nothing comes.
   void Poll(int64_t nowNs);
 
+  // Whether a whole frame waits for older ones, so that Poll has something to give up.
+  bool Waits() const { return !whole_.empty(); }
+
   // The end: delivers the whole frames that still wait for older ones.
   void Flush();
 

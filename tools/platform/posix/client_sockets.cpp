@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include "platform/posix/socket_support.h"
+#include "tools/platform/posix/run_receiver.h"
 
 namespace Veldrift {
 namespace {
@@ -17,6 +18,13 @@ bool FinishConnecting(const Descriptor& socket, int64_t timeoutNanos) {
   if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
   errno = error;
   return error == 0;
+}
+
+Descriptor OpenBound(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
+  if (!socket) return {};
+  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
+  return Bind(socket, local) ? std::move(socket) : Descriptor();
 }
 
 int ReadOption(const StreamSocket& socket, int level, int name) {
@@ -45,11 +53,13 @@ std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t lo
 
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
                                                      int receiveBufferBytes) {
-  Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
-  if (!socket) return nullptr;
-  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
-  if (!Bind(socket, local)) return nullptr;
-  return MakeDatagram(std::move(socket));
+  Descriptor socket = OpenBound(local, receiveBufferBytes);
+  return socket ? MakeDatagram(std::move(socket)) : nullptr;
+}
+
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  Descriptor socket = OpenBound(local, receiveBufferBytes);
+  return socket ? MakeRunReceiver(std::move(socket)) : nullptr;
 }
 
 bool TcpPortInUse(uint16_t port) {

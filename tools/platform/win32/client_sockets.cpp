@@ -63,6 +63,10 @@ std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
   return MakeDatagram(std::move(socket));
 }
 
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  return OpenDatagramReceiver(local, receiveBufferBytes);
+}
+
 bool TcpPortInUse(uint16_t port) {
   OwnedSocket socket = OpenSocket(SOCK_STREAM);
   if (!socket) return false;
