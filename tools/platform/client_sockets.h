@@ -14,6 +14,9 @@ namespace Veldrift {
 std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
                                          int64_t timeoutNanos);
 
+// Waits up to `timeoutNanos` until a Receive would answer at once: bytes are there, or the end is.
+bool AwaitBytes(const StreamSocket& socket, int64_t timeoutNanos);
+
 // A socket bound to `local`, with a receive buffer of `receiveBufferBytes` as far as the system
 // allows it. Null on failure (ErrorText), such as a port in use.
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,

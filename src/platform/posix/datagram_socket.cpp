@@ -122,7 +122,7 @@ class PosixDatagramSocket final : public DatagramSocket {
   // Under load most calls find something, so that the wait is asked for only when none does.
   size_t ReceiveMany(std::span<Slot> slots, int64_t timeoutNanos) override {
     const size_t count = TakeAll(slots);
-    if (count > 0 || !WaitFor(socket_, POLLIN, timeoutNanos)) return count;
+    if (count > 0 || !WaitFor(socket_.Get(), POLLIN, timeoutNanos)) return count;
     return TakeAll(slots);
   }
 

@@ -12,7 +12,7 @@ namespace {
 
 // Waits for the end of a connection attempt that is under way; its error is in errno.
 bool FinishConnecting(const Descriptor& socket, int64_t timeoutNanos) {
-  if (!WaitFor(socket, POLLOUT, timeoutNanos)) return false;
+  if (!WaitFor(socket.Get(), POLLOUT, timeoutNanos)) return false;
   int error = 0;
   socklen_t length = sizeof error;
   if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
@@ -49,6 +49,10 @@ std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t lo
   if (!SetNonBlocking(socket, false)) return nullptr;
   SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
   return MakeStream(std::move(socket), remote);
+}
+
+bool AwaitBytes(const StreamSocket& socket, int64_t timeoutNanos) {
+  return WaitFor(static_cast<int>(socket.Number()), POLLIN, timeoutNanos);
 }
 
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,

@@ -46,7 +46,7 @@ class RunReceiver final : public DatagramSocket {
 
   size_t ReceiveMany(std::span<Slot> slots, int64_t timeoutNanos) override {
     if (!AnyLeft()) Fetch();
-    if (!AnyLeft() && WaitFor(socket_, POLLIN, timeoutNanos)) Fetch();
+    if (!AnyLeft() && WaitFor(socket_.Get(), POLLIN, timeoutNanos)) Fetch();
     size_t count = 0;
     while (count < slots.size() && AnyLeft()) TakeNext(slots[count++]);
     return count;
