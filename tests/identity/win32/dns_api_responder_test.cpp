@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <thread>
 
 #include "identity/dns_sd_service_advertiser.h"
 #include "tests/identity/settings_fixture.h"
