@@ -151,8 +151,7 @@ TEST_F(HostEntry, DISABLED_EndsWithoutShutdown) {
   Host::InstanceRecord record{};
   (void)table.CreateInstance(&record);
   // Never unloaded, and still found by those who look for leaks.
-  static LoadedModule* volatile kept = nullptr;
-  kept = module.release();
+  [[maybe_unused]] static LoadedModule* volatile kept = module.release();
   std::exit(42);
 }
 
