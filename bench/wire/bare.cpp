@@ -23,7 +23,7 @@ namespace Veldrift {
 namespace {
 
 constexpr int kReceiveBufferBytes = 8 << 20;
-constexpr int64_t kSliceNanos = 10 * kNanosPerMilli;
+constexpr int64_t kSliceNanos = 100 * kNanosPerMilli;  // as the media path's receiver
 // As much around the payload as a datagram of the media path has.
 constexpr size_t kAround = kDatagramHeaderBytes + kSendTimeBytes;
 

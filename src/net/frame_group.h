@@ -2,10 +2,10 @@
 // frame, and the datagrams are built where they will be sent from.
 #pragma once
 
-#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 
 #include "net/media_datagram.h"
 #include "net/spare_memory.h"
@@ -17,14 +17,15 @@ namespace Veldrift {
 class FrameGroup {
  public:
   FrameGroup() = default;
-  // Room for `datagrams` datagrams of at most `longest` bytes each; more can't be appended.
+  // Room for `datagrams` datagrams of at most `longest` bytes each.
   FrameGroup(bool isVideo, size_t datagrams, size_t longest);
   FrameGroup(FrameGroup&& other) noexcept { *this = std::move(other); }
   FrameGroup& operator=(FrameGroup&& other) noexcept;
 
-  // Where the next datagram, of `length` bytes, is to be written.
+  // Where the next datagram, of `length` bytes, is to be written. Throws std::length_error if there
+  // is no room left.
   std::byte* Append(size_t length) {
-    assert(used_ + Stride(length) <= capacity_);
+    if (Stride(length) > capacity_ - used_) throw std::length_error("a frame group is full");
     std::byte* at = First() + used_;
     PutU16(at, uint16_t(length));
     used_ += Stride(length);

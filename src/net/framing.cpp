@@ -15,6 +15,12 @@ namespace {
 // The block code's index is a byte: frames of more fragments go without.
 constexpr size_t kMostProtectedFragments = 255;
 
+// What the header's flags can tell and the block code takes.
+bool CanProtect(size_t dataCount, size_t parityCount) {
+  if (parityCount == 0 || dataCount > kMostProtectedFragments) return true;
+  return parityCount <= kMaxParityFragments && dataCount + parityCount <= kMaxCodeBlocks;
+}
+
 bool SendsParity(size_t dataCount, size_t parityCount) {
   return parityCount > 0 && dataCount <= kMostProtectedFragments && BlockCodeAvailable();
 }
@@ -88,8 +94,7 @@ size_t ChooseParityCount(size_t dataCount) {
 size_t CountDatagrams(size_t size, size_t parityCount) {
   if (size < 1 || size > kMaxFrameBytes) return 0;
   const size_t dataCount = DataFragmentCount(size);
-  const bool protectable = dataCount <= kMostProtectedFragments;
-  if (dataCount + (protectable ? parityCount : 0) > kMaxFragments) return 0;
+  if (!CanProtect(dataCount, parityCount)) return 0;
   return dataCount + (SendsParity(dataCount, parityCount) ? parityCount : 0);
 }
 

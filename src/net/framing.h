@@ -28,7 +28,7 @@ size_t CountDatagrams(size_t size, size_t parityCount);
 struct FrameToSend {
   StreamType streamType = StreamType::Video;
   bool keyFrame = false;
-  size_t parityCount = 0;  // ignored above 255 data fragments
+  size_t parityCount = 0;  // at most 63, and 255 with the data; ignored above 255 data fragments
   uint16_t frameNumber = 0;
   uint32_t timestamp = 0;  // microseconds
   std::span<const std::byte> data;

@@ -7,7 +7,7 @@
 set -eu
 module=$1
 shift
-ours='LoadModule|LoadedModule|AnswerKnownFolder|ReplaceImport|ConnectTcp|OpenDatagramReceiver|TcpPortInUse'
+ours='LoadModule|LoadedModule|AnswerKnownFolder|ReplaceImport|ConnectTcp|OpenDatagramReceiver|OpenRunReceiver|TcpPortInUse'
 ours="$ours|ReadStreamSettings|StartProcess|RunAs|ChildProcess|SetEnvironment|ProcessCpuSeconds"
 ours="$ours|CountProcessResources|InstallInterruptFlag|StandardOutputIsTerminal|QuotedArgument"
 windows='VirtualProtect|CreateToolhelp32Snapshot|Thread32First|Thread32Next|CreateProcessW'

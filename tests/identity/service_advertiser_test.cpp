@@ -8,6 +8,7 @@
 #include "tests/identity/scripted_responder.h"
 #include "tests/identity/settings_fixture.h"
 #include "tests/identity/watched_clock.h"
+#include "tests/support/eventually.h"
 
 namespace Veldrift {
 namespace {
@@ -373,16 +374,17 @@ TEST_F(ServiceAdvertiser, WaitsHalfASecondForACallbackAndThenCancels) {
   std::thread platform([&] {
     callback(0, [&] {
       inside = true;
-      while (!goOn) std::this_thread::yield();
+      goOn.wait(false);
       return std::vector<DnsRecord>{{kRecordTypePtr, kOther}};
     });
   });
-  while (!inside) std::this_thread::yield();
+  EXPECT_TRUE(Eventually([&] { return inside.load(); }));
   const int64_t before = clock.NowNanos();
   advertiser.reset();
   EXPECT_EQ(clock.NowNanos() - before, 500 * kNanosPerMilli);
   EXPECT_EQ(script->Count("cancel"), 1u);
   goOn = true;
+  goOn.notify_all();
   platform.join();  // after everybody has gone
 }
 

@@ -1,9 +1,11 @@
 // A clock moved by hand that tells until when somebody waits.
 #pragma once
 
-#include <atomic>
-#include <thread>
+#include <gtest/gtest.h>
 
+#include <atomic>
+
+#include "tests/support/eventually.h"
 #include "tests/support/manual_clock.h"
 
 namespace Veldrift {
@@ -20,7 +22,8 @@ class WatchedClock final : public Clock {
   void Advance(int64_t nanos) { clock_.Advance(nanos); }
   // Returns when a thread waits that wants to be woken in so long.
   void AwaitWaiterFor(int64_t nanos) const {
-    while (deadline_ != NowNanos() + nanos) std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return deadline_ == NowNanos() + nanos; }))
+        << "nobody waits for " << nanos << " ns";
   }
 
  private:

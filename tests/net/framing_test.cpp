@@ -55,10 +55,22 @@ TEST(CountDatagrams, KnowsTheLimits) {
   struct Row {
     size_t size, parity, count;
   };
-  const Row rows[] = {{0, 1, 0},         {1, 1, 2},         {1440, 1, 2},
-                      {1441, 1, 3},      {365'760, 1, 255}, {365'761, 0, 255},
-                      {367'200, 0, 255}, {367'201, 7, 256}, {94'370'400, 0, 65'535},
-                      {94'370'401, 0, 0}};
+  const Row rows[] = {{0, 1, 0},
+                      {1, 1, 2},
+                      {1440, 1, 2},
+                      {1441, 1, 3},
+                      {365'760, 1, 255},
+                      {365'761, 0, 255},
+                      {367'200, 0, 255},
+                      {367'201, 7, 256},
+                      {94'370'400, 0, 65'535},
+                      {94'370'401, 0, 0},
+                      // More parity than the flags and the code hold.
+                      {1, 63, 64},
+                      {1, 64, 0},
+                      {276'480, 63, 255},
+                      {276'481, 63, 0},
+                      {367'200, 1, 0}};
   for (const Row& row : rows) {
     EXPECT_EQ(CountDatagrams(row.size, row.parity), row.count) << row.size;
   }
@@ -144,6 +156,16 @@ TEST(FragmentFrame, RefusesWhatCannotBeFramed) {
   EXPECT_FALSE(FragmentFrame(nothing, sequence, 0, group));
   EXPECT_EQ(sequence, 3U);
   EXPECT_TRUE(group.Empty());
+}
+
+TEST(FrameGroup, TakesNoMoreThanItHasRoomFor) {
+  FrameGroup group(true, 2, 1'000);
+  group.Append(1'000);
+  EXPECT_THROW(group.Append(1'100), std::length_error);
+  group.Append(1'000);
+  EXPECT_THROW(group.Append(1), std::length_error);
+  EXPECT_EQ(group.DatagramCount(), 2U);
+  EXPECT_EQ(group.Bytes(), 2'000U);
 }
 
 // ---- Repair ------------------------------------------------------------------------------------

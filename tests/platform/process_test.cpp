@@ -8,6 +8,7 @@
 #include "platform/file.h"
 #include "platform/system.h"
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/scratch.h"
 #include "tools/platform/command_line.h"
 
@@ -42,7 +43,7 @@ TEST(ChildProcess, AKilledOneAnswersMinusOne) {
   const ScratchFolder folder;
   const auto child = StartChild("ChildProcess.DISABLED_NeverEnds", folder.Path());
   ASSERT_NE(child, nullptr);
-  while (!std::filesystem::exists(folder.Path() / "running")) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return std::filesystem::exists(folder.Path() / "running"); }));
   EXPECT_EQ(child->WaitFor(0), std::nullopt);
   EXPECT_NE(child->Number(), 0u);
   child->Kill();

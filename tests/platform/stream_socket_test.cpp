@@ -11,6 +11,7 @@
 
 #include "platform/socket.h"
 #include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/scratch.h"
 #include "tools/platform/client_sockets.h"
 
@@ -209,7 +210,7 @@ TEST_F(StreamSockets, AProgramThatWasStartedMeanwhileHoldsNoneOfThem) {
   const ScratchFolder folder;
   const auto child = StartChild("ChildProcess.DISABLED_NeverEnds", folder.Path());
   ASSERT_NE(child, nullptr);
-  while (!std::filesystem::exists(folder.Path() / "running")) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([&] { return std::filesystem::exists(folder.Path() / "running"); }));
   const uint16_t port = listener_->Port();
   listener_.reset();
   far_.reset();

@@ -23,7 +23,7 @@ void PrintTo(const Mistake& mistake, std::ostream* out) { *out << mistake.name; 
 
 class BadUse : public testing::TestWithParam<Mistake> {};
 
-void ExpectOneSentence(const Child& child, const std::string& program, const std::string& part) {
+void ExpectOneSentence(const StandIn& child, const std::string& program, const std::string& part) {
   const std::vector<std::string> said = child.Complaints();
   ASSERT_EQ(said.size(), 1u) << testing::PrintToString(said);
   EXPECT_TRUE(said[0].starts_with(program + ": ")) << said[0];
@@ -39,7 +39,7 @@ TEST_P(BadUse, IsAnsweredInOneSentence) {
   for (std::string& argument : arguments) {
     if (argument.starts_with("@")) argument = PathText(stage.File(argument.substr(1)));
   }
-  Child child(mistake.program, arguments, stage.NewStem("child"));
+  StandIn child(mistake.program, arguments, stage.NewStem("child"));
   EXPECT_EQ(child.Wait(), mistake.exit);
   ExpectOneSentence(child, mistake.program, mistake.sentence);
 }
@@ -99,10 +99,10 @@ TEST(BadUse, AModuleThatIsNotThereIsNamed) {
     role = name;
   }
   ASSERT_NE(port, 0) << "every control port is in use";
-  Child host(kHost,
-             {"--host", role, "--home", PathText(stage.File("home")), "--module",
-              PathText(stage.File("none.prm"))},
-             stage.NewStem("host"));
+  StandIn host(kHost,
+               {"--host", role, "--home", PathText(stage.File("home")), "--module",
+                PathText(stage.File("none.prm"))},
+               stage.NewStem("host"));
   EXPECT_EQ(host.Wait(), 3);
   ExpectOneSentence(host, kHost, "none.prm");
 }
@@ -115,8 +115,8 @@ TEST(BadUse, NobodyListeningIsSaid) {
     port = ListenTcp(0)->Port();  // free again at once
   }
   const std::string endpoint = "127.0.0.1:" + std::to_string(port);
-  Child phone(kPhone, {"--host", endpoint, "--bind", stage.NewAddress(), "--wait", "0.2"},
-              stage.NewStem("phone"));
+  StandIn phone(kPhone, {"--host", endpoint, "--bind", stage.NewAddress(), "--wait", "0.2"},
+                stage.NewStem("phone"));
   EXPECT_EQ(phone.Wait(), 3);
   ExpectOneSentence(phone, kPhone, "no plug-in answers at " + endpoint);
 }
@@ -128,7 +128,7 @@ TEST(BadUse, AMediaPortInUseIsNamed) {
     const std::string address = stage.NewAddress();
     const auto taken = OpenDatagramReceiver({*ParseAddress(address), port}, 0);
     ASSERT_NE(taken, nullptr);
-    Child phone(kPhone, {"--host", "127.0.0.1", "--bind", address}, stage.NewStem("phone"));
+    StandIn phone(kPhone, {"--host", "127.0.0.1", "--bind", address}, stage.NewStem("phone"));
     EXPECT_EQ(phone.Wait(), 4);
     ExpectOneSentence(phone, kPhone,
                       "port " + std::to_string(port) + " on " + address + " is in use");
@@ -140,8 +140,8 @@ TEST(BadUse, AControlPortInUseEndsTheHost) {
   const SocketLayer sockets;
   // If another program of this machine has it, so much the better.
   const auto taken = ListenTcp(47120);
-  Child host(kHost, {"--host", "mediaencoder", "--home", PathText(stage.File("home"))},
-             stage.NewStem("host"));
+  StandIn host(kHost, {"--host", "mediaencoder", "--home", PathText(stage.File("home"))},
+               stage.NewStem("host"));
   EXPECT_EQ(host.Wait(), 8);
   ExpectOneSentence(host, kHost, "control port 47120 is in use");
 }
@@ -173,10 +173,10 @@ TEST(BadUse, CtrlCWhileAFileIsOpenedIsTheEnd) {
   Stage stage;
   const SocketLayer sockets;
   const auto listener = ListenTcp(0);
-  Child host(kHost,
-             {"--home", PathText(stage.File("home")), "--input",
-              "tcp://127.0.0.1:" + std::to_string(listener->Port())},
-             stage.NewStem("host"));
+  StandIn host(kHost,
+               {"--home", PathText(stage.File("home")), "--input",
+                "tcp://127.0.0.1:" + std::to_string(listener->Port())},
+               stage.NewStem("host"));
   const auto file = listener->Accept(kPatienceNanos);
   ASSERT_NE(file, nullptr);
   host.Interrupt();

@@ -3,7 +3,7 @@
 
 #include "platform/file.h"
 #include "tests/stream/stage.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 
 namespace Veldrift {
 namespace {
@@ -43,7 +43,7 @@ TEST(Commands, EachIsTakenAnsweredAndListedWithItsTime) {
     arguments.emplace_back("--send");
     arguments.emplace_back(other);
   }
-  Child& phone = stage.StartPhone("a", arguments);
+  StandIn& phone = stage.StartPhone("a", arguments);
   EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
   const nlohmann::json summary = phone.Summary();
   ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
@@ -69,7 +69,7 @@ TEST(Commands, EachIsTakenAnsweredAndListedWithItsTime) {
 TEST(Commands, SelfTestsRunInTheLiveModuleAndTheirVerdictIsPrinted) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone(
+  StandIn& phone = stage.StartPhone(
       "a", {"--self-test", "P0.1", "--self-test", "P0.3", "--self-test", "P0.4", "--self-test",
             "P1.1", "--self-test", "P2.1", "--self-test", "P3", "--self-test", "P6.1"});
   EXPECT_EQ(phone.Wait(), kExitGood) << phone.Output();
@@ -77,7 +77,7 @@ TEST(Commands, SelfTestsRunInTheLiveModuleAndTheirVerdictIsPrinted) {
   ASSERT_EQ(verdicts.size(), 7U);
   for (const nlohmann::json& verdict : verdicts) EXPECT_TRUE(verdict["passed"]) << verdict;
   EXPECT_NE(verdicts[5]["detail"].get<std::string>().find("tornCopies=0"), std::string::npos);
-  Child& failing = stage.StartPhone("a", {"--self-test", "P9"});
+  StandIn& failing = stage.StartPhone("a", {"--self-test", "P9"});
   EXPECT_EQ(failing.Wait(), kExitSelfTest);
   EXPECT_EQ(failing.Summary()["self_tests"][0]["detail"], "unknown self-test id 'P9'");
   stage.EndHost();

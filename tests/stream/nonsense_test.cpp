@@ -5,7 +5,7 @@
 #include "platform/file.h"
 #include "tests/stream/stage.h"
 #include "tests/support/test_phone.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 #include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
@@ -33,7 +33,7 @@ class Nonsense : public testing::Test {
   }
 
   void ExpectThatAPhoneGetsItsPictures() {
-    Child& phone = stage_.StartPhone("a", {"--seconds", "2"});
+    StandIn& phone = stage_.StartPhone("a", {"--seconds", "2"});
     EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
     ExpectGoodPictures(phone.Summary());
     const nlohmann::json host = stage_.EndHost();

@@ -3,7 +3,7 @@
 
 #include "platform/file.h"
 #include "tests/stream/stage.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 
 namespace Veldrift {
 namespace {
@@ -11,11 +11,11 @@ namespace {
 TEST(Pairing, AKnownPhoneComesBackByItsTokenWithoutACode) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& first = stage.StartPhone("a", {"--seconds", "1.5"});
+  StandIn& first = stage.StartPhone("a", {"--seconds", "1.5"});
   EXPECT_EQ(first.Wait(), kExitGood);
   ExpectGoodPictures(first.Summary());
   EXPECT_EQ(stage.CountInHostLog("pair: challenge="), 1u);
-  Child& again = stage.StartPhoneWithoutCode("a", {"--seconds", "1.5"});
+  StandIn& again = stage.StartPhoneWithoutCode("a", {"--seconds", "1.5"});
   EXPECT_EQ(again.Wait(), kExitGood) << testing::PrintToString(again.Complaints());
   ExpectGoodPictures(again.Summary());
   EXPECT_EQ(stage.CountInHostLog("pair: challenge="), 1u);
@@ -25,10 +25,10 @@ TEST(Pairing, AKnownPhoneComesBackByItsTokenWithoutACode) {
 TEST(Pairing, APhoneThatComesWhileTheHostStandsStillSeesItsLastPicture) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "640x360", "--pause-after", "3"}));
-  Child& first = stage.StartPhone("a", {"--codec", "h264", "--seconds", "4"});
+  StandIn& first = stage.StartPhone("a", {"--codec", "h264", "--seconds", "4"});
   EXPECT_EQ(first.Wait(), kExitGood) << testing::PrintToString(first.Complaints());
   ASSERT_TRUE(Eventually([&] { return stage.CountInHostLog(":INFO] StopClock") == 1; }));
-  Child& late = stage.StartPhone("b", {"--seconds", "1"});
+  StandIn& late = stage.StartPhone("b", {"--seconds", "1"});
   EXPECT_EQ(late.Wait(), kExitGood) << testing::PrintToString(late.Complaints());
   EXPECT_GE(late.Summary()["decoder"]["decoded"], 1);
   EXPECT_GT(late.Summary()["first_picture_ms"], 0);
@@ -39,14 +39,14 @@ TEST(Pairing, AWrongCodeIsRefusedAndTheNextPhoneGetsIn) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
   // One code in a million is the right one; two tries tell a refusal from an accident.
-  Child& guess = stage.StartPhoneWithoutCode("a", {"--code", "000000", "--seconds", "1"});
+  StandIn& guess = stage.StartPhoneWithoutCode("a", {"--code", "000000", "--seconds", "1"});
   EXPECT_EQ(guess.Wait(), kExitRefused);
   EXPECT_EQ(guess.Complaints(), std::vector<std::string>{"veldrift-phone: the plug-in refused the "
                                                          "pairing: the code was wrong"});
   EXPECT_FALSE(std::filesystem::exists(stage.File("a.token")));
-  Child& mute = stage.StartPhoneWithoutCode("b", {"--seconds", "1"});  // nobody types a code
+  StandIn& mute = stage.StartPhoneWithoutCode("b", {"--seconds", "1"});  // nobody types a code
   EXPECT_EQ(mute.Wait(), kExitRefused);
-  Child& right = stage.StartPhone("a", {"--seconds", "1.5"});
+  StandIn& right = stage.StartPhone("a", {"--seconds", "1.5"});
   EXPECT_EQ(right.Wait(), kExitGood);
   ExpectGoodPictures(right.Summary());
   stage.EndHost();
@@ -55,9 +55,9 @@ TEST(Pairing, AWrongCodeIsRefusedAndTheNextPhoneGetsIn) {
 TEST(Pairing, ASecondPhoneTakesTheFirstOnesPlace) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& first = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
+  StandIn& first = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
-  Child& second = stage.StartPhone("b", {"--seconds", "2"});
+  StandIn& second = stage.StartPhone("b", {"--seconds", "2"});
   // Nothing tells the first to stop but the end of its connection; what it got was good.
   EXPECT_EQ(first.Wait(), kExitGood) << testing::PrintToString(first.Complaints());
   ExpectGoodPictures(first.Summary());

@@ -6,7 +6,7 @@
 #include "tests/scan/qr_scanner.h"
 #include "tests/stream/stage.h"
 #include "tests/support/terminal_picture.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 #include "tools/receiver/pairing_uri_reader.h"
 
 namespace Veldrift {
@@ -32,7 +32,7 @@ std::string Behind(const std::vector<std::string>& lines, const std::string& pre
 TEST(QrOption, TheCodeOnTheScreenLeadsToThisInstallationAndTheDigitsFollow) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "640x360", "--qr"}));
-  Child& phone = stage.StartPhone("a", {"--seconds", "1"});
+  StandIn& phone = stage.StartPhone("a", {"--seconds", "1"});
   EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
   ASSERT_TRUE(Eventually([&] {
     return Joined(stage.Host().Complaints()).find("pairing code ") != std::string::npos;

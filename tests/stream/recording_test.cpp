@@ -19,7 +19,7 @@ class Recording : public testing::Test {
   static void SetUpTestSuite() {
     stage_ = new Stage;
     stage_->StartHost();
-    Child& phone =
+    StandIn& phone =
         stage_->StartPhone("a", {"--seconds", "5", "--record", PathText(stage_->File("take.mkv")),
                                  "--snapshots", PathText(stage_->File("pictures"))});
     EXPECT_EQ(phone.Wait(), 0);
@@ -82,7 +82,7 @@ TEST_F(Recording, CanBeStreamedWithItsSound) {
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--input", PathText(stage_->File("take.mkv")), "--audio", "file", "--frames",
                        std::to_string(file_->pictures - 3)}));
-  Child& phone =
+  StandIn& phone =
       stage.StartPhone("b", {"--codec", "h264", "--record", PathText(stage.File("copy.mkv"))});
   EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0);
@@ -108,7 +108,7 @@ TEST_P(InStep, AFlashAndItsClickAreLessThanAFrameApart) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost(
       {"--size", "320x240", "--fps", "30", "--clapper", "--audio-road", GetParam()}));
-  Child& phone = stage.StartPhone(
+  StandIn& phone = stage.StartPhone(
       "a", {"--codec", "h264", "--seconds", "8", "--record", PathText(stage.File("take.mkv"))});
   EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
   stage.EndHost();
@@ -134,8 +134,8 @@ TEST(Scaling, TheShorterSideIsNoLongerThanThePhoneAllows) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
   const auto pictures = stage.File("pictures");
-  Child& phone = stage.StartPhone("a", {"--max-short-side", "180", "--codec", "h264", "--seconds",
-                                        "3", "--snapshots", PathText(pictures)});
+  StandIn& phone = stage.StartPhone("a", {"--max-short-side", "180", "--codec", "h264", "--seconds",
+                                          "3", "--snapshots", PathText(pictures)});
   EXPECT_EQ(phone.Wait(), 0);
   const nlohmann::json summary = phone.Summary();
   ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));

@@ -41,7 +41,7 @@ TEST_P(Repair, EveryFrameThatTheCodeCanRepairIsRepaired) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
   // The patience takes the machine's speed out: a frame is given up for what didn't come alone.
-  Child& phone =
+  StandIn& phone =
       stage.StartPhone("a", {"--codec", given.codec, "--drop", "5", "--reorder", "2", "--seed",
                              "20", "--patience", "20000", "--seconds", given.seconds});
   EXPECT_EQ(phone.Wait(), 0);
@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(Codecs, Repair,
 TEST(Repair, ALongStreamOfPredictedPicturesGoesOnBehindEachLoss) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30"}));
-  Child& phone = stage.StartPhone(
+  StandIn& phone = stage.StartPhone(
       "a", {"--codec", "h264", "--gop", "long", "--drop", "5", "--seed", "3", "--seconds", "6"});
   EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
   const nlohmann::json summary = phone.Summary();

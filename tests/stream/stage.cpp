@@ -5,7 +5,7 @@
 #include <array>
 
 #include "platform/file.h"
-#include "tools/host/exit_codes.h"
+#include "tools/host/host_exit.h"
 #include "tools/platform/this_process.h"
 
 namespace Veldrift {
@@ -52,12 +52,12 @@ size_t Stage::CountInHostLog(std::string_view text) const {
 bool Stage::TryHost(const Arguments& arguments) {
   const std::string stem = NewStem("host");
   home_ = stem + "-home";
-  host_ =
-      std::make_unique<Child>("veldrift-host",
-                              Join({"--host", kRoleNames[size_t(role_)], "--home", PathText(home_),
-                                    "--no-discovery", "--json", "--seconds", kLongestRunSeconds},
-                                   arguments),
-                              stem);
+  host_ = std::make_unique<StandIn>(
+      "veldrift-host",
+      Join({"--host", kRoleNames[size_t(role_)], "--home", PathText(home_), "--no-discovery",
+            "--json", "--seconds", kLongestRunSeconds},
+           arguments),
+      stem);
   bool listens = false;
   Eventually([&] {
     listens = CountInHostLog(" Listening on :") > 0;
@@ -81,11 +81,11 @@ void Stage::StartHost(const Arguments& arguments) {
   ASSERT_FALSE(host_->Ended()) << testing::PrintToString(host_->Complaints());
 }
 
-Child& Stage::StartPhone(const std::string& id, const Arguments& arguments) {
+StandIn& Stage::StartPhone(const std::string& id, const Arguments& arguments) {
   return StartPhoneWithoutCode(id, Join({"--code-from-log", HostLog()}, arguments));
 }
 
-Child& Stage::StartPhoneWithoutCode(const std::string& id, const Arguments& arguments) {
+StandIn& Stage::StartPhoneWithoutCode(const std::string& id, const Arguments& arguments) {
   const Arguments common = {"--host",
                             "127.0.0.1:" + std::to_string(ControlPort()),
                             "--bind",

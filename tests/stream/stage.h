@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "support/paths.h"
-#include "tests/stream/child.h"
+#include "tests/stream/stand_in.h"
 #include "tests/support/scratch.h"
 
 namespace Veldrift {
@@ -24,7 +24,7 @@ class Stage {
   // control port is free: the machine may be shared.
   void StartHost(const Arguments& arguments = {"--size", "640x360", "--fps", "30"});
 
-  Child& Host() { return *host_; }
+  StandIn& Host() { return *host_; }
   uint16_t ControlPort() const { return TraitsOf(role_).controlPort; }
   // What the host was given as --home.
   const std::filesystem::path& Home() const { return home_; }
@@ -33,9 +33,9 @@ class Stage {
 
   // A phone that pairs by the code in the host's log. `id` names the phone: the same id again has
   // the same token file.
-  Child& StartPhone(const std::string& id, const Arguments& arguments);
+  StandIn& StartPhone(const std::string& id, const Arguments& arguments);
   // The same without a code: the token must do, or what `arguments` give.
-  Child& StartPhoneWithoutCode(const std::string& id, const Arguments& arguments);
+  StandIn& StartPhoneWithoutCode(const std::string& id, const Arguments& arguments);
 
   // Ends the host by Ctrl-C and expects that it got every frame back; its summary.
   nlohmann::json EndHost();
@@ -51,8 +51,8 @@ class Stage {
   ScratchFolder folder_;  // first, so that the children are gone before it
   std::filesystem::path home_;
   HostApplication role_ = HostApplication::MediaEncoder;
-  std::unique_ptr<Child> host_;
-  std::deque<Child> phones_;
+  std::unique_ptr<StandIn> host_;
+  std::deque<StandIn> phones_;
   int stems_ = 0;
 };
 

@@ -9,7 +9,7 @@
 #include "platform/file.h"
 #include "tests/stream/stage.h"
 #include "tests/stream/video_file.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 
 namespace Veldrift {
 namespace {
@@ -27,7 +27,7 @@ TEST(Steering, ThePhonesKeysPauseStepAndResumeThePicture) {
   constexpr double kBetweenKeys = 0.5;
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240"}));
-  Child& phone = stage.StartPhone(
+  StandIn& phone = stage.StartPhone(
       "a", {"--codec", "h264", "--key", "play", "--key", "step-forward", "--key", "step-back",
             "--key", "step-back", "--key", "play", "--interval", "500", "--seconds", "4",
             "--record", PathText(stage.File("take.mkv"))});
@@ -67,7 +67,7 @@ TEST(Steering, ASourceThatChangesItsSizeAndRateWhileItPlaysIsToldAndShown) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30", "--script",
                                            "2 size 480x270, 3.5 fps 24", "--frames", "130"}));
-  Child& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "long"});
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "long"});
   EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0) << testing::PrintToString(stage.Host().Complaints());
   const nlohmann::json summary = phone.Summary();
@@ -87,7 +87,7 @@ TEST(Steering, TwoInstancesPlayAndEachAnswersTheOneCommand) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--size", "320x240", "--playing", "2", "--audio-road", "pull"}));
-  Child& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "intra", "--seconds", "3"});
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "intra", "--seconds", "3"});
   // Two streams of pictures are not one in order: the verdict isn't the matter here.
   phone.Wait();
   const nlohmann::json summary = phone.Summary();
@@ -120,7 +120,7 @@ TEST_P(HardHost, GetsItsRulesKeptAndThePhoneItsPictures) {
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--size", "320x240", "--instances", "2", "--audio-road", "pull", "--setup",
                        "--hostile", GetParam().hostile, "--script", GetParam().script}));
-  Child& phone = stage.StartPhone("a", {"--codec", "h264", "--seconds", "3"});
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--seconds", "3"});
   EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
   ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(phone.Summary()));
   EXPECT_EQ(phone.Summary()["width"], 320);

@@ -4,7 +4,7 @@
 #include "platform/file.h"
 #include "tests/stream/stage.h"
 #include "tests/stream/video_file.h"
-#include "tools/phone/exit_codes.h"
+#include "tools/phone/phone_exit.h"
 
 namespace Veldrift {
 namespace {
@@ -12,11 +12,11 @@ namespace {
 TEST(SuddenEnd, AfterAPhoneWasKilledTheNextOneGetsItsPictures) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& killed = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
+  StandIn& killed = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   killed.Kill();
   EXPECT_EQ(killed.Wait(), -1);
-  Child& next = stage.StartPhone("b", {"--seconds", "2"});
+  StandIn& next = stage.StartPhone("b", {"--seconds", "2"});
   EXPECT_EQ(next.Wait(), kExitGood) << testing::PrintToString(next.Complaints());
   ExpectGoodPictures(next.Summary());
   stage.EndHost();
@@ -25,8 +25,8 @@ TEST(SuddenEnd, AfterAPhoneWasKilledTheNextOneGetsItsPictures) {
 TEST(SuddenEnd, AfterTheHostWasKilledThePhoneEndsAndItsRecordingIsWhole) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
-                                        PathText(stage.File("take.mkv"))});
+  StandIn& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
+                                          PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.Host().Kill();
   EXPECT_EQ(stage.Host().Wait(), -1);
@@ -41,8 +41,8 @@ TEST(SuddenEnd, AfterTheHostWasKilledThePhoneEndsAndItsRecordingIsWhole) {
 TEST(SuddenEnd, BothTakeCtrlCAndLeaveEverythingTidy) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
-                                        PathText(stage.File("take.mkv"))});
+  StandIn& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
+                                          PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   phone.Interrupt();
   EXPECT_EQ(phone.Wait(), kExitGood);
@@ -57,7 +57,7 @@ TEST(SuddenEnd, BothTakeCtrlCAndLeaveEverythingTidy) {
 TEST(SuddenEnd, TheHostTakesCtrlCWhileAPhoneWatches) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Child& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
+  StandIn& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.EndHost();
   EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());

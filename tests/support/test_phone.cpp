@@ -1,11 +1,14 @@
 #include "tests/support/test_phone.h"
 
+#include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <utility>
 
 #include "net/control_protocol.h"
 #include "support/clock.h"
 #include "tools/platform/client_sockets.h"
+#include "tools/receiver/status_message.h"
 
 namespace Veldrift {
 
@@ -29,6 +32,8 @@ class ShowingDialog final : public IPairingDialog {
  private:
   std::shared_ptr<ShownCode> shown_;
 };
+
+int64_t Deadline() { return SteadyNanos() + 30 * kNanosPerSecond; }
 
 std::string Counted(std::string_view text) {
   return std::string(1, char(text.size())) + std::string(text);
@@ -58,44 +63,45 @@ void TestPhone::SendHello(std::string_view id, std::string_view name, std::strin
   SendCommand(kClientHello, Counted(id) + Counted(name) + Counted(token));
 }
 
-bool TestPhone::Read(std::string& bytes, size_t count) {
-  bytes.resize(count);
-  std::span<std::byte> rest = std::as_writable_bytes(std::span(bytes));
-  while (!rest.empty()) {
-    const std::ptrdiff_t got = socket_->Receive(rest);
+bool TestPhone::Read(std::span<std::byte> bytes, int64_t deadlineNs) {
+  while (!bytes.empty()) {
+    if (!AwaitBytes(*socket_, std::max<int64_t>(deadlineNs - SteadyNanos(), 0))) {
+      throw std::runtime_error("the phone waited 30 s in vain for a message");
+    }
+    const std::ptrdiff_t got = socket_->Receive(bytes);
     if (got <= 0) return false;
-    rest = rest.subspan(size_t(got));
+    bytes = bytes.subspan(size_t(got));
   }
   return true;
 }
 
-std::optional<TestPhone::Message> TestPhone::Next() {
-  std::string opcode;
-  while (Read(opcode, 1)) {
-    const PayloadShape* shape = StatusShape(uint8_t(opcode[0]));
-    if (shape == nullptr) return std::nullopt;
-    Message message{uint8_t(opcode[0]), {}};
-    std::string tail;
-    if (!Read(message.payload, shape->headBytes)) return std::nullopt;
-    if (shape->countedTail && !Read(tail, uint8_t(message.payload.back()))) return std::nullopt;
-    message.payload += tail;
-    if (message.opcode != kHeartbeat) return message;
-  }
-  return std::nullopt;
+std::optional<TestPhone::Message> TestPhone::NextBefore(int64_t deadlineNs) {
+  const auto read = [&](std::span<std::byte> bytes) { return Read(bytes, deadlineNs); };
+  StatusMessage message;
+  do {
+    if (ReadStatusMessage(read, message) != MessageRead::Message) return std::nullopt;
+  } while (message.opcode == kHeartbeat);
+  const auto* text = reinterpret_cast<const char*>(message.payload.data());
+  return Message{message.opcode, {text, message.payload.size()}};
 }
 
+std::optional<TestPhone::Message> TestPhone::Next() { return NextBefore(Deadline()); }
+
 std::optional<TestPhone::Message> TestPhone::NextOf(uint8_t opcode) {
-  while (std::optional<Message> message = Next()) {
+  const int64_t deadlineNs = Deadline();
+  while (std::optional<Message> message = NextBefore(deadlineNs)) {
     if (message->opcode == opcode) return message;
   }
   return std::nullopt;
 }
 
 bool TestPhone::SeesTheEnd() {
+  const int64_t deadlineNs = Deadline();
   std::array<std::byte, 256> dropped;
-  while (socket_->Receive(dropped) > 0) {
+  while (AwaitBytes(*socket_, std::max<int64_t>(deadlineNs - SteadyNanos(), 0))) {
+    if (socket_->Receive(dropped) <= 0) return true;
   }
-  return true;
+  return false;
 }
 
 std::string ShownCode::Take() {

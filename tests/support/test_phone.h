@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -33,16 +34,20 @@ class TestPhone {
   void SendCommand(uint8_t opcode, std::string_view payload = {});
   void SendHello(std::string_view id, std::string_view name, std::string_view token = {});
 
-  // The next message, heartbeats passed over; nothing when the connection has ended.
+  // The next message, heartbeats passed over; nothing when the connection has ended. What waits
+  // for 30 s in vain throws, which says so and ends the test.
   std::optional<Message> Next();
   // The next message of that opcode, whatever comes before it.
   std::optional<Message> NextOf(uint8_t opcode);
-  // True once the other side has ended the connection; reads and drops what came before.
+  // True once the other side has ended the connection; reads and drops what came before. False if
+  // it hasn't for 30 s.
   bool SeesTheEnd();
   void Close() { socket_.reset(); }
 
  private:
-  bool Read(std::string& bytes, size_t count);
+  std::optional<Message> NextBefore(int64_t deadlineNs);
+  // False at the connection's end.
+  bool Read(std::span<std::byte> bytes, int64_t deadlineNs);
 
   std::unique_ptr<StreamSocket> socket_;
 };

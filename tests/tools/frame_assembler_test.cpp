@@ -206,6 +206,18 @@ TEST(FrameAssembler, AnOlderFrameIsGivenUpAfterATime) {
   EXPECT_EQ(assembler.Counters().spareParity, 2U);
 }
 
+TEST(FrameAssembler, AHugeFrameThatComesTooLateIsNoNewBeginning) {
+  TestSender sender;
+  Assembler assembler;
+  assembler.Take(sender.Next(1'440));
+  const std::vector<Datagram> huge = sender.Next(1'200 * 1'440);
+  for (int i = 0; i < 5; ++i) assembler.Take(sender.Next(1'440));  // so many don't wait for it
+  assembler.Take(huge);
+  assembler.Take(sender.Next(1'440));
+  EXPECT_EQ(assembler.Numbers(), (Numbers{0, 2, 3, 4, 5, 6, 7}));
+  EXPECT_EQ(assembler.Counters().late, huge.size());
+}
+
 TEST(FrameAssembler, AnOlderFrameIsGivenUpAfterACount) {
   TestSender sender;
   Assembler assembler({.maxWaitingWhole = 2});

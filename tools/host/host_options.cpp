@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "exit_codes.h"
+#include "host_exit.h"
 #include "platform/file.h"
 #include "tools/cli/command_line.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "exit_codes.h"
+#include "host_exit.h"
 #include "host_options.h"
 #include "identity/install_identity.h"
 #include "other_name.h"

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <vector>
 
-#include "exit_codes.h"
+#include "host_exit.h"
 #include "platform/file.h"
 #include "platform/system.h"
 #include "support/identifiers.h"

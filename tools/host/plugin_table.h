@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "exit_codes.h"
+#include "host_exit.h"
 #include "session/host_interface.h"
 #include "tools/platform/module_loader.h"
 

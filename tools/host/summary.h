@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "exit_codes.h"
 #include "fault_book.h"
+#include "host_exit.h"
 #include "plugin_driver.h"
 #include "tools/platform/this_process.h"
 

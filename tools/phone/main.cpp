@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <string>
 
-#include "exit_codes.h"
 #include "media_pipeline.h"
 #include "net/control_protocol.h"
+#include "phone_exit.h"
 #include "phone_link.h"
 #include "phone_options.h"
 #include "plugin_finder.h"

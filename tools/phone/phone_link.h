@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "exit_codes.h"
+#include "phone_exit.h"
 #include "phone_options.h"
 #include "platform/mutex.h"
 #include "tools/receiver/commands.h"

@@ -2,8 +2,8 @@
 
 #include <map>
 
-#include "exit_codes.h"
 #include "net/control_protocol.h"
+#include "phone_exit.h"
 #include "platform/file.h"
 #include "tools/cli/command_line.h"
 #include "tools/receiver/pairing_uri_reader.h"

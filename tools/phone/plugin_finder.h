@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "exit_codes.h"
+#include "phone_exit.h"
 #include "phone_options.h"
 #include "tools/discovery/service_browser.h"
 

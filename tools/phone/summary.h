@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "exit_codes.h"
 #include "media_pipeline.h"
+#include "phone_exit.h"
 #include "phone_link.h"
 #include "tools/discovery/service_browser.h"
 #include "tools/receiver/media_receiver.h"

@@ -14,10 +14,17 @@ namespace Veldrift {
 std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t localAddress,
                                          int64_t timeoutNanos);
 
+// Waits up to `timeoutNanos` until a Receive would answer at once: bytes are there, or the end is.
+bool AwaitBytes(const StreamSocket& socket, int64_t timeoutNanos);
+
 // A socket bound to `local`, with a receive buffer of `receiveBufferBytes` as far as the system
 // allows it. Null on failure (ErrorText), such as a port in use.
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
                                                      int receiveBufferBytes);
+
+// The same for many datagrams a second: where the system hands out datagrams that arrived together
+// in one piece, they are taken so and cut up here. Sending may fail.
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes);
 
 // True if another program has the TCP port on any of the machine's addresses, so that ListenTcp
 // would have to do without it or share it. Nobody can connect to what asks.

@@ -9,8 +9,10 @@ namespace {
 
 constexpr size_t kKeptTexts = 8;
 constexpr int64_t kFrameNumbers = 1 << 16;
-// So many late datagrams in a row, and nothing else, can't be stragglers: the numbering has moved.
+// So many late datagrams in a row, of so many frames, and nothing else, can't be stragglers: the
+// numbering has moved. A single frame that was given up while it still came can be longer.
 constexpr size_t kLateRunOfAnotherStream = 1000;
+constexpr size_t kLateFramesOfAnotherStream = 4;
 
 const char* StreamName(StreamType stream) {
   return stream == StreamType::Video ? "video" : "audio";
@@ -68,18 +70,20 @@ int64_t FrameAssembler::Unwrap(const DatagramHeader& header) {
 
 bool FrameAssembler::TooLate(int64_t number, bool parity) {
   if (number >= next_) {
-    lateRun_ = 0;
+    lateRun_ = lateFrames_ = 0;
     return false;
   }
   // A frame that lost nothing is delivered before its parity comes.
   ++(parity ? counters_.spareParity : counters_.late);
-  if (++lateRun_ < kLateRunOfAnotherStream) return true;
+  if (lateRun_ == 0 || number != lateFrame_) ++lateFrames_;
+  lateFrame_ = number;
+  if (++lateRun_ < kLateRunOfAnotherStream || lateFrames_ < kLateFramesOfAnotherStream) return true;
   StartOver(number);
   return false;
 }
 
 void FrameAssembler::StartOver(int64_t number) {
-  lateRun_ = 0;
+  lateRun_ = lateFrames_ = 0;
   pending_.clear();
   whole_.clear();
   pendingBytes_ = wholeBytes_ = 0;

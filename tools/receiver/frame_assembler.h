@@ -62,6 +62,9 @@ class FrameAssembler {
   // Gives up what has waited too long. Call it now and then also when nothing comes.
   void Poll(int64_t nowNs);
 
+  // Whether a whole frame waits for older ones, so that Poll has something to give up.
+  bool Waits() const { return !whole_.empty(); }
+
   // The end: delivers the whole frames that still wait for older ones.
   void Flush();
 
@@ -84,8 +87,10 @@ class FrameAssembler {
   const Sink sink_;
 
   bool started_ = false;
-  int64_t next_ = 0;  // the frame to deliver next; numbers here don't wrap
-  size_t lateRun_ = 0;
+  int64_t next_ = 0;       // the frame to deliver next; numbers here don't wrap
+  size_t lateRun_ = 0;     // late datagrams in a row
+  size_t lateFrames_ = 0;  // of how many frames
+  int64_t lateFrame_ = 0;  // the last of them
   std::map<int64_t, PendingFrame> pending_;
   size_t pendingBytes_ = 0;
   std::map<int64_t, WholeFrame> whole_;  // waiting for older ones

@@ -11,9 +11,10 @@ namespace Veldrift {
 namespace {
 
 constexpr int kReceiveBufferBytes = 8 << 20;
-constexpr int64_t kSliceNs = 10 * kNanosPerMilli;       // also how soon a waiting frame is given up
-constexpr size_t kBatch = 32;                           // datagrams taken in one go
-constexpr size_t kBufferBytes = kMaxDatagramBytes + 1;  // one more, to see a longer one
+constexpr int64_t kSliceNs = 100 * kNanosPerMilli;        // how soon Stop is seen
+constexpr int64_t kWaitingSliceNs = 10 * kNanosPerMilli;  // how soon a waiting frame is given up
+constexpr size_t kBatch = 64;                             // datagrams taken in one go
+constexpr size_t kBufferBytes = kMaxDatagramBytes + 1;    // one more, to see a longer one
 
 // A port that can't be bound on an address that can is somebody else's.
 MediaReceiver::OpenResult WhyNot(const Ipv4Endpoint& local, std::string& error) {
@@ -71,13 +72,14 @@ class MediaReceiver::Stream {
       slots[i].buffer = std::span(memory).subspan(i * kBufferBytes, kBufferBytes);
     }
     while (running) {
-      const size_t count = socket_->ReceiveMany(slots, kSliceNs);
+      const size_t count =
+          socket_->ReceiveMany(slots, assembler_.Waits() ? kWaitingSliceNs : kSliceNs);
       nowNs_ = SteadyNanos();
       for (const DatagramSocket::Slot& slot : std::span(slots).first(count)) {
         PassOn(slot.buffer.first(slot.length));
       }
       assembler_.Poll(nowNs_);
-      if (nowNs_ - publishedNs_ >= kSliceNs) Publish();
+      Publish();
     }
     loss_.Flush();
     assembler_.Flush();
@@ -96,7 +98,6 @@ class MediaReceiver::Stream {
   }
 
   void Publish() {
-    publishedNs_ = nowNs_;
     const MediaCounters counters{assembler_.Counters(), loss_.Dropped(), loss_.Reordered()};
     const MutexLock lock(mutex_);
     published_ = counters;
@@ -105,7 +106,6 @@ class MediaReceiver::Stream {
   const std::unique_ptr<DatagramSocket> socket_;
   const FrameCallback* onFrame_ = nullptr;
   int64_t nowNs_ = 0;         // the receiving thread's
-  int64_t publishedNs_ = 0;   // the receiving thread's
   FrameAssembler assembler_;  // the receiving thread's
   LossSimulator loss_;        // the receiving thread's
   ArrivalLedger ledger_;      // the receiving thread's
@@ -123,7 +123,7 @@ MediaReceiver::OpenResult MediaReceiver::Open(std::string& error) {
     const bool isVideo = stream == StreamType::Video;
     const Ipv4Endpoint local{options_.bindAddress,
                              isVideo ? options_.videoPort : options_.audioPort};
-    std::unique_ptr<DatagramSocket> socket = OpenDatagramReceiver(local, kReceiveBufferBytes);
+    std::unique_ptr<DatagramSocket> socket = OpenRunReceiver(local, kReceiveBufferBytes);
     if (!socket) return WhyNot(local, error);
     (isVideo ? video_ : audio_) = std::make_unique<Stream>(stream, options_, std::move(socket));
   }

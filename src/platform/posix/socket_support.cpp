@@ -37,11 +37,11 @@ void SetOption(const Descriptor& socket, int level, int name, int value) {
   setsockopt(socket.Get(), level, name, &value, sizeof value);
 }
 
-bool WaitFor(const Descriptor& socket, short events, int64_t timeoutNanos) {
+bool WaitFor(int descriptor, short events, int64_t timeoutNanos) {
   using std::chrono::nanoseconds;
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + nanoseconds(timeoutNanos);
-  pollfd entry{socket.Get(), events, 0};
+  pollfd entry{descriptor, events, 0};
   for (;;) {
     const int64_t left = std::max<int64_t>(nanoseconds(deadline - steady_clock::now()).count(), 0);
     const timespec timeout{static_cast<time_t>(left / 1'000'000'000), left % 1'000'000'000};

@@ -21,7 +21,7 @@ void SetOption(const Descriptor& socket, int level, int name, int value);
 
 // Waits for one of the poll `events`; interruptions by signals don't shorten the wait. False: the
 // time is over, with ETIMEDOUT in errno, or poll failed.
-bool WaitFor(const Descriptor& socket, short events, int64_t timeoutNanos);
+bool WaitFor(int descriptor, short events, int64_t timeoutNanos);
 
 // The local port; 0 while the system has given none.
 uint16_t LocalPort(const Descriptor& socket);

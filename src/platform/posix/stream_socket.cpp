@@ -67,7 +67,7 @@ class PosixStreamListener final : public StreamListener {
       : socket_(std::move(socket)), port_(LocalPort(socket_)) {}
 
   std::unique_ptr<StreamSocket> Accept(int64_t timeoutNanos) override {
-    if (!WaitFor(socket_, POLLIN, timeoutNanos)) return nullptr;
+    if (!WaitFor(socket_.Get(), POLLIN, timeoutNanos)) return nullptr;
     sockaddr_in address{};
     socklen_t length = sizeof address;
     Descriptor accepted(

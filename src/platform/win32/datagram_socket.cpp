@@ -28,7 +28,7 @@ class WinDatagramSocket final : public DatagramSocket {
   }
 
   size_t ReceiveMany(std::span<Slot> slots, int64_t timeoutNanos) override {
-    if (slots.empty() || !WaitFor(socket_, WaitKind::Reading, timeoutNanos)) return 0;
+    if (slots.empty() || !WaitFor(socket_.Get(), WaitKind::Reading, timeoutNanos)) return 0;
     size_t count = 0;
     while (count < slots.size() && Take(slots[count])) ++count;
     return count;

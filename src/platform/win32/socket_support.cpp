@@ -63,10 +63,10 @@ void SetOption(const OwnedSocket& socket, int level, int name, int value) {
   setsockopt(socket.Get(), level, name, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-bool WaitFor(const OwnedSocket& socket, WaitKind kind, int64_t timeoutNanos) {
+bool WaitFor(SOCKET socket, WaitKind kind, int64_t timeoutNanos) {
   fd_set watched;
   FD_ZERO(&watched);
-  FD_SET(socket.Get(), &watched);
+  FD_SET(socket, &watched);
   fd_set failed = watched;
   timeval timeout{static_cast<long>(timeoutNanos / 1'000'000'000),
                   static_cast<long>(timeoutNanos % 1'000'000'000 / 1'000)};

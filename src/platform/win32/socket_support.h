@@ -51,7 +51,7 @@ void SetOption(const OwnedSocket& socket, int level, int name, int value);
 // Waits until the socket is readable, or, for writing, until it is writable or has failed. False:
 // the time is over, with WSAETIMEDOUT as the last error, or the wait failed.
 enum class WaitKind { Reading, Writing };
-bool WaitFor(const OwnedSocket& socket, WaitKind kind, int64_t timeoutNanos);
+bool WaitFor(SOCKET socket, WaitKind kind, int64_t timeoutNanos);
 
 // The local port; 0 while the system has given none.
 uint16_t LocalPort(const OwnedSocket& socket);

@@ -95,7 +95,7 @@ class WinStreamListener final : public StreamListener {
       : socket_(std::move(socket)), port_(LocalPort(socket_)) {}
 
   std::unique_ptr<StreamSocket> Accept(int64_t timeoutNanos) override {
-    if (!WaitFor(socket_, WaitKind::Reading, timeoutNanos)) return nullptr;
+    if (!WaitFor(socket_.Get(), WaitKind::Reading, timeoutNanos)) return nullptr;
     sockaddr_in address{};
     int length = sizeof address;
     OwnedSocket accepted(accept(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length));

@@ -11,6 +11,7 @@
 #include "identity/dns_sd_service_advertiser.h"
 #include "tests/identity/settings_fixture.h"
 #include "tests/identity/watched_clock.h"
+#include "tests/support/eventually.h"
 #include "tools/platform/module_loader.h"
 
 namespace Veldrift {
@@ -266,7 +267,7 @@ TEST_F(DnsApiAdvertiser, WhatVanishesFromTheWireIsPublishedAgain) {
   script_.uniquified = L"Desk (2)._veldrift._tcp.local";
   clock.AwaitWaiterFor(200 * kNanosPerMilli);
   clock.Advance(1'500 * kNanosPerMilli);
-  while (CountInPluginLog("WinDNS uniquified our name") == 0) std::this_thread::yield();
+  ASSERT_TRUE(Eventually([] { return CountInPluginLog("WinDNS uniquified our name") > 0; }));
   EXPECT_EQ(Calls("register"), 2u);
   EXPECT_EQ(Calls("deregister"), 0u);
   advertiser->Stop();

@@ -5,18 +5,26 @@
 #include <sys/socket.h>
 
 #include "platform/posix/socket_support.h"
+#include "tools/platform/posix/run_receiver.h"
 
 namespace Veldrift {
 namespace {
 
 // Waits for the end of a connection attempt that is under way; its error is in errno.
 bool FinishConnecting(const Descriptor& socket, int64_t timeoutNanos) {
-  if (!WaitFor(socket, POLLOUT, timeoutNanos)) return false;
+  if (!WaitFor(socket.Get(), POLLOUT, timeoutNanos)) return false;
   int error = 0;
   socklen_t length = sizeof error;
   if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
   errno = error;
   return error == 0;
+}
+
+Descriptor OpenBound(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
+  if (!socket) return {};
+  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
+  return Bind(socket, local) ? std::move(socket) : Descriptor();
 }
 
 int ReadOption(const StreamSocket& socket, int level, int name) {
@@ -43,13 +51,19 @@ std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t lo
   return MakeStream(std::move(socket), remote);
 }
 
+bool AwaitBytes(const StreamSocket& socket, int64_t timeoutNanos) {
+  return WaitFor(static_cast<int>(socket.Number()), POLLIN, timeoutNanos);
+}
+
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
                                                      int receiveBufferBytes) {
-  Descriptor socket = OpenSocket(SOCK_DGRAM | SOCK_NONBLOCK);
-  if (!socket) return nullptr;
-  SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
-  if (!Bind(socket, local)) return nullptr;
-  return MakeDatagram(std::move(socket));
+  Descriptor socket = OpenBound(local, receiveBufferBytes);
+  return socket ? MakeDatagram(std::move(socket)) : nullptr;
+}
+
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  Descriptor socket = OpenBound(local, receiveBufferBytes);
+  return socket ? MakeRunReceiver(std::move(socket)) : nullptr;
 }
 
 bool TcpPortInUse(uint16_t port) {

@@ -17,7 +17,7 @@ namespace {
 
 // Waits for the end of a connection attempt that is under way; its error is the last error.
 bool FinishConnecting(const OwnedSocket& socket, int64_t timeoutNanos) {
-  if (!WaitFor(socket, WaitKind::Writing, timeoutNanos)) return false;
+  if (!WaitFor(socket.Get(), WaitKind::Writing, timeoutNanos)) return false;
   int error = 0;
   int length = sizeof error;
   if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) !=
@@ -54,6 +54,10 @@ std::unique_ptr<StreamSocket> ConnectTcp(const Ipv4Endpoint& remote, uint32_t lo
   return MakeStream(std::move(socket), remote);
 }
 
+bool AwaitBytes(const StreamSocket& socket, int64_t timeoutNanos) {
+  return WaitFor(static_cast<SOCKET>(socket.Number()), WaitKind::Reading, timeoutNanos);
+}
+
 std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
                                                      int receiveBufferBytes) {
   OwnedSocket socket = OpenDatagram();
@@ -61,6 +65,10 @@ std::unique_ptr<DatagramSocket> OpenDatagramReceiver(const Ipv4Endpoint& local,
   SetOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
   if (!Bind(socket, local)) return nullptr;
   return MakeDatagram(std::move(socket));
+}
+
+std::unique_ptr<DatagramSocket> OpenRunReceiver(const Ipv4Endpoint& local, int receiveBufferBytes) {
+  return OpenDatagramReceiver(local, receiveBufferBytes);
 }
 
 bool TcpPortInUse(uint16_t port) {

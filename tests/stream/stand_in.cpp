@@ -1,4 +1,4 @@
-#include "tests/stream/child.h"
+#include "tests/stream/stand_in.h"
 
 #include <gtest/gtest.h>
 
@@ -6,50 +6,34 @@
 
 #include "platform/file.h"
 #include "platform/system.h"
-#include "support/clock.h"
 #include "tests/support/child.h"
 
 namespace Veldrift {
-
-namespace {
-
-constexpr int64_t kAskNanos = 5 * kNanosPerMilli;
-
-}  // namespace
-
-bool Eventually(const std::function<bool()>& holds) {
-  const int64_t deadline = SteadyNanos() + kPatienceNanos;
-  while (!holds()) {
-    if (SteadyNanos() > deadline) return false;
-    SystemClock().SleepFor(kAskNanos);
-  }
-  return true;
-}
 
 std::filesystem::path BesideThis(const std::string& name) {
   return GetExecutablePath().parent_path() / name;
 }
 
-Child::Child(const std::string& program, const std::vector<std::string>& arguments,
-             std::filesystem::path stem)
+StandIn::StandIn(const std::string& program, const std::vector<std::string>& arguments,
+                 std::filesystem::path stem)
     : stem_(std::move(stem)) {
   const ScopedEnvironment temporary("TMPDIR", PathText(stem_.parent_path()));
   process_ = StartProcess(BesideThis(program), arguments,
                           ProcessOutput{stem_.native() + ".out", stem_.native() + ".err"});
 }
 
-int Child::Wait() {
+int StandIn::Wait() {
   if (const auto code = process_->WaitFor(kPatienceNanos)) return *code;
   ADD_FAILURE() << PathText(stem_.filename()) << " doesn't end";
   Kill();
   return process_->Wait();
 }
 
-void Child::Interrupt() { ASSERT_TRUE(process_->Interrupt()) << "it has ended before"; }
+void StandIn::Interrupt() { ASSERT_TRUE(process_->Interrupt()) << "it has ended before"; }
 
-std::string Child::Output() const { return ReadWholeFile(stem_.native() + ".out").value_or(""); }
+std::string StandIn::Output() const { return ReadWholeFile(stem_.native() + ".out").value_or(""); }
 
-std::vector<std::string> Child::Complaints() const {
+std::vector<std::string> StandIn::Complaints() const {
   std::istringstream text(ReadWholeFile(stem_.native() + ".err").value_or(""));
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) {
@@ -59,7 +43,7 @@ std::vector<std::string> Child::Complaints() const {
   return lines;
 }
 
-nlohmann::json Child::Summary() const {
+nlohmann::json StandIn::Summary() const {
   const auto json = nlohmann::json::parse(Output(), nullptr, /*allow_exceptions=*/false);
   return json.is_object() ? json : nlohmann::json::object();
 }

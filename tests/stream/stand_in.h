@@ -4,31 +4,25 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tools/platform/process.h"
 
 namespace Veldrift {
 
-// How long anything may take before a test calls it hung. No test waits so long when all is well.
-inline constexpr int64_t kPatienceNanos = 90'000'000'000;
-
-// Asks until `holds`. False: it still didn't when patience ran out.
-bool Eventually(const std::function<bool()>& holds);
-
 // The program of that name beside this one.
 std::filesystem::path BesideThis(const std::string& name);
 
-class Child {
+class StandIn {
  public:
   // Starts `program`; its output goes to `stem`.out and `stem`.err, its temporary files into the
   // stem's folder.
-  Child(const std::string& program, const std::vector<std::string>& arguments,
-        std::filesystem::path stem);
+  StandIn(const std::string& program, const std::vector<std::string>& arguments,
+          std::filesystem::path stem);
 
   // The exit code; -1 if it was killed, also for hanging.
   int Wait();
