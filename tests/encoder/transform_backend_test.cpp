@@ -198,6 +198,9 @@ TEST_F(TransformBackendTest, AFrameIsFilledTimedOrderedAndGivenInThisOrder) {
   Push(9);
   EXPECT_EQ(Made(), (Calls{"Filled 4608", "SetTimes 666666+333333", "ProcessInput 666666"}));
   EXPECT_EQ(units_, "K7 K8 .9 ");
+  Start();  // counts anew, and the first frame is a key frame
+  Push(10);
+  EXPECT_EQ(Made({"SetTimes", "ForceKeyFrame"}), (Calls{"SetTimes 0+333333", "ForceKeyFrame 1"}));
 }
 
 // Its own samples: the mark has to go, and the quantiser is left alone.

@@ -141,11 +141,13 @@ TEST_F(TransformSearchTest, OnlyOneThatTookTheDeviceIsOnIt) {
     int32_t answer;
     bool onGpu;
     size_t told;
+    bool asynchronous = false;  // hardware in any case
   };
   for (const Case& c : {Case{true, 0, true, 0}, Case{true, transform_error::kFail, false, 1},
-                        Case{false, 0, false, 0}}) {
+                        Case{false, 0, false, 0}, Case{false, 0, true, 0, true}}) {
     Traits traits = Named("transform", {kSync});
     traits.takeDevice = c.answer;
+    traits.asynchronous = c.asynchronous;
     script_->Change([&](auto& now) { now.device = c.device; });
     Have({traits});
     EXPECT_EQ(Find().onGpu, c.onGpu);

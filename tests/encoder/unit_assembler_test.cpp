@@ -51,6 +51,7 @@ TEST(UnitAssembler, AStreamThatBringsItsSetsGetsThemWhereTheyLack) {
   const Bytes own = {0, 0, 0, 1, 0x67, 3, 0, 0, 0, 1, 0x68, 4};
   const Bytes idr = {0, 0, 0, 1, 0x65, 2};
   UnitAssembler assembler(kCodecH264);
+  assembler.ReadHeader({});
   EncodedUnit unit;
   assembler.Assemble(own + idr, true, unit);
   EXPECT_EQ(unit.data, own + idr);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
 
 #include "platform/file.h"
@@ -14,12 +15,26 @@ std::filesystem::path BesideThis(const std::string& name) {
   return GetExecutablePath().parent_path() / name;
 }
 
+namespace {
+
+const char* WindowsPrograms() { return std::getenv("VD_WINDOWS_BIN"); }
+
+}  // namespace
+
+bool HostIsWindows() { return WindowsPrograms() != nullptr; }
+
 StandIn::StandIn(const std::string& program, const std::vector<std::string>& arguments,
                  std::filesystem::path stem)
     : stem_(std::move(stem)) {
   const ScopedEnvironment temporary("TMPDIR", PathText(stem_.parent_path()));
-  process_ = StartProcess(BesideThis(program), arguments,
-                          ProcessOutput{stem_.native() + ".out", stem_.native() + ".err"});
+  const ProcessOutput files{stem_.native() + ".out", stem_.native() + ".err"};
+  if (program != "veldrift-host" || !HostIsWindows()) {
+    process_ = StartProcess(BesideThis(program), arguments, files);
+    return;
+  }
+  std::vector<std::string> all = {std::string(WindowsPrograms()) + "/veldrift-host.exe"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  process_ = StartProcess(VD_SOURCE_DIR "/cmake/run-wine-transforms", all, files);
 }
 
 int StandIn::Wait() {

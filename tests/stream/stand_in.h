@@ -17,6 +17,11 @@ namespace Veldrift {
 // The program of that name beside this one.
 std::filesystem::path BesideThis(const std::string& name);
 
+// The environment variable VD_WINDOWS_BIN names the Windows build's programs: then the host is the
+// Windows one with the Windows module, under Wine, in the prefix that has encoders
+// (tests/transforms). The phone stays this system's.
+bool HostIsWindows();
+
 class StandIn {
  public:
   // Starts `program`; its output goes to `stem`.out and `stem`.err, its temporary files into the
