@@ -54,6 +54,9 @@
 //                         so, and an asynchronous transform tells by an event of type MEError
 //   drains=yes|no         an asynchronous transform answers a drain (yes)
 //   credits=N             how many inputs an asynchronous transform asks for at the start (2)
+//   threads=N             how many threads code a picture (by itself one up to 1280x720, two
+//   above):
+//                         with more than one, HEVC isn't the same twice to the byte
 //   own-gop=yes|no        places key frames by itself as GOPSize says (yes), or only when forced
 //   fail=CALL[@N[..M]][=CODE]
 //                         this call fails from its N-th time on (1), up to the M-th, with CODE
