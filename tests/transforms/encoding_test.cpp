@@ -165,6 +165,31 @@ TEST_P(EitherEncoder, FollowsTheRateLiveOrFromTheNextKeyFrame) {
   EXPECT_LT(BytesOfASecond(encoder, 120), low / 2);
 }
 
+// The second that follows on a picture that has stood still for two.
+std::vector<Unit> Burst(bool hevc, uint32_t peak) {
+  EncoderClient encoder(hevc);
+  EXPECT_EQ(encoder.Open(), S_OK);
+  EXPECT_EQ(encoder.Set(CODECAPI_AVEncCommonRateControlMode, 1), S_OK);
+  EXPECT_EQ(encoder.Set(CODECAPI_AVEncCommonMeanBitRate, 300'000), S_OK);
+  EXPECT_EQ(encoder.Set(CODECAPI_AVEncCommonMaxBitRate, peak), S_OK);
+  for (int still = 0; still < 2 * kFps; ++still) encoder.Encode(0, 1);
+  return encoder.Encode(1, kFps);
+}
+
+// What it saved it may spend, up to the peak.
+TEST_P(EitherEncoder, BoundsABurstByThePeakRate) {
+  EXPECT_GT(TotalBytes(Burst(hevc, 3'000'000)) * 4, TotalBytes(Burst(hevc, 300'000)) * 5);
+}
+
+TEST_P(EitherEncoder, GivesTheSameStreamTwice) {
+  const std::vector<Unit> first = Burst(hevc, 300'000);
+  const std::vector<Unit> second = Burst(hevc, 300'000);
+  ASSERT_EQ(first.size(), second.size());
+  for (size_t place = 0; place < first.size(); ++place) {
+    EXPECT_EQ(first[place].bytes, second[place].bytes) << "frame " << place;
+  }
+}
+
 TEST_P(EitherEncoder, FollowsTheQuality) {
   size_t bytes[2] = {};
   for (const uint32_t quality : {20U, 90U}) {

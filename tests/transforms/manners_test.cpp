@@ -9,6 +9,7 @@
 
 #include "tests/transforms/client/scenario.h"
 #include "tests/transforms/encoder_client.h"
+#include "tests/transforms/gated_buffer.h"
 #include "tests/transforms/stream_judge.h"
 
 namespace Veldrift::Transforms {
@@ -44,6 +45,30 @@ TEST(Manners, AnAsynchronousOneTakesAsManyInputsAsItAskedFor) {
   EXPECT_EQ(encoder.Event(), METransformNeedInput);
   EXPECT_EQ(encoder.Take(unit), S_OK);
   EXPECT_EQ(encoder.Take(unit), E_UNEXPECTED);
+}
+
+// While it is at work on the one input that it asked for, it takes no other.
+TEST(Manners, AnAsynchronousOneTakesNoInputOnCreditOfAnother) {
+  Scenario scenario("intel-async");
+  scenario.Traits("credits=1");
+  EncoderClient encoder(true);
+  ASSERT_EQ(encoder.Open(), S_OK);
+  Gate gate;
+  ComPtr<IMFSample> sample = SampleOf(PictureAt(0), 0);
+  ComPtr<IMFMediaBuffer> plain;
+  ComPtr<IMFMediaBuffer> gated;
+  ASSERT_EQ(sample->GetBufferByIndex(0, plain.Put()), S_OK);
+  *gated.Put() = new GatedBuffer(*plain.Get(), gate);
+  sample->RemoveAllBuffers();
+  sample->AddBuffer(gated.Get());
+  gate.Shut();
+  EXPECT_EQ(encoder.PutSample(*sample.Get()), S_OK);
+  gate.AwaitSomebody();
+  EXPECT_EQ(encoder.Put(1), MF_E_NOTACCEPTING);
+  gate.Open();
+  encoder.WaitFor(METransformHaveOutput);
+  encoder.WaitFor(METransformNeedInput);
+  EXPECT_EQ(encoder.Put(1), S_OK);
 }
 
 TEST(Manners, WantsTypesInOrderAndWhole) {

@@ -10,8 +10,8 @@
 //                      order of common/kinds.h. A kind is "nvidia", "nvidia-async", "intel",
 //                      "intel-async", "amd", "amd-async", "other", "other-async" (hardware, the
 //                      last two of a maker that nobody knows) or "software": both codecs; with
-//                      "-h264" or
-//                      "-hevc" behind it one. "others" are encoders that a test registers itself;
+//                      "-h264" or "-hevc" behind it one. "others" are encoders that a test or Wine
+//                      itself registers (Wine 10 has one for H.264);
 //                      "none", like every word that is no kind, shows nothing.
 // VD_TRANSFORMS_EXACT  Set: the flags of the listing have to fit all at once. Unset: they are
 //                      alternatives, so "hardware, synchronous" lists hardware of both ways and
@@ -34,17 +34,16 @@
 //   output-size=N         the size that GetOutputStreamInfo gives for outputs; 0: it doesn't know.
 //                         By itself it gives what any output fits in.
 //   largest=WxH           refuses larger pictures (8192x8192); odd ones and those below 16 always
-//   nv12=first|later|none at which place of the input types NV12 is offered; it is taken at all
-//   times header=annexb|record|none   the form of MF_MT_MPEG_SEQUENCE_HEADER: with start codes,
-//   avcC or
-//                         hvcC, or missing
+//   nv12=first|later|none at which place of the input types NV12 is offered; it is taken even so
+//   header=annexb|record|none
+//                         the form of MF_MT_MPEG_SEQUENCE_HEADER: with start codes, an avcC or hvcC
+//                         record, or missing
 //   late-header=yes|no    no header before the first stream change (no)
 //   sets-in-stream=yes|no parameter sets also in front of each key frame of the stream (yes)
 //   units=annexb|lengths  how outputs are put together
-//   lead=N                begins every output (behind the parameter sets) with user data of N
-//   bytes,
-//                         at least 32: with lengths and N from 256 to 511 it looks like a start
-//                         code
+//   lead=N                begins every output, behind the parameter sets, with N bytes (at least
+//   32)
+//                         of user data: with lengths, 256 to 511 look like a start code
 //   clean-point=yes|no    marks key frames (yes)
 //   changes=N[@FRAME]     announces N stream changes in a row before output FRAME (0)
 //   refuse=FRAME          holds the output before this frame back until the frame has been refused
@@ -55,21 +54,30 @@
 //                         so, and an asynchronous transform tells by an event of type MEError
 //   drains=yes|no         an asynchronous transform answers a drain (yes)
 //   credits=N             how many inputs an asynchronous transform asks for at the start (2)
+//   threads=N             how many threads code a picture (by itself one up to 1280x720, two
+//   above):
+//                         with more than one, HEVC isn't the same twice to the byte
 //   own-gop=yes|no        places key frames by itself as GOPSize says (yes), or only when forced
-//   fail=CALL[@N[..M]][=CODE]   this call fails from its N-th time on (1), up to the M-th, with
-//   CODE
+//   fail=CALL[@N[..M]][=CODE]
+//                         this call fails from its N-th time on (1), up to the M-th, with CODE
 //                         (80004005). Calls are the methods' names (ActivateObject, GetAttributes,
 //                         SetOutputType, GetInputAvailableType, SetInputType, ProcessInput,
 //                         ProcessOutput, ProcessMessage, SetValue, BeginGetEvent, ...), messages
 //                         ("COMMAND_DRAIN"), properties as the trace names them ("MeanBitRate"),
 //                         and interfaces to be had ("ICodecAPI", "IMFMediaEventGenerator"). Counted
 //                         for each transform; ActivateObject and the platform's functions for the
-//                         process, anew whenever the variable changes.
+//                         process, anew whenever the variable changes. (Wine tells every activation
+//                         that fails as 0xC00D36B2; the trace has the code.)
 //
 // All of these are strict where an application may go wrong without noticing: types without size,
 // rate or bit rate, properties of a wrong type, inputs without a credit, outputs that weren't
 // announced, a sample given to a transform that provides them, calls before
 // MF_TRANSFORM_ASYNC_UNLOCK.
+//
+// Of the properties MeanBitRate, MaxBitRate (in mode 1), Quality (in mode 3) and GOPSize act on the
+// next frame, VideoForceKeyFrame and VideoEncodeQP on it alone. Two things HEVC can only do with a
+// new codec: other rates wait for its next key frame, and a quantiser makes one of the frame it is
+// for and of the frame behind. The others change nothing: there is no latency and no B picture.
 #pragma once
 
 #include <filesystem>

@@ -43,14 +43,22 @@ std::string H264Parameters() {
   return "keyint=infinite:min-keyint=1:scenecut=0:open-gop=0:bframes=0:aq-mode=1:force-cfr=1";
 }
 
+int ThreadsFor(const CodecSize& size) {
+  constexpr int kSmall = 1280 * 720;
+  if (size.threads > 0) return size.threads;
+  return size.width * size.height <= kSmall ? 1 : 2;
+}
+
 // The shortest decisions there are: 1080p has to come near real time on two processors.
 std::string HevcParameters(const CodecSize& size) {
+  const int threads = ThreadsFor(size);
   constexpr int kBlockSide = 32;
   const bool small = std::min(size.width, size.height) < kBlockSide;
   return std::string("log-level=none:keyint=-1:min-keyint=1:scenecut=0:open-gop=0:bframes=0:") +
-         "frame-threads=1:pools=2:repeat-headers=0:info=0:rc-lookahead=0:cutree=0:aq-mode=0:rd=1:" +
+         "frame-threads=1:repeat-headers=0:info=0:rc-lookahead=0:cutree=0:aq-mode=0:rd=1:" +
          "fast-intra=1:strong-intra-smoothing=0:signhide=0:psy-rd=0:min-cu-size=16:" +
-         (small ? "ctu=16" : "ctu=32");
+         (small ? "ctu=16:" : "ctu=32:") +
+         (threads > 1 ? "pools=" + std::to_string(threads) : "pools=none:wpp=0");
 }
 
 }  // namespace

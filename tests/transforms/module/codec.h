@@ -32,6 +32,9 @@ struct CodecSize {
   int width = 0;
   int height = 0;
   int fps = 30;
+  // That code one picture; 0: one for a small picture, two for a large one. With more than one
+  // libx265's rate control isn't the same twice.
+  int threads = 0;
 };
 
 // NV12, packed at the width.

@@ -7,6 +7,7 @@ namespace Veldrift::Transforms {
 void Encoding::SetSize(const CodecSize& size) {
   const std::lock_guard lock(mutex_);
   size_ = size;
+  size_.threads = traits_.threads;
   codec_.reset();
   setsBefore_.clear();
   begun_ = false;

@@ -76,12 +76,13 @@ bool ReadFlags(std::string_view key, std::string_view value, Traits& traits, boo
 }
 
 bool ReadNumbers(std::string_view key, std::string_view value, Traits& traits, bool& known) {
-  const std::array<std::pair<std::string_view, int*>, 6> numbers = {
+  const std::array<std::pair<std::string_view, int*>, 7> numbers = {
       {{"lead", &traits.leadBytes},
        {"refuse", &traits.refuseAt},
        {"stall", &traits.stallAt},
        {"delay", &traits.delay},
        {"credits", &traits.credits},
+       {"threads", &traits.threads},
        {"output-size", &traits.outputSize}}};
   for (const auto& [name, number] : numbers) {
     if (key != name) continue;

@@ -38,6 +38,7 @@ struct Traits {
   bool ownGop = true;
   int delay = 0;
   int credits = 2;
+  int threads = 0;
   int outputSize = kNever;  // kNever: as large as any output is
   int maxWidth = 8192;
   int maxHeight = 8192;
