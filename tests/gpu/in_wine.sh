@@ -17,6 +17,19 @@ if [ ! -e "$HOME/ready" ]; then
   done
   touch "$HOME/ready"
 fi
+
+# The scripted encoders, as this Wine wants them.
+transforms=/veldrift/source/tests/transforms
+programs=/veldrift/programs
+wanted=$(cat "$transforms"/{module,common}/* "$transforms"/*.sh "$programs/register_transforms.exe" \
+  "$programs/mfplat-shim/mfplat.dll" | cksum)
+if [ "$(cat "$HOME/transforms.ready" 2>/dev/null)" != "$wanted" ]; then
+  { "$transforms/build_module.sh" "$HOME" &&
+    "$transforms/install.sh" "$programs" "$HOME/vd_transforms.dll.so"; } >"$HOME/transforms.log" 2>&1 ||
+    { tail -n 20 "$HOME/transforms.log" >&2; exit 1; }
+  echo "$wanted" >"$HOME/transforms.ready"
+fi
+
 cd "$HOME"
 # It says its number when it is ready.
 mkfifo /tmp/display
