@@ -17,6 +17,9 @@ if(VD_CM256_ARCHIVE)
   FetchContent_MakeAvailable(cm256cc)
   add_library(cm256cc_static STATIC ${cm256cc_SOURCE_DIR}/cm256.cpp ${cm256cc_SOURCE_DIR}/gf256.cpp)
   target_compile_options(cm256cc_static PUBLIC -mssse3)
+  # Its inner loops do sixteen bytes a turn: unrolled they are a seventh faster, without asking for
+  # newer instructions.
+  target_compile_options(cm256cc_static PRIVATE -O3 -funroll-loops)
   target_compile_definitions(cm256cc_static PUBLIC USE_SSSE3 cm256cc_STATIC)
   # It has no switch for what it prints: its calls of fprintf are compiled out.
   file(WRITE ${CMAKE_BINARY_DIR}/deps/silent_stdio.h
