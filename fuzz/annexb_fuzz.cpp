@@ -10,9 +10,9 @@ using namespace Veldrift;
 
 namespace {
 
-void CheckAssembly(ByteSpan input, int32_t codec, UnitAssembler::SetsFrom source, bool marked) {
-  UnitAssembler assembler(codec, source);
-  assembler.ReadHeader(input);
+void CheckAssembly(ByteSpan header, ByteSpan input, int32_t codec, bool marked) {
+  UnitAssembler assembler(codec);
+  assembler.ReadHeader(header);
   const size_t sets = assembler.ParameterSetBytes();
   EncodedUnit unit;
   assembler.Assemble(input, marked, unit);
@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const ByteSpan input(data, size);
   for (const int32_t codec : {0, 1}) {
     for (const bool marked : {false, true}) {
-      CheckAssembly(input, codec, UnitAssembler::SetsFrom::Header, marked);
-      CheckAssembly(input, codec, UnitAssembler::SetsFrom::Stream, marked);
+      CheckAssembly(input, input, codec, marked);
+      CheckAssembly({}, input, codec, marked);
     }
     static_cast<void>(FindParameterSets(input, codec));
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <fstream>
 
 #include "platform/file.h"
 #include "tools/host/host_exit.h"
@@ -52,6 +53,10 @@ size_t Stage::CountInHostLog(std::string_view text) const {
 bool Stage::TryHost(const Arguments& arguments) {
   const std::string stem = NewStem("host");
   home_ = stem + "-home";
+  if (!installation_.empty()) {
+    std::filesystem::create_directories(home_ / "settings" / "Veldrift");
+    std::ofstream(home_ / "settings" / "Veldrift" / "install.json") << installation_;
+  }
   host_ = std::make_unique<StandIn>(
       "veldrift-host",
       Join({"--host", kRoleNames[size_t(role_)], "--home", PathText(home_), "--no-discovery",

@@ -20,6 +20,8 @@ using Arguments = std::vector<std::string>;
 
 class Stage {
  public:
+  // What the installation's settings file holds when a host starts.
+  void SetInstallation(const std::string& json) { installation_ = json; }
   // Starts a host and waits until a phone can connect. It takes the part of an application whose
   // control port is free: the machine may be shared.
   void StartHost(const Arguments& arguments = {"--size", "640x360", "--fps", "30"});
@@ -50,6 +52,7 @@ class Stage {
 
   ScratchFolder folder_;  // first, so that the children are gone before it
   std::filesystem::path home_;
+  std::string installation_;
   HostApplication role_ = HostApplication::MediaEncoder;
   std::unique_ptr<StandIn> host_;
   std::deque<StandIn> phones_;

@@ -7,8 +7,8 @@
 
 #include "net/control_protocol.h"
 #include "platform/file.h"
+#include "tests/judge/video_file.h"
 #include "tests/stream/stage.h"
-#include "tests/stream/video_file.h"
 #include "tools/phone/phone_exit.h"
 
 namespace Veldrift {

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/file.h"
+#include "tests/judge/video_file.h"
 #include "tests/stream/stage.h"
-#include "tests/stream/video_file.h"
 #include "tools/phone/phone_exit.h"
 
 namespace Veldrift {

@@ -37,6 +37,14 @@ struct VideoFile {
 
 VideoFile ReadVideoFile(const std::filesystem::path& path);
 
+// How far the click is from its flash, in seconds, at the worst of the flashes that have sound
+// around them; and how many flashes those are. A flash without any click is a second off.
+struct Sync {
+  double worst = 0;
+  size_t flashes = 0;
+};
+Sync MeasureSync(const VideoFile& file);
+
 struct ImageSize {
   int width = 0;
   int height = 0;

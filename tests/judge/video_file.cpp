@@ -1,4 +1,4 @@
-#include "tests/stream/video_file.h"
+#include "tests/judge/video_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -228,6 +228,20 @@ VideoFile ReadVideoFile(const std::filesystem::path& path) {
   VideoFile file;
   Reading(file).Run(path);
   return file;
+}
+
+// The recorder takes its first moments to see how far the sound is off.
+Sync MeasureSync(const VideoFile& file) {
+  constexpr double kSettled = 0.5, kEnd = 0.1;
+  Sync sync;
+  for (const double flash : file.flashes) {
+    if (flash < kSettled || flash > file.soundSeconds - kEnd) continue;
+    double nearest = 1;
+    for (const double click : file.clicks) nearest = std::min(nearest, std::abs(click - flash));
+    sync.worst = std::max(sync.worst, nearest);
+    ++sync.flashes;
+  }
+  return sync;
 }
 
 std::vector<ImageSize> ReadPngs(const std::filesystem::path& folder) {
