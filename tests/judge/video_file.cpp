@@ -31,9 +31,14 @@ std::vector<uint8_t> ToBgra(const AVFrame& picture) {
 
 using Bgra = std::vector<uint8_t>;
 
+// A clapper's flash is painted where one is seen: whether it is due then, the sound tells.
 Bgra Painted(const AVFrame& picture, const PatternStamp& stamp) {
-  Bgra painted(size_t(picture.width) * size_t(picture.height) * 4);
-  PaintPattern(painted.data(), picture.width, picture.height, picture.width * 4, stamp);
+  const int stride = picture.width * 4;
+  Bgra painted(size_t(stride) * size_t(picture.height));
+  PaintPattern(painted.data(), picture.width, picture.height, stride, stamp);
+  if (HasFlash(picture.data[0], picture.width, picture.height, picture.linesize[0])) {
+    PaintFlash(painted.data(), picture.width, picture.height, stride);
+  }
   return painted;
 }
 
