@@ -8,6 +8,7 @@ namespace Veldrift {
 namespace {
 
 TEST(Lifecycle, TenLoadsWithSeveralInstancesAndPhonesLeaveNothingBehind) {
+  if (HostIsWindows()) GTEST_SKIP() << "Wine keeps a registry key for each listing of encoders";
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--size", "320x240", "--fps", "30", "--rounds", "10", "--instances", "3",

@@ -91,7 +91,9 @@ TEST_F(Nonsense, AnEngineThatNobodyHasIsReplacedByOneThatIsThere) {
   TestPhone client = Pair("engine");
   client.SendCommand(kSetEncoderEngine, std::string("\7\0\xFF%s%n\n", 8));
   ASSERT_TRUE(client.NextOf(kCommandAck));
-  EXPECT_EQ(stage_.CountInHostLog("has no encoder here — using the software encoder"), 1U);
+  if (!HostIsWindows()) {  // which takes the best of all without a word
+    EXPECT_EQ(stage_.CountInHostLog("has no encoder here — using the software encoder"), 1U);
+  }
   client.Close();
   ExpectThatAPhoneGetsItsPictures();
 }
@@ -102,7 +104,8 @@ TEST_F(Nonsense, APhoneThatVanishesWithoutAWordMakesRoomForTheNext) {
   ExpectThatAPhoneGetsItsPictures();
 }
 
-constexpr size_t kFloodCommands = 10'000;
+// Under Wine each line in the log takes its time.
+const size_t kFloodCommands = HostIsWindows() ? 1'000 : 10'000;
 
 // Sends commands that are answered, and others in between, and reads no answer.
 void Flood(TestPhone& client) {

@@ -46,10 +46,17 @@ int StandIn::Wait() {
 
 void StandIn::Interrupt() { ASSERT_TRUE(process_->Interrupt()) << "it has ended before"; }
 
-std::string StandIn::Output() const { return ReadWholeFile(stem_.native() + ".out").value_or(""); }
+std::string StandIn::Output() const { return Said(".out"); }
+
+// Lines end as this system's do.
+std::string StandIn::Said(const char* where) const {
+  std::string said = ReadWholeFile(stem_.native() + where).value_or("");
+  std::erase(said, '\r');
+  return said;
+}
 
 std::vector<std::string> StandIn::Complaints() const {
-  std::istringstream text(ReadWholeFile(stem_.native() + ".err").value_or(""));
+  std::istringstream text(Said(".err"));
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) {
     // The sanitizer's helper misses the host's copy of itself, which is gone by then.

@@ -43,6 +43,8 @@ class StandIn {
   nlohmann::json Summary() const;
 
  private:
+  std::string Said(const char* where) const;
+
   const std::filesystem::path stem_;
   std::unique_ptr<ChildProcess> process_;
 };
