@@ -4,7 +4,8 @@
 // in it) has scripted ones: real H.264 and HEVC by libavcodec behind Media Foundation's interfaces.
 // All of them are registered at all times. Environment variables of the Windows process choose
 // among them and script them; they are read at each listing and each activation, so one process can
-// play many scenarios, and nothing has to be registered anew.
+// play many scenarios, and nothing has to be registered anew. build_module.sh and install.sh bring
+// them to a Wine of another release.
 //
 // VD_TRANSFORMS        The kinds that the list of encoders shows, in this order. Unset: all, in the
 //                      order of common/kinds.h. A kind is "nvidia", "nvidia-async", "intel",
