@@ -13,7 +13,9 @@ namespace {
 
 constexpr int32_t kWidth = 320;
 constexpr int32_t kHeight = 180;
-constexpr int kFrames = 30;
+// Fewer than the pool of textures has: the platform takes a texture back when it finds the time,
+// and a frame for which there is none is dropped.
+constexpr int kFrames = 15;
 
 // Bars that move over a gradient: easy to encode. Near its limits of rate the HEVC encoder decides
 // by what its threads have done so far, and doesn't give the same stream twice.
@@ -56,7 +58,9 @@ class StreamTest : public testing::Test {
       const std::vector<uint8_t> picture = PictureAt(frame);
       encoder->EncodeFrame(picture.data(), kWidth, kHeight, kWidth * 4,
                            static_cast<uint64_t>(frame) * 1000);
-      EXPECT_TRUE(Eventually([&] { return Count() > static_cast<size_t>(frame); })) << frame;
+      const bool came = Eventually([&] { return Count() > static_cast<size_t>(frame); });
+      EXPECT_TRUE(came) << kind << ", frame " << frame;
+      if (!came) break;
     }
     encoder->Shutdown();
     MutexLock lock(mutex_);
