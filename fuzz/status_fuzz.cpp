@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return true;
   };
   StatusMessage message;
-  while (ReadStatusMessage(read, message) == ReadResult::Message) {
+  while (ReadStatusMessage(read, message) == MessageRead::Message) {
     if (message.payload.size() > kMaxControlPayload) std::abort();
     static_cast<void>(message.Text());
     static_cast<void>(ParseStreamInfo(message));
