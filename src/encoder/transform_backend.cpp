@@ -45,6 +45,7 @@ bool TransformBackend::Open(const EncoderPlan& plan, const std::shared_ptr<Outpu
   sampleTime_ = 0;
   sampleDuration_ = kSampleUnitsPerSecond / plan.fps;
   owesKeyFrame_ = false;
+  residentStatus_.clear();
   TransformFound found;
   if (!OpenTransform(found)) {
     PluginLog(kCategory, kLogError,
@@ -70,7 +71,11 @@ bool TransformBackend::Open(const EncoderPlan& plan, const std::shared_ptr<Outpu
 bool TransformBackend::OpenTransform(TransformFound& found) {
   platform_->OpenDevice(plan_.engineId);
   found = FindTransform(*platform_, {FormatOf(plan_), plan_.engineId, allowAsynchronous_()});
-  if (!found.transform || RefusesSize(found)) return false;
+  if (!found.transform) return false;
+  if (RefusesSize(found)) {
+    found.transform.reset();  // before the device, which it may hold
+    return false;
+  }
   transform_ = std::move(found.transform);
   asynchronous_ = found.asynchronous;
   return true;

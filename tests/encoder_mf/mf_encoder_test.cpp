@@ -368,6 +368,9 @@ TEST_F(MfEncoderTest, TheResidencyTestSaysWhatItFound) {
   scenario_.Show("software");
   EXPECT_TRUE(RunPlatformEncoderSelfTest("P6.2", result));
   EXPECT_EQ(result.find("GPU-resident inactive — off (auto-default is NVIDIA-only"), 0U) << result;
+  EXPECT_TRUE(RunPlatformEncoderSelfTest("P6.1", result));
+  EXPECT_TRUE(result.starts_with("callback set/invoke race ok: sets=")) << result;
+  EXPECT_TRUE(result.ends_with("; MFStartup balance ok (no crash/underflow)")) << result;
 }
 
 }  // namespace

@@ -10,15 +10,11 @@
 
 namespace Veldrift {
 
-// COM's interfaces have no virtual destructor and need none: Release destroys the final class.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-
 // What the platform calls when an event has come. Counted, since the platform holds it for as long
 // as it likes; whoever makes it has the first reference.
 //
 // Threads: any.
-class MfEventPump final : public IMFAsyncCallback {
+class MfEventPump final : public ComImplementation<IMFAsyncCallback> {
  public:
   explicit MfEventPump(ComPtr<IMFMediaEventGenerator> generator)
       : generator_(std::move(generator)) {}
@@ -39,7 +35,5 @@ class MfEventPump final : public IMFAsyncCallback {
   ComPtr<IMFMediaEventGenerator> generator_ VD_GUARDED_BY(mutex_);
   std::shared_ptr<TransformEventListener> listener_ VD_GUARDED_BY(mutex_);
 };
-
-#pragma GCC diagnostic pop
 
 }  // namespace Veldrift

@@ -29,8 +29,4 @@ inline constexpr GUID kMftHardwareVendorId = {
 inline constexpr GUID kMfBuffersPerSample = {
     0x873c5171, 0x1e3d, 0x4e25, {0x98, 0x8d, 0xb4, 0x33, 0xce, 0x04, 0x19, 0x83}};
 
-// "No input now: take the output first", from ProcessInput. The headers call this value
-// MF_E_NOTACCEPTING and give the name MF_E_INVALIDSTREAMNUMBER to another one; the value counts.
-inline constexpr HRESULT kNotAccepting = static_cast<HRESULT>(0xC00D36B5);
-
 }  // namespace Veldrift

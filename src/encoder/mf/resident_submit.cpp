@@ -1,8 +1,7 @@
 #include "encoder/mf/resident_submit.h"
 
-#include <atomic>
-
 #include "encoder/hresult_name.h"
+#include "encoder/log_limit.h"
 #include "support/plugin_log.h"
 
 namespace Veldrift {
@@ -23,8 +22,8 @@ constexpr GUID kChromaViewKey = {
 std::string NameOf(HRESULT result) { return HresultName(static_cast<uint32_t>(result)); }
 
 void LogEmptyPool(HRESULT result) {
-  static std::atomic<uint32_t> times{0};
-  if (times.fetch_add(1) >= kEmptyPoolLines) return;
+  static LogLimit lines(kEmptyPoolLines);
+  if (!lines.Take()) return;
   PluginLog(kCategory, kLogInfo, "[BigOne] allocator empty (%s) — dropping frame",
             NameOf(result).c_str());
 }
