@@ -170,17 +170,21 @@ int32_t AsyncDriver::Submit(const Frame& frame) {
 
 void AsyncDriver::Handle(TransformEvent& event) {
   if (shuttingDown_) return;
-  uint32_t type = 0;
-  const int32_t error = event.Read(type);
-  if (error < 0) {
-    PluginLog(kCategory, kLogInfo, "async: EndGetEvent failed %s", HresultName(error).c_str());
-  } else {
-    if (loggedEvents.Take()) {
-      PluginLog(kCategory, kLogInfo, "async: event %s (0x%x)", EventName(type), type);
-    }
-    RunGuarded(kCategory, "an encoder's event", [&] { Dispatch(type); });
-  }
+  // Whatever happens to this one, the next is asked for.
+  RunGuarded(kCategory, "an encoder's event", [&] { ReadAndDispatch(event); });
   if (!shuttingDown_) transform_.RequestEvent(listener_);
+}
+
+void AsyncDriver::ReadAndDispatch(TransformEvent& event) {
+  uint32_t type = 0;
+  if (const int32_t error = event.Read(type); error < 0) {
+    PluginLog(kCategory, kLogInfo, "async: EndGetEvent failed %s", HresultName(error).c_str());
+    return;
+  }
+  if (loggedEvents.Take()) {
+    PluginLog(kCategory, kLogInfo, "async: event %s (0x%x)", EventName(type), type);
+  }
+  Dispatch(type);
 }
 
 void AsyncDriver::Dispatch(uint32_t type) {
@@ -209,6 +213,7 @@ void AsyncDriver::OnNeedInput() {
     answer = Submit(frame);
   }
   if (answer < 0) {
+    refusal_ = answer;
     PluginLog(kCategory, kLogError, "async: ProcessInput (queued) failed %s",
               HresultName(answer).c_str());
   }

@@ -36,6 +36,7 @@ class AsyncDriver final : public TransformDriver {
   Sample MemorySample(int32_t& error) override;
   bool ReusesSamples() const override { return false; }
   int32_t Put(const Sample& sample, int64_t time, uint64_t given) override;
+  int32_t TakeRefusal() override { return refusal_.exchange(0); }
   // At most 2 s.
   bool Drain() override;
   void Stop() override;
@@ -52,6 +53,7 @@ class AsyncDriver final : public TransformDriver {
   bool Arm();
   void BuildPool();
   void Handle(TransformEvent& event);
+  void ReadAndDispatch(TransformEvent& event);
   void Dispatch(uint32_t type);
   int32_t Submit(const Frame& frame) VD_REQUIRES(queueMutex_);
   void OnNeedInput();
@@ -66,7 +68,8 @@ class AsyncDriver final : public TransformDriver {
   Clock& clock_;
   const std::shared_ptr<Listener> listener_;
   std::vector<Sample> pool_;
-  bool running_ = false;                   // between Start and Stop
+  bool running_ = false;  // between Start and Stop
+  std::atomic<int32_t> refusal_{0};
   std::atomic<bool> shuttingDown_{false};  // no event is asked for any more
 
   // All input to the transform and all output from it.

@@ -2,7 +2,14 @@
 
 #include <utility>
 
+#include "support/guarded.h"
+
 namespace Veldrift {
+namespace {
+
+constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
+
+}  // namespace
 
 EmissionThread::EmissionThread(std::shared_ptr<OutputPort> port)
     : port_(std::move(port)), thread_([this] { Loop(); }) {}
@@ -23,7 +30,7 @@ void EmissionThread::Wake() {
 }
 
 void EmissionThread::Loop() {
-  while (AwaitWork()) port_->Emit();
+  while (AwaitWork()) RunGuarded(kCategory, "the emission", [this] { port_->Emit(); });
 }
 
 bool EmissionThread::AwaitWork() {

@@ -233,7 +233,7 @@ void EncoderShell::SetPeakBitrate(uint32_t bitsPerSecond) {
   if (!TakesChanges() || rateControl_ != kRateControlVbr) return;
   const uint32_t mean = bitrate_;
   peakBitrate_ = PeakAtLeastMean(bitsPerSecond, mean);
-  if (const int32_t error = backend_->SetMaxRate(peakBitrate_)) {
+  if (const int32_t error = backend_->SetMaxRate(peakBitrate_); error < 0) {
     PluginLog(kCategory, kLogInfo,
               "SetPeakBitrate: live SetValue rejected 0x%08x — will apply on next reconfigure",
               static_cast<uint32_t>(error));

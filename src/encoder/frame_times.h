@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 namespace Veldrift {
 
@@ -20,18 +21,24 @@ class FrameTimes {
     next_ = (next_ + 1) % entries_.size();
   }
 
-  // What the frame of that time came with; for a time that isn't known, the newest frame's.
-  uint64_t Find(int64_t codecTime) const {
+  // What the frame of that time came with: of the nearest one, at most `tolerance` away, since
+  // codecs round. For a time that isn't known, what the newest frame came with.
+  uint64_t Find(int64_t codecTime, int64_t tolerance = 0) const {
+    const Entry* nearest = nullptr;
+    int64_t off = tolerance;
     for (const Entry& entry : entries_) {
-      if (entry.codecTime == codecTime) return entry.given;
+      const int64_t distance = std::abs(entry.codecTime - codecTime);
+      if (distance > off || (nearest && distance == off)) continue;
+      nearest = &entry;
+      off = distance;
     }
-    return Newest();
+    return nearest ? nearest->given : Newest();
   }
   uint64_t Newest() const { return entries_[newest_].given; }
 
  private:
   struct Entry {
-    int64_t codecTime = -1;
+    int64_t codecTime = INT64_MIN / 2;  // of no frame
     uint64_t given = 0;
   };
 

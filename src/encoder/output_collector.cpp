@@ -8,6 +8,7 @@ namespace {
 constexpr LogCategory kCategory{kLogSubsystem, "encoder"};
 
 constexpr int kMostStreamChanges = 8;
+constexpr int64_t kTolerance = 10'000;  // a millisecond, in units of 100 ns
 
 // `changes` counts those of this drain.
 bool FollowStreamChange(EncoderTransform& transform, OutputCollector& collector, int& changes) {
@@ -32,7 +33,7 @@ bool FollowStreamChange(EncoderTransform& transform, OutputCollector& collector,
 void OutputCollector::OnOutput(ByteSpan data, bool marked, std::optional<int64_t> time) {
   EncodedUnit unit = port_->Blank();
   assembler_.Assemble(data, marked, unit);
-  unit.timestamp = time ? times_.Find(*time) : times_.Newest();
+  unit.timestamp = time ? times_.Find(*time, kTolerance) : times_.Newest();
   port_->Post(std::move(unit));
 }
 

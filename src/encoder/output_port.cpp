@@ -12,6 +12,8 @@ constexpr size_t kSpareUnits = 2;
 
 }  // namespace
 
+OutputPort::OutputPort() { spare_.reserve(kSpareUnits); }
+
 void OutputPort::SetCallback(EncodedFrameCallback callback) {
   SharedCallback replacement;
   if (callback) replacement = std::make_shared<const EncodedFrameCallback>(std::move(callback));

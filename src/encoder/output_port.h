@@ -27,6 +27,8 @@ struct EncodedUnit {
 // throws ends here.
 class OutputPort {
  public:
+  OutputPort();
+
   // Replaces the callback. One that is running on another thread finishes on its own copy.
   void SetCallback(EncodedFrameCallback callback);
 

@@ -18,8 +18,9 @@ class SyncDriver final : public TransformDriver {
   Sample MemorySample(int32_t&) override { return sample_; }
   bool ReusesSamples() const override { return true; }
   int32_t Put(const Sample& sample, int64_t time, uint64_t given) override;
-  bool Drain() override { return true; }  // each Put has taken all there was
-  void Stop() override { sample_.reset(); }
+  int32_t TakeRefusal() override { return 0; }  // Put has told
+  bool Drain() override { return true; }        // each Put has taken all there was
+  void Stop() override {}
   size_t ParameterSetBytes() override { return collector_.ParameterSetBytes(); }
 
  private:

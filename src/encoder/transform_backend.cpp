@@ -8,7 +8,7 @@
 #include "encoder/rate_control_state.h"
 #include "encoder/sync_driver.h"
 #include "encoder/transform_search.h"
-#include "support/plugin_log.h"
+#include "support/guarded.h"
 
 namespace Veldrift {
 namespace {
@@ -35,7 +35,9 @@ TransformBackend::TransformBackend(Environment environment)
       allowAsynchronous_(std::move(environment.allowAsynchronous)),
       clock_(environment.clock) {}
 
-TransformBackend::~TransformBackend() { Close(); }
+TransformBackend::~TransformBackend() {
+  RunGuarded(kCategory, "an encoder's end", [this] { Close(); });
+}
 
 // ---- Opening and closing ----
 
@@ -45,7 +47,6 @@ bool TransformBackend::Open(const EncoderPlan& plan, const std::shared_ptr<Outpu
   sampleTime_ = 0;
   sampleDuration_ = kSampleUnitsPerSecond / plan.fps;
   owesKeyFrame_ = false;
-  residentStatus_.clear();
   TransformFound found;
   if (!OpenTransform(found)) {
     PluginLog(kCategory, kLogError,
@@ -123,6 +124,7 @@ void TransformBackend::Close() {
   if (transform_) CloseTransform();
   platform_->AwaitGpu();
   platform_->CloseDevice();
+  residentStatus_.clear();
 }
 
 void TransformBackend::CloseTransform() {
@@ -141,6 +143,7 @@ void TransformBackend::CloseTransform() {
 EncoderBackend::Intake TransformBackend::TakeIn(FrameInput& frame, bool) {
   if (!driver_) return Intake::Failed;
   takenInNanos_ = clock_.NowNanos();
+  if (const int32_t refusal = driver_->TakeRefusal()) LeaveResident(refusal);
   resident_ = platform_->ResidentActive();
   sample_ = resident_ ? platform_->ResidentSample(frame) : ConvertedSample(frame);
   if (!sample_) return Intake::Dropped;
@@ -152,7 +155,7 @@ TransformDriver::Sample TransformBackend::ConvertedSample(FrameInput& frame) {
   TransformDriver::Sample sample = driver_->MemorySample(error);
   uint8_t* const luma = sample ? sample->Lock(error) : nullptr;
   if (!luma) {
-    NoteLostBuffer(error);
+    if (!asynchronous_) NoteLostBuffer(error);
     return nullptr;
   }
   uint8_t* const chroma = luma + LumaBytes(plan_);
@@ -207,16 +210,21 @@ void TransformBackend::Mark(TransformSample& sample, bool keyFrame) {
   }
 }
 
-// A sample of the device's that is refused ends that way: the next one begins with a key frame. The
-// asynchronous driver has told of it.
+// The asynchronous driver has told of it.
 void TransformBackend::OnRefused(int32_t error) {
-  if (asynchronous_) return;
   if (resident_) {
-    platform_->RefuseResident(error);
-    owesKeyFrame_ = true;
-  } else {
+    LeaveResident(error);
+  } else if (!asynchronous_) {
     PluginLog(kCategory, kLogError, "ProcessInput failed 0x%08x", static_cast<uint32_t>(error));
   }
+}
+
+// A sample of the device's that is refused ends that way, and the other one begins with a key
+// frame.
+void TransformBackend::LeaveResident(int32_t error) {
+  if (!platform_->ResidentActive()) return;
+  platform_->RefuseResident(error);
+  owesKeyFrame_ = true;
 }
 
 void TransformBackend::NoteTime() {

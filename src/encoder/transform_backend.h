@@ -24,7 +24,7 @@ struct TransformFound;
 //
 // Threads: as the seam says. A synchronous transform's output is posted by Submit, and nobody emits
 // here; that of an asynchronous one is posted by the platform's threads, and emitted on one of our
-// own. All openings have the same port.
+// own or with the next frame. All openings have the same port.
 class TransformBackend final : public EncoderBackend {
  public:
   struct Environment {
@@ -61,6 +61,7 @@ class TransformBackend final : public EncoderBackend {
   void NoteLostBuffer(int32_t error);
   void Mark(TransformSample& sample, bool keyFrame);
   void OnRefused(int32_t error);
+  void LeaveResident(int32_t error);
   void NoteTime();
 
   const std::unique_ptr<TransformPlatform> platform_;

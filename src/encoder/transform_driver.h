@@ -30,6 +30,9 @@ class TransformDriver {
   // comes back with its unit; `time` the sample's own. Below 0: the transform refused it.
   virtual int32_t Put(const Sample& sample, int64_t time, uint64_t given) = 0;
 
+  // The error with which a sample was refused since the last question, behind its Put; else 0.
+  virtual int32_t TakeRefusal() = 0;
+
   // Waits until the transform has encoded what it was given, as far as it can be asked to. False:
   // it may still be at it.
   virtual bool Drain() = 0;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <utility>
 
 #include "encoder/hardware_encoder.h"
 #include "support/plugin_log.h"
@@ -40,27 +41,29 @@ void UnitAssembler::ReadHeader(ByteSpan header) {
 }
 
 // What the codec did is looked at, not trusted: sets that it repeats are the newest, and are there.
-ByteSpan UnitAssembler::SetsFor(ByteSpan data) {
-  if (setsBesideStream_) return parameterSets_;
-  std::vector<uint8_t> own = FindParameterSets(data, codec_);
-  if (own.empty()) return parameterSets_;
+bool UnitAssembler::LearnSets(ByteSpan unit) {
+  std::vector<uint8_t> own = FindParameterSets(unit, codec_);
+  if (own.empty()) return false;
   parameterSets_ = std::move(own);
-  return {};
+  return true;
 }
 
+// Sets are put in front beforehand where that is known to be right: that moves nothing.
 void UnitAssembler::Assemble(ByteSpan data, bool marked, EncodedUnit& unit) {
-  const ByteSpan sets = SetsFor(data);
   std::vector<uint8_t>& out = unit.data;
   out.clear();
-  out.reserve(sets.size() + data.size());
-  if (marked) out.assign(sets.begin(), sets.end());
+  out.reserve(parameterSets_.size() + data.size());
+  if (marked && setsBesideStream_) out.assign(parameterSets_.begin(), parameterSets_.end());
   const size_t front = out.size();
   AppendAsAnnexB(data, out);
   const ByteSpan body = ByteSpan(out).subspan(front);
   const bool found = ContainsKeyFrame(body, codec_);
   DescribeNowAndThen(body, marked, found, codec_);
-  if (found && !marked) out.insert(out.begin(), sets.begin(), sets.end());
   unit.keyFrame = marked || found;
+  const bool bringsSets = !setsBesideStream_ && LearnSets(body);
+  if (unit.keyFrame && front == 0 && !bringsSets) {
+    out.insert(out.begin(), parameterSets_.begin(), parameterSets_.end());
+  }
   PluginLog(kCategory, kLogDebug, "frame encoded: %zu bytes keyframe=%d", out.size(),
             unit.keyFrame);
 }

@@ -35,7 +35,7 @@ class UnitAssembler {
   size_t ParameterSetBytes() const { return parameterSets_.size(); }
 
  private:
-  ByteSpan SetsFor(ByteSpan data);
+  bool LearnSets(ByteSpan unit);
 
   const int32_t codec_;
   bool setsBesideStream_ = false;

@@ -129,7 +129,10 @@ TEST_F(AsyncDriverTest, ARefusedFrameIsLostAndTheNextOneGoesOn) {
 // By the sample's own time, however many frames the transform holds back.
 TEST_F(AsyncDriverTest, EachUnitHasTheTimeThatItsFrameCameWith) {
   Start();
-  Script([](auto& now) { now.delay = 2; });
+  Script([](auto& now) {
+    now.delay = 2;
+    now.timeOff = 3;
+  });
   for (int frame = 1; frame <= 4; ++frame) {
     Send(kEventNeedInput);
     Put(frame);

@@ -59,6 +59,19 @@ TEST(UnitAssembler, AStreamThatBringsItsSetsGetsThemWhereTheyLack) {
   EXPECT_EQ(unit.data, own + idr);
 }
 
+// Behind lengths as well, and a length isn't taken for the head of a set: 359 is 00 00 01 67.
+TEST(UnitAssembler, LearnsSetsFromUnitsBehindLengths) {
+  const Bytes idr = {0, 0, 0, 2, 0x65, 2};
+  Bytes slice = {0, 0, 1, 0x67, 0x41};
+  slice.resize(4 + 359, 0x77);
+  UnitAssembler assembler(kCodecH264);
+  EncodedUnit unit;
+  assembler.Assemble(Bytes{0, 0, 0, 2, 0x67, 3, 0, 0, 0, 2, 0x68, 4} + idr, true, unit);
+  assembler.Assemble(slice, false, unit);
+  assembler.Assemble(idr, false, unit);
+  EXPECT_EQ(unit.data, (Bytes{0, 0, 0, 1, 0x67, 3, 0, 0, 0, 1, 0x68, 4, 0, 0, 0, 1, 0x65, 2}));
+}
+
 // An H.264 slice header would be a key frame in HEVC.
 TEST(UnitAssembler, ReadsByTheCodecThatItWasMadeFor) {
   const Bytes slice = {0, 0, 1, 0x21, 2};

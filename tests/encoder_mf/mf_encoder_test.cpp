@@ -155,6 +155,7 @@ TEST_F(MfEncoderTest, EveryFormOfOutputBecomesOneStream) {
       {"nvidia", kCodecH264, "header=annexb sets-in-stream=no"},
       {"nvidia", kCodecHevc, "header=record sets-in-stream=no units=lengths lead=256"},
       {"intel", kCodecH264, "header=record units=lengths lead=480 provides=yes"},
+      {"intel", kCodecHevc, "header=none units=lengths lead=300"},
       {"amd", kCodecHevc, "header=annexb sets-in-stream=no clean-point=no"},
       {"amd", kCodecH264, "late-header=yes sets-in-stream=no changes=1"},
       {"intel", kCodecHevc, "changes=8@3"},
@@ -236,6 +237,26 @@ TEST_F(MfEncoderTest, TheSettingsReachTheEncoderInTheirOrder) {
   EXPECT_EQ(scenario_.PropertiesSet(), (Texts{"MeanBitRate 3000000", "MaxBitRate 3000000",
                                               "VideoEncodeQP 51", "VideoForceKeyFrame 1"}));
   EXPECT_EQ(Logged("SetPeakBitrate: max=3000000 bps (mean=3000000, ratio=1.00)"), 1U);
+}
+
+// Encoders differ in the type that they take the quantiser in.
+TEST_F(MfEncoderTest, AQuantiserThatIsRefusedIsSetInItsOtherForm) {
+  Make("intel");
+  scenario_.Traits("fail=VideoEncodeQP@1..1");
+  ASSERT_TRUE(Configure(kCodecH264));
+  encoder_->TriggerEmergencyCompression(1);
+  Encode(0, 1);
+  EXPECT_EQ(scenario_.Calls("SetValue").size(), 8U + 2U + 1U);
+}
+
+TEST_F(MfEncoderTest, AnAsynchronousTransformIsShutDownBeforeItIsReleased) {
+  for (const std::string kind : {"nvidia-async", "nvidia"}) {
+    Make(kind);
+    ASSERT_TRUE(Configure(kCodecH264));
+    Encode(0, 2);
+    encoder_->Shutdown();
+    EXPECT_EQ(scenario_.Calls("Shutdown").size(), kind == "nvidia-async" ? 1U : 0U);
+  }
 }
 
 TEST_F(MfEncoderTest, TheSearchGoesByClassEngineAndLeave) {

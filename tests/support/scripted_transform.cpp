@@ -292,8 +292,9 @@ class ScriptedTransform final : public EncoderTransform {
     const uint8_t key = codec_ == kCodecH264 ? 0x65 : 0x26;
     const uint8_t plain = codec_ == kCodecH264 ? 0x21 : 0x02;
     const Bytes unit = {0, 0, 0, 1, held->keyFrame ? key : plain, 7};
-    sink.OnOutput(unit, held->keyFrame,
-                  now.timedOutput ? std::optional<int64_t>(held->time) : std::nullopt);
+    sink.OnOutput(
+        unit, held->keyFrame,
+        now.timedOutput ? std::optional<int64_t>(held->time + now.timeOff) : std::nullopt);
     return {Answer::Taken, 0};
   }
   StreamChange AcceptStreamChange() override {

@@ -96,6 +96,7 @@ class TransformScript {
     size_t capacity = SIZE_MAX;     // with so many inside it takes no more
     std::function<void()> onInput;  // while it takes a frame
     bool timedOutput = true;        // samples have a time
+    int64_t timeOff = 0;            // by which it is off the frame's, as if it were rounded
   };
 
   void Change(const std::function<void(Behaviour&)>& change);

@@ -3,14 +3,17 @@
 namespace Veldrift {
 namespace {
 
+// The generator is the transform: it is held while the event is read and not beyond, so that no
+// thread of the platform's has the last reference when its owner is through with it.
 class MfEvent final : public TransformEvent {
  public:
-  MfEvent(IMFMediaEventGenerator& generator, IMFAsyncResult* result)
-      : generator_(generator), result_(result) {}
+  MfEvent(MfEventPump& pump, IMFAsyncResult* result) : pump_(pump), result_(result) {}
 
   int32_t Read(uint32_t& type) override {
+    const ComPtr<IMFMediaEventGenerator> generator = pump_.Generator();
+    if (!generator) return E_ABORT;
     ComPtr<IMFMediaEvent> event;
-    HRESULT result = generator_.EndGetEvent(result_, &event);
+    HRESULT result = generator->EndGetEvent(result_, &event);
     MediaEventType known = MEUnknown;
     if (SUCCEEDED(result)) result = event->GetType(&known);
     type = known;
@@ -18,11 +21,16 @@ class MfEvent final : public TransformEvent {
   }
 
  private:
-  IMFMediaEventGenerator& generator_;
+  MfEventPump& pump_;
   IMFAsyncResult* const result_;
 };
 
 }  // namespace
+
+ComPtr<IMFMediaEventGenerator> MfEventPump::Generator() {
+  MutexLock lock(mutex_);
+  return generator_;
+}
 
 HRESULT MfEventPump::Request(const std::shared_ptr<TransformEventListener>& listener) {
   ComPtr<IMFMediaEventGenerator> generator;
@@ -63,15 +71,13 @@ STDMETHODIMP MfEventPump::GetParameters(DWORD* flags, DWORD* queue) {
 }
 
 STDMETHODIMP MfEventPump::Invoke(IMFAsyncResult* result) {
-  ComPtr<IMFMediaEventGenerator> generator;
   std::shared_ptr<TransformEventListener> listener;
   {
     MutexLock lock(mutex_);
-    generator = generator_;
     listener = listener_;
   }
-  if (generator && listener) {
-    MfEvent event(*generator.Get(), result);
+  if (listener) {
+    MfEvent event(*this, result);
     listener->OnEvent(event);
   }
   return S_OK;

@@ -19,6 +19,8 @@ class MfEventPump final : public ComImplementation<IMFAsyncCallback> {
   explicit MfEventPump(ComPtr<IMFMediaEventGenerator> generator)
       : generator_(std::move(generator)) {}
 
+  // Null behind Close.
+  ComPtr<IMFMediaEventGenerator> Generator();
   HRESULT Request(const std::shared_ptr<TransformEventListener>& listener);
   // No event is read or asked for any more. Ends the ring of references with the transform.
   void Close();

@@ -5,6 +5,10 @@
 namespace Veldrift {
 
 std::unique_ptr<MfSample> MfSample::InMemory(const MediaApi& media, size_t bytes, HRESULT& error) {
+  if (bytes > MAXDWORD) {
+    error = E_INVALIDARG;
+    return nullptr;
+  }
   ComPtr<IMFMediaBuffer> buffer;
   ComPtr<IMFSample> sample;
   error = media.createMemoryBuffer(static_cast<DWORD>(bytes), &buffer);
@@ -17,7 +21,9 @@ std::unique_ptr<MfSample> MfSample::InMemory(const MediaApi& media, size_t bytes
 uint8_t* MfSample::Lock(int32_t& error) {
   BYTE* bytes = nullptr;
   error = buffer_ ? buffer_->Lock(&bytes, nullptr, nullptr) : E_NOTIMPL;
-  return SUCCEEDED(error) ? bytes : nullptr;
+  if (FAILED(error)) return nullptr;
+  if (bytes == nullptr) buffer_->Unlock();
+  return bytes;
 }
 
 void MfSample::Unlock(size_t length) {

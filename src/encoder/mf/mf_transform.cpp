@@ -102,6 +102,12 @@ MfTransform::MfTransform(const MediaApi& media, ComPtr<IMFTransform> transform,
   transform_.As(&codec_);
 }
 
+MfTransform::~MfTransform() {
+  CloseEvents();
+  ComPtr<IMFShutdown> shutdown;
+  if (asynchronous_ && SUCCEEDED(transform_.As(&shutdown))) shutdown->Shutdown();
+}
+
 // ---- Negotiation ----
 
 bool MfTransform::ReadFlag(const GUID& key) const {
@@ -111,7 +117,10 @@ bool MfTransform::ReadFlag(const GUID& key) const {
          SUCCEEDED(attributes->GetUINT32(key, &value)) && value != 0;
 }
 
-bool MfTransform::IsAsynchronous() { return ReadFlag(MF_TRANSFORM_ASYNC); }
+bool MfTransform::IsAsynchronous() {
+  asynchronous_ = ReadFlag(MF_TRANSFORM_ASYNC);
+  return asynchronous_;
+}
 
 bool MfTransform::IsD3d11Aware() { return ReadFlag(MF_SA_D3D11_AWARE); }
 
@@ -179,7 +188,13 @@ int32_t MfTransform::SetProperty(CodecProperty property, uint32_t value) {
     variant.vt = VT_UI4;
     variant.ulVal = value;
   }
-  return codec_->SetValue(&KeyOf(property), &variant);
+  HRESULT result = codec_->SetValue(&KeyOf(property), &variant);
+  if (FAILED(result) && property == CodecProperty::EncodeQp) {
+    variant.vt = VT_UI8;  // as the platform documents this one; encoders differ
+    variant.ullVal = value;
+    result = codec_->SetValue(&KeyOf(property), &variant);
+  }
+  return result;
 }
 
 std::vector<uint8_t> MfTransform::SequenceHeader() {

@@ -19,7 +19,8 @@ class MfTransform final : public EncoderTransform {
   // `manager` shares the graphics device; null if there is none.
   MfTransform(const MediaApi& media, ComPtr<IMFTransform> transform,
               ComPtr<IMFDXGIDeviceManager> manager);
-  ~MfTransform() override { CloseEvents(); }
+  // Shuts an asynchronous one down, which the platform demands before its release.
+  ~MfTransform() override;
   MfTransform(const MfTransform&) = delete;
   MfTransform& operator=(const MfTransform&) = delete;
 
@@ -54,6 +55,7 @@ class MfTransform final : public EncoderTransform {
   const ComPtr<IMFDXGIDeviceManager> manager_;
   ComPtr<ICodecAPI> codec_;
   ComPtr<MfEventPump> events_;
+  bool asynchronous_ = false;
 };
 
 }  // namespace Veldrift
