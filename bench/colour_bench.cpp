@@ -120,7 +120,7 @@ const int kRatios = [] {
         {"the product's own plain loop / AVX2, " + size, "BM_ColourPlain/" + size, ours, ""});
   }
   PrintRatio({"2160 scaled to 1080 and converted / 1080 alone", "BM_ColourHalfSize/2160",
-              "BM_ColourAvx2/1080", "about 2"});
+              "BM_ColourAvx2/1080", "below 2"});
   return 0;
 }();
 
