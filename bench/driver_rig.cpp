@@ -53,10 +53,14 @@ int64_t DriverRig::Configure() {
 }
 
 bool DriverRig::Encode(FrameCost& cost) {
+  marks_.sample = 0;
+  marks_.noMore = 0;
   const int64_t begin = SystemClock().NowNanos();
   encoder_->EncodeFrame(frame_.data(), uint32_t(width_), uint32_t(height_), width_ * 4,
                         timestamp_ += kFrameMicros);
   if (!out_.try_acquire_for(kPatience)) return false;
+  cost.sample = marks_.sample;
+  cost.noMore = marks_.noMore;
   cost.conversion = marks_.conversion;
   cost.toInput = marks_.input - begin - cost.conversion;
   cost.toCallback = calledBack_ - marks_.output;

@@ -19,6 +19,8 @@ struct FrameCost {
   int64_t toInput = 0;     // EncodeFrame to ProcessInput, less the conversion
   int64_t conversion = 0;  // the conversion, with scaling
   int64_t toCallback = 0;  // from the transform's output to the callback
+  int64_t sample = 0;      // of toInput, making the sample; a synchronous transform's has been made
+  int64_t noMore = 0;      // of toCallback, asking a synchronous transform for more
 };
 
 // Threads: one.

@@ -54,7 +54,10 @@ class TimedTransform final : public EncoderTransform {
   }
   Output TakeOutput(TransformOutputSink& sink) override {
     TimedSink timed(sink, marks_);
-    return inner_->TakeOutput(timed);
+    const int64_t begin = Now();
+    const Output output = inner_->TakeOutput(timed);
+    if (output.answer == Output::Answer::NeedMoreInput) marks_.noMore = Now() - begin;
+    return output;
   }
   StreamChange AcceptStreamChange() override { return inner_->AcceptStreamChange(); }
   int32_t OpenEvents() override { return inner_->OpenEvents(); }
@@ -103,7 +106,10 @@ class TimedPlatform final : public TransformPlatform {
     return found;
   }
   std::unique_ptr<TransformSample> MakeSample(size_t bytes, int32_t& error) override {
-    return inner_->MakeSample(bytes, error);
+    const int64_t begin = Now();
+    std::unique_ptr<TransformSample> sample = inner_->MakeSample(bytes, error);
+    marks_.sample = Now() - begin;
+    return sample;
   }
   bool ConvertOnGpu(FrameInput& frame, uint8_t* luma, uint8_t* chroma) override {
     const int64_t begin = Now();

@@ -14,6 +14,8 @@ struct FrameMarks {
   std::atomic<int64_t> input{0};       // ProcessInput was called
   std::atomic<int64_t> output{0};      // a transform had its unit ready
   std::atomic<int64_t> conversion{0};  // how long the colour conversion took, scaling with it
+  std::atomic<int64_t> sample{0};      // how long making the sample took that it goes in by
+  std::atomic<int64_t> noMore{0};      // how long the transform took to say that it has no more
 };
 
 // Passes everything on and keeps `marks`, which outlive it. Frames are converted as the encoder
