@@ -62,7 +62,7 @@ TEST_P(Repair, EveryFrameThatTheCodeCanRepairIsRepaired) {
 
 INSTANTIATE_TEST_SUITE_P(Codecs, Repair,
                          testing::Values(Case{"h264", "H.264", "10", 80},
-                                         Case{"hevc", "HEVC", "5", 20}),
+                                         Case{"hevc", "HEVC", "10", 20}),
                          [](const auto& given) { return std::string(given.param.codec); });
 
 // In a stream of predicted pictures a lost one breaks those behind it, until a key frame. The phone
