@@ -2,20 +2,22 @@
 // judgement at the end.
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <string>
 
 #include "media_pipeline.h"
 #include "net/control_protocol.h"
 #include "phone_exit.h"
-#include "phone_link.h"
 #include "phone_options.h"
 #include "plugin_finder.h"
-#include "self_tests.h"
 #include "summary.h"
 #include "support/clock.h"
 #include "tools/cli/status_line.h"
 #include "tools/platform/interrupt.h"
 #include "tools/receiver/media_receiver.h"
+#include "tools/receiver/phone_link.h"
+#include "tools/receiver/self_tests.h"
 
 namespace Veldrift {
 namespace {
@@ -89,6 +91,34 @@ std::optional<int> LocatePlugin(PhoneOptions& options, FoundPlugins& found,
   return std::nullopt;
 }
 
+PhoneExit ExitOf(LinkResult result) {
+  switch (result) {
+    case LinkResult::Open:
+    case LinkResult::Interrupted:
+      return kExitGood;
+    case LinkResult::NoAnswer:
+      return kExitCantConnect;
+    case LinkResult::Refused:
+      return kExitRefused;
+    case LinkResult::Broken:
+      return kExitBroken;
+    case LinkResult::Failed:
+      break;
+  }
+  return kExitFailed;
+}
+
+// Whoever sits at the terminal. Nothing has been recorded while the code is awaited.
+CodeReader TerminalReader() {
+  return {[]() -> std::optional<std::string> {
+            std::fprintf(stderr, "veldrift-phone: the six digits that the plug-in shows: ");
+            std::string line;
+            if (!std::getline(std::cin, line)) return std::nullopt;
+            return line;
+          },
+          [] { std::_Exit(kExitRefused); }};
+}
+
 int Run(PhoneOptions options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
   FoundPlugins found;
@@ -107,12 +137,12 @@ int Run(PhoneOptions options) {
   MediaPipeline media(options);
   if (!media.Start(sentence)) return Complain(kExitFailed, sentence);
   receiver.Start([&media](WholeFrame&& frame) { media.Take(std::move(frame)); });
-  PhoneLink link(options, interrupted);
-  const PhoneExit exit = link.Open(sentence);
-  if (exit != kExitGood || !sentence.empty()) {
+  PhoneLink link(options, interrupted, TerminalReader());
+  const LinkResult linked = link.Open(sentence);
+  if (linked != LinkResult::Open) {
     receiver.Stop();
     media.Finish();
-    return Complain(exit, sentence);
+    return Complain(ExitOf(linked), sentence);
   }
   if (!options.selfTests.empty()) {
     receiver.Stop();

@@ -7,26 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/socket.h"
-#include "tools/receiver/commands.h"
 #include "tools/receiver/loss_simulator.h"
+#include "tools/receiver/phone_link.h"
 
 namespace Veldrift {
 
-struct PhoneOptions {
-  Ipv4Endpoint host;         // unless it is to be found
-  bool discover = false;     // finds it on the network
-  std::string plugin;        // the installation to find; empty: any
-  uint32_t bindAddress = 0;  // network byte order; 0 is any address
-  std::string id = "veldrift-phone";
-  std::string name = "Phone stand-in";
-  std::filesystem::path tokenFile;
-  std::string code;
-  std::filesystem::path codeFromLog;
-  double waitSeconds = 10;  // for the plug-in, and for the code
+struct PhoneOptions : LinkOptions {
+  bool discover = false;  // finds the plug-in, whose address isn't known, on the network
+  std::string plugin;     // the installation to find; empty: any
 
-  std::vector<Command> commands;       // sent once paired, in this order
-  int commandIntervalMs = 0;           // from one to the next
   std::vector<std::string> selfTests;  // run instead of watching the stream
   std::filesystem::path pluginLog;     // where their verdicts stand
 

@@ -275,4 +275,21 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
+std::string VerdictText(const std::vector<SelfTestVerdict>& verdicts) {
+  std::string text;
+  for (const SelfTestVerdict& verdict : verdicts) text += VerdictText(verdict) + "\n";
+  return text;
+}
+
+std::string VerdictJson(const std::vector<SelfTestVerdict>& verdicts) {
+  Json json;
+  for (const SelfTestVerdict& verdict : verdicts) {
+    json["self_tests"].push_back({{"id", verdict.id},
+                                  {"came", verdict.came},
+                                  {"passed", verdict.passed},
+                                  {"detail", verdict.detail}});
+  }
+  return json.dump(2) + "\n";
+}
+
 }  // namespace Veldrift

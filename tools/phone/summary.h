@@ -6,9 +6,10 @@
 
 #include "media_pipeline.h"
 #include "phone_exit.h"
-#include "phone_link.h"
 #include "tools/discovery/service_browser.h"
 #include "tools/receiver/media_receiver.h"
+#include "tools/receiver/phone_link.h"
+#include "tools/receiver/self_tests.h"
 #include "tools/receiver/status_message.h"
 
 namespace Veldrift {
@@ -37,5 +38,9 @@ Verdict Judge(const RunResult& result);
 
 std::string SummaryText(const RunResult& result);
 std::string SummaryJson(const RunResult& result, const Verdict& verdict);
+
+// What a run of the plug-in's built-in tests came to.
+std::string VerdictText(const std::vector<SelfTestVerdict>& verdicts);
+std::string VerdictJson(const std::vector<SelfTestVerdict>& verdicts);
 
 }  // namespace Veldrift

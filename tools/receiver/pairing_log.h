@@ -17,6 +17,7 @@ namespace Veldrift {
 // "[time subsystem:category:level] message"
 struct LogEntry {
   std::string category;
+  std::string level;  // "DEBUG", "INFO" or "ERROR"
   std::string message;
 };
 

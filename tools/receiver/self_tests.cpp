@@ -1,6 +1,4 @@
-#include "self_tests.h"
-
-#include <nlohmann/json.hpp>
+#include "tools/receiver/self_tests.h"
 
 #include "support/clock.h"
 #include "tools/receiver/commands.h"
@@ -42,24 +40,9 @@ std::vector<SelfTestVerdict> SelfTests::Run(const std::vector<std::string>& ids,
   return verdicts;
 }
 
-std::string VerdictText(const std::vector<SelfTestVerdict>& verdicts) {
-  std::string text;
-  for (const SelfTestVerdict& verdict : verdicts) {
-    text += verdict.id + " " + (verdict.passed ? "PASS" : "FAIL") + kDash +
-            (verdict.came ? verdict.detail : "no verdict in the plug-in's log") + "\n";
-  }
-  return text;
-}
-
-std::string VerdictJson(const std::vector<SelfTestVerdict>& verdicts) {
-  nlohmann::ordered_json json;
-  for (const SelfTestVerdict& verdict : verdicts) {
-    json["self_tests"].push_back({{"id", verdict.id},
-                                  {"came", verdict.came},
-                                  {"passed", verdict.passed},
-                                  {"detail", verdict.detail}});
-  }
-  return json.dump(2) + "\n";
+std::string VerdictText(const SelfTestVerdict& verdict) {
+  return verdict.id + " " + (verdict.passed ? "PASS" : "FAIL") + kDash +
+         (verdict.came ? verdict.detail : "no verdict in the plug-in's log");
 }
 
 }  // namespace Veldrift

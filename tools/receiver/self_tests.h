@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "phone_link.h"
 #include "tools/receiver/pairing_log.h"
+#include "tools/receiver/phone_link.h"
 
 namespace Veldrift {
 
@@ -33,8 +33,7 @@ class SelfTests {
   LogTail log_;
 };
 
-// "P0.1 PASS — what it showed", a line each; or the same as a JSON object.
-std::string VerdictText(const std::vector<SelfTestVerdict>& verdicts);
-std::string VerdictJson(const std::vector<SelfTestVerdict>& verdicts);
+// "P0.1 PASS — what it showed".
+std::string VerdictText(const SelfTestVerdict& verdict);
 
 }  // namespace Veldrift

@@ -1,9 +1,7 @@
-#include "phone_link.h"
+#include "tools/receiver/phone_link.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <future>
-#include <iostream>
+#include <utility>
 
 #include "net/control_protocol.h"
 #include "platform/file.h"
@@ -25,49 +23,52 @@ int64_t Deadline(double seconds) { return SteadyNanos() + int64_t(seconds * 1e9)
 
 }  // namespace
 
-PhoneLink::PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted)
-    : options_(options), interrupted_(interrupted), client_(std::make_unique<ControlClient>()) {
+PhoneLink::PhoneLink(const LinkOptions& options, const std::atomic<bool>& interrupted,
+                     CodeReader reader)
+    : options_(options),
+      interrupted_(interrupted),
+      reader_(std::move(reader)),
+      client_(std::make_unique<ControlClient>()) {
   if (!options.codeFromLog.empty()) {
     codeLog_ = std::make_unique<PairingCodeLog>(options.codeFromLog, options.name);
   }
 }
 
-PhoneExit PhoneLink::Open(std::string& sentence) {
-  PhoneExit exit = Connect(sentence);
-  if (exit == kExitGood && sentence.empty()) exit = Pair(sentence);
-  if (exit != kExitGood || !sentence.empty()) return exit;
+LinkResult PhoneLink::Open(std::string& sentence) {
+  LinkResult result = Connect(sentence);
+  if (result == LinkResult::Open) result = Pair(sentence);
+  if (result != LinkResult::Open) return result;
   client_->StartReading([this](const StatusMessage& message) { Note(message); });
   SendDue(SteadyNanos());
-  return kExitGood;
+  return LinkResult::Open;
 }
 
-PhoneExit PhoneLink::Connect(std::string& sentence) {
+LinkResult PhoneLink::Connect(std::string& sentence) {
   const int64_t deadline = Deadline(options_.waitSeconds);
   std::string reason;
   while (true) {
     connectNs_ = SteadyNanos();
     if (client_->Connect(options_.host, options_.bindAddress, kConnectNs, reason)) {
-      return kExitGood;
+      return LinkResult::Open;
     }
     if (interrupted_) {
       sentence = "interrupted";
-      return kExitGood;
+      return LinkResult::Interrupted;
     }
     if (SteadyNanos() >= deadline) {
       sentence = "no plug-in answers at " + EndpointText(options_.host) + ": " + reason;
-      return kExitCantConnect;
+      return LinkResult::NoAnswer;
     }
     SystemClock().SleepFor(kStepNs);
   }
 }
 
 std::optional<std::string> PhoneLink::AskForCode() {
+  if (!reader_.ask) return std::nullopt;
   asking_ = true;
-  std::fprintf(stderr, "veldrift-phone: the six digits that the plug-in shows: ");
-  std::string line;
-  const bool answered = bool(std::getline(std::cin, line));
+  std::optional<std::string> code = reader_.ask();
   asking_ = false;
-  return answered ? std::optional<std::string>(line) : std::nullopt;
+  return code;
 }
 
 std::optional<std::string> PhoneLink::FindCode() {
@@ -92,42 +93,42 @@ ControlClient::PairResult PhoneLink::PairWatched(std::string& token) {
   const int64_t deadline = Deadline(options_.waitSeconds * 2);
   while (pairing.wait_for(std::chrono::nanoseconds(kStepNs)) != std::future_status::ready) {
     // A terminal can't be told to give up, and nothing has been recorded yet.
-    if (interrupted_ && asking_) std::_Exit(kExitRefused);
+    if (interrupted_ && asking_) reader_.abandon();
     if (interrupted_ || (!asking_ && SteadyNanos() >= deadline)) client_->Disconnect();
   }
   return pairing.get();
 }
 
-PhoneExit PhoneLink::Pair(std::string& sentence) {
+LinkResult PhoneLink::Pair(std::string& sentence) {
   std::string token;
   const ControlClient::PairResult result = PairWatched(token);
   if (interrupted_) {
     sentence = "interrupted";
-    return kExitGood;
+    return LinkResult::Interrupted;
   }
   switch (result) {
     case ControlClient::PairResult::Paired:
       break;
     case ControlClient::PairResult::Rejected:
       sentence = "the plug-in refused the pairing: the code was wrong";
-      return kExitRefused;
+      return LinkResult::Refused;
     case ControlClient::PairResult::NoCode:
       sentence = codeLog_ ? "no pairing code appeared in " + PathText(options_.codeFromLog)
                           : "the plug-in wants a pairing code of six digits, and there was none";
-      return kExitRefused;
+      return LinkResult::Refused;
     case ControlClient::PairResult::Closed:
       sentence = "the plug-in closed the connection during the pairing";
-      return kExitRefused;
+      return LinkResult::Refused;
     case ControlClient::PairResult::Violation:
       sentence = client_->Violation();
-      return kExitBroken;
+      return LinkResult::Broken;
   }
   std::string reason;
   if (!options_.tokenFile.empty() && !WriteToken(options_.tokenFile, token, reason)) {
     sentence = "can't keep the token: " + reason;
-    return kExitFailed;
+    return LinkResult::Failed;
   }
-  return kExitGood;
+  return LinkResult::Open;
 }
 
 void PhoneLink::Send(const Command& command) {

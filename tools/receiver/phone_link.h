@@ -6,18 +6,50 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "phone_exit.h"
-#include "phone_options.h"
 #include "platform/mutex.h"
+#include "platform/socket.h"
 #include "tools/receiver/commands.h"
 #include "tools/receiver/control_client.h"
 #include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
+
+struct LinkOptions {
+  Ipv4Endpoint host;
+  uint32_t bindAddress = 0;  // network byte order; 0 is any address
+  std::string id = "veldrift-phone";
+  std::string name = "Phone stand-in";
+  std::filesystem::path tokenFile;    // empty: the token isn't kept
+  std::string code;                   // empty: it is looked for
+  std::filesystem::path codeFromLog;  // the plug-in's log; empty: somebody is asked for the code
+  double waitSeconds = 10;            // for the plug-in, and for the code
+
+  std::vector<Command> commands;  // sent once paired, in this order
+  int commandIntervalMs = 0;      // from one to the next
+};
+
+// Somebody who reads the code from the plug-in's window.
+struct CodeReader {
+  std::function<std::optional<std::string>()> ask;
+  // Ends the process: an interrupt came while `ask` waits, which nobody can tell to give up.
+  std::function<void()> abandon;
+};
+
+enum class LinkResult {
+  Open,
+  Interrupted,
+  NoAnswer,  // nobody listens there
+  Refused,   // the pairing
+  Broken,    // the plug-in spoke against the protocol
+  Failed,    // the token can't be kept
+};
 
 struct SentCommand {
   Command command;
@@ -27,11 +59,13 @@ struct SentCommand {
 
 class PhoneLink {
  public:
-  explicit PhoneLink(const PhoneOptions& options, const std::atomic<bool>& interrupted);
+  // `reader` is asked where the options neither have a code nor name a log.
+  PhoneLink(const LinkOptions& options, const std::atomic<bool>& interrupted,
+            CodeReader reader = {});
 
   // Connects, pairs, and begins to send the commands of the options. Otherwise `sentence` says why
-  // not. An interrupt gives kExitGood with a sentence.
-  PhoneExit Open(std::string& sentence);
+  // not.
+  LinkResult Open(std::string& sentence);
 
   void Send(const Command& command);
   // Sends those of the options' commands whose time has come.
@@ -48,15 +82,16 @@ class PhoneLink {
   std::string EncoderText() const;
 
  private:
-  PhoneExit Connect(std::string& sentence);
-  PhoneExit Pair(std::string& sentence);
+  LinkResult Connect(std::string& sentence);
+  LinkResult Pair(std::string& sentence);
   std::optional<std::string> FindCode();
   std::optional<std::string> AskForCode();
   ControlClient::PairResult PairWatched(std::string& token);
   void Note(const StatusMessage& message);
 
-  const PhoneOptions& options_;
+  const LinkOptions& options_;
   const std::atomic<bool>& interrupted_;
+  const CodeReader reader_;
   std::unique_ptr<PairingCodeLog> codeLog_;
   int64_t connectNs_ = 0;
   size_t commandsDone_ = 0;
