@@ -29,8 +29,10 @@ std::string OutsideRange(const std::string& text, double lowest, double highest,
          Plain(highest);
 }
 
+const char* ToolVersion() { return VD_VERSION; }
+
 std::optional<int> ParseCommandLine(CLI::App& app, int argc, char** argv) {
-  app.set_version_flag("--version", app.get_name() + " " + VD_VERSION, "prints the version");
+  app.set_version_flag("--version", app.get_name() + " " + ToolVersion(), "prints the version");
   try {
     app.parse(argc, argv);
     return std::nullopt;

@@ -12,6 +12,9 @@ namespace Veldrift {
 inline constexpr int kExitGoodUse = 0;
 inline constexpr int kExitBadUse = 2;
 
+// Of this build.
+const char* ToolVersion();
+
 // The exit code to end with, if the program isn't to run: --help, or a mistake, which has been
 // answered by then.
 std::optional<int> ParseCommandLine(CLI::App& app, int argc, char** argv);

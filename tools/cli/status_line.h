@@ -1,6 +1,6 @@
 // One line that is rewritten in place on a terminal; elsewhere a plain line now and then.
 //
-// Threads: belongs to the main thread.
+// Threads: one thread uses it.
 #pragma once
 
 #include <cstdint>

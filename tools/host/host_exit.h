@@ -17,6 +17,7 @@ enum HostExit : int {
   kExitPortInUse = 8,    // the control port: no phone could ever connect
   kExitLeftBehind = 9,   // threads or handles
   kExitMisbehaved = 10,  // it broke a rule of the host's interface
+  kExitSelfTest = 11,    // --self-test: no stream, one that stopped, or a built-in test that failed
 };
 
 inline int Complain(HostExit exit, const std::string& sentence) {

@@ -1,6 +1,7 @@
 #include "host_options.h"
 
 #include <algorithm>
+#include <array>
 
 #include "host_exit.h"
 #include "platform/file.h"
@@ -23,6 +24,7 @@ Exit codes:
   8  the control port is in use by another program
   9  the module left threads, sockets or files behind
   10 the module broke a rule of the host's interface: an answer, the clock, sound, a suite
+  11 --self-test: a codec gave no pictures or stopped, or a built-in test failed
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
@@ -30,7 +32,13 @@ Examples:
   veldrift-host --size 3840x2160 --fps 60 --home /tmp/trial --host aftereffects
   veldrift-host --qr                                    shows what a phone needs to pair
   veldrift-host --script '3 pause, 4 step, 4.5 step -1, 5 play, 8 size 640x360'
+  veldrift-host --self-test                             what this machine can do; 20 s or so
   veldrift-host --hostile all --playing 2 --instances 3 --seconds 20
+
+--self-test plays the generated picture, 1920x1080 at 30, to a phone of its own process: some seconds
+of H.264 and of HEVC, then the module's built-in tests. It prints the adapter, the engines, what each
+codec came to and the log's errors, and at the end one line to send back. Settings, log and trust are
+in a temporary folder (or in --home, which keeps them), with asynchronous encoders switched on.
 
 The timeline goes by the module's clock. A phone steers it by its transport keys (veldrift-phone
 --key play) through VeldriftCtrl.acsrf beside the module; its in point is 0 s, its out point 10 s.
@@ -125,6 +133,8 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
                "draws the QR code that tells a phone of this installation, and prints the six "
                "digits when a pairing begins (with --json on standard error)");
   app.add_flag("--json", options.json, "prints the summary as JSON");
+  app.add_flag("--self-test", options.selfTest,
+               "tests what this machine can do with the module, and ends; see below");
   app.add_option("--remove-at-exit", typed.removeAtExit)->group("");
 }
 
@@ -138,6 +148,26 @@ std::optional<int> InterpretScript(const Typed& typed, HostOptions& options) {
     std::ranges::stable_sort(options.script, {}, &ScriptedAction::seconds);
   }
   return std::nullopt;
+}
+
+// It brings its own picture, time and phone.
+void KeepSelfTestAlone(CLI::App& app) {
+  constexpr std::array kGoWith = {"--self-test", "--module", "--home",          "--host",
+                                  "--json",      "--help",   "--remove-at-exit"};
+  CLI::Option* const selfTest = app.get_option("--self-test");
+  for (CLI::Option* option : app.get_options()) {
+    if (std::ranges::find(kGoWith, option->get_name(false, true)) == kGoWith.end()) {
+      selfTest->excludes(option);
+    }
+  }
+}
+
+// By itself on a port on which no editing host listens.
+void ChooseSelfTest(const CLI::App& app, HostOptions& options, Typed& typed) {
+  if (app.count("--host") == 0) typed.host = "unknown";
+  options.width = 1920;
+  options.height = 1080;
+  options.discovery = false;
 }
 
 void InterpretHostile(const Typed& typed, PlayerWays& ways) {
@@ -179,7 +209,9 @@ std::optional<int> ParseHostOptions(int argc, char** argv, HostOptions& options)
   Typed typed;
   AddSource(app, options, typed);
   AddRun(app, options, typed);
+  KeepSelfTestAlone(app);
   if (const std::optional<int> exit = ParseCommandLine(app, argc, argv)) return exit;
+  if (options.selfTest) ChooseSelfTest(app, options, typed);
   return Interpret(typed, options);
 }
 

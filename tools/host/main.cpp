@@ -13,8 +13,12 @@
 #include "platform/file.h"
 #include "platform/socket.h"
 #include "plugin_driver.h"
+#include "self_check.h"
+#include "self_report.h"
 #include "summary.h"
 #include "support/clock.h"
+#include "support/identifiers.h"
+#include "tools/cli/command_line.h"
 #include "tools/platform/client_sockets.h"
 #include "tools/platform/interrupt.h"
 #include "tools/platform/module_loader.h"
@@ -140,6 +144,79 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
   return exit;
 }
 
+// ---- The self-test -----------------------------------------------------------------------------
+
+constexpr const char* kSelfTestPrefix = "veldrift-self-test-";
+
+// Removes its folder when it goes: the module is gone by then.
+class TemporaryHome {
+ public:
+  TemporaryHome()
+      : path_(std::filesystem::temp_directory_path() / (kSelfTestPrefix + MakeToken(8))) {}
+  ~TemporaryHome() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryHome(const TemporaryHome&) = delete;
+  TemporaryHome& operator=(const TemporaryHome&) = delete;
+
+  const std::filesystem::path& Path() const { return path_; }
+
+ private:
+  const std::filesystem::path path_;
+};
+
+HostExit PlayToSelfCheck(const HostOptions& options, const ModuleOptions& moduleOptions,
+                         const std::atomic<bool>& interrupted, SelfReport& report,
+                         std::string& sentence) {
+  const std::filesystem::path log = PluginLogOf(options.host);
+  SelfCheck check(log, TraitsOf(options.host).controlPort, interrupted, options.json);
+  std::vector<Sources> sources(1);
+  sources[0].pictures = check.Count(MakePatternSource(options.width, options.height, options.fps));
+  sources[0].sound = MakeToneSource();
+  PluginDriver driver(options, sources, report.run.counters);
+  PairingScreen silent({log, false, true});
+  const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
+  HostExit exit = driver.Open(module, moduleOptions, sentence);
+  if (exit == kExitGood) {
+    check.Start();
+    exit = driver.Play(check.Done(), silent, sentence);
+  }
+  driver.Close();
+  report.check = check.Finish();
+  report.run.faults = FaultBook::Instance().All();
+  return exit;
+}
+
+int ReportSelfTest(const HostOptions& options, const SelfReport& report) {
+  std::string sentence;
+  const HostExit exit = Judge(report, sentence);
+  const std::string text = options.json ? SelfTestJson(report, exit) : SelfTestText(report, exit);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+  return exit == kExitGood ? exit : Complain(exit, sentence);
+}
+
+int RunSelfTest(const HostOptions& options) {
+  const std::atomic<bool>& interrupted = InstallInterruptFlag();
+  const TemporaryHome temporary;
+  std::string sentence;
+  HostExit exit = CheckControlPort(options.host, sentence);
+  ModuleOptions moduleOptions;
+  const std::filesystem::path& home = options.home.empty() ? temporary.Path() : options.home;
+  if (exit == kExitGood) exit = MoveHome(home, moduleOptions, sentence);
+  if (exit != kExitGood) return Complain(exit, sentence);
+  SetDiscoverable(false);
+  // What a machine has, it shall show, also what users have to allow first.
+  SetEnableAsyncHwEncoders(true);
+  SelfReport report;
+  report.version = ToolVersion();
+  report.system = SystemName();
+  report.kept = !options.home.empty();
+  exit = PlayToSelfCheck(options, moduleOptions, interrupted, report, sentence);
+  return exit == kExitGood ? ReportSelfTest(options, report) : Complain(exit, sentence);
+}
+
 int Run(const HostOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
   std::vector<Sources> sources(options.playing);
@@ -171,7 +248,7 @@ int main(int argc, char** argv) {
   if (const std::optional<int> exit = Veldrift::RunUnderOtherName(options, argc, argv)) {
     return *exit;
   }
-  const int exit = Veldrift::Run(options);
+  const int exit = options.selfTest ? Veldrift::RunSelfTest(options) : Veldrift::Run(options);
   if (!options.removeAtExit.empty()) {
     std::error_code ignored;
     std::filesystem::remove_all(options.removeAtExit, ignored);

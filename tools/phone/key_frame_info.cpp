@@ -1,29 +1,15 @@
 #include "key_frame_info.h"
 
 #include "tools/av/av_handles.h"
+#include "tools/receiver/parameter_sets.h"
 
 namespace Veldrift {
 
 namespace {
 
-// Where the next start code (00 00 01) begins, at or behind `from`; the end if there is none.
-size_t NextStartCode(std::span<const std::byte> bytes, size_t from) {
-  for (size_t i = from; i + 3 <= bytes.size(); ++i) {
-    if (bytes[i] == std::byte{0} && bytes[i + 1] == std::byte{0} && bytes[i + 2] == std::byte{1}) {
-      return i;
-    }
-  }
-  return bytes.size();
-}
-
-// H.264's sequence parameter set is type 7 and its picture parameter set type 8; HEVC's three sets
-// are types 32 to 34 in layer 0. No first byte means both.
-AVCodecID ParameterSetOf(std::span<const std::byte> unit) {
-  const auto head = std::to_integer<unsigned>(unit[0]);
-  if ((head & 0x80) != 0) return AV_CODEC_ID_NONE;
-  if ((head & 0x1F) == 7 || (head & 0x1F) == 8) return AV_CODEC_ID_H264;
-  const unsigned type = head >> 1;
-  return type >= 32 && type <= 34 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_NONE;
+AVCodecID IdOf(StreamCodec codec) {
+  if (codec == StreamCodec::None) return AV_CODEC_ID_NONE;
+  return codec == StreamCodec::H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_HEVC;
 }
 
 void CollectParameterSets(std::span<const std::byte> bytes, KeyFrameInfo& info) {
@@ -35,7 +21,7 @@ void CollectParameterSets(std::span<const std::byte> bytes, KeyFrameInfo& info) 
     while (end > from && bytes[end - 1] == std::byte{0}) --end;  // of a four-byte start code
     if (end == from) continue;
     const std::span<const std::byte> unit = bytes.subspan(from, end - from);
-    const AVCodecID codec = ParameterSetOf(unit);
+    const AVCodecID codec = IdOf(ParameterSetOf(unit));
     if (codec == AV_CODEC_ID_NONE || (info.codec != AV_CODEC_ID_NONE && codec != info.codec)) {
       if (info.codec != AV_CODEC_ID_NONE) return;  // the picture itself begins
       continue;

@@ -12,6 +12,10 @@ void SetEnvironment(const char* name, const std::optional<std::string>& value);
 
 uint32_t ProcessNumber();
 
+// The system and its version: "linux 6.1.0", "windows 10.0.19045", and behind that, where it is
+// none, what stands in for it: "(wine 8.0)".
+std::string SystemName();
+
 // User and system time of the whole process so far, in seconds.
 double ProcessCpuSeconds();
 

@@ -1,8 +1,11 @@
 #include "tools/platform/this_process.h"
 
 #include <sys/resource.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -18,6 +21,14 @@ void SetEnvironment(const char* name, const std::optional<std::string>& value) {
 }
 
 uint32_t ProcessNumber() { return static_cast<uint32_t>(getpid()); }
+
+std::string SystemName() {
+  utsname names{};
+  if (uname(&names) != 0) return "unknown";
+  std::string name = names.sysname;
+  std::ranges::transform(name, name.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  return name + " " + names.release;
+}
 
 double ProcessCpuSeconds() {
   rusage usage{};

@@ -29,13 +29,18 @@ struct HandleTable {
   HandleEntry entries[1];
 };
 
+template <typename Function>
+Function FromNtdll(const char* name) {
+  return reinterpret_cast<Function>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+}
+
 // Where the system has only that list, as Wine 8 does.
 uint32_t CountHandlesInList() {
   constexpr ULONG kExtendedHandleInformation = 64;
   constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
   using Query = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
-  const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  const auto query = FromNtdll<Query>("NtQuerySystemInformation");
   if (query == nullptr) return 0;
   std::vector<std::byte> buffer(1 << 16);
   LONG status = kLengthMismatch;
@@ -63,6 +68,21 @@ void SetEnvironment(const char* name, const std::optional<std::string>& value) {
 }
 
 uint32_t ProcessNumber() { return GetCurrentProcessId(); }
+
+// The version that the system tells is cut to what the program's manifest knows; this one isn't.
+std::string SystemName() {
+  OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  if (const auto query = FromNtdll<LONG(WINAPI*)(OSVERSIONINFOW*)>("RtlGetVersion"))
+    query(&version);
+  std::string name = "windows " + std::to_string(version.dwMajorVersion) + "." +
+                     std::to_string(version.dwMinorVersion) + "." +
+                     std::to_string(version.dwBuildNumber);
+  if (const auto wine = FromNtdll<const char* (*)()>("wine_get_version")) {
+    name += std::string(" (wine ") + wine() + ")";
+  }
+  return name;
+}
 
 double ProcessCpuSeconds() {
   FILETIME created{}, ended{}, kernel{}, user{};

@@ -1,0 +1,38 @@
+#include "tools/receiver/parameter_sets.h"
+
+namespace Veldrift {
+
+const char* NameOf(StreamCodec codec) {
+  if (codec == StreamCodec::None) return "none";
+  return codec == StreamCodec::H264 ? "H.264" : "HEVC";
+}
+
+size_t NextStartCode(std::span<const std::byte> bytes, size_t from) {
+  for (size_t i = from; i + 3 <= bytes.size(); ++i) {
+    if (bytes[i] == std::byte{0} && bytes[i + 1] == std::byte{0} && bytes[i + 2] == std::byte{1}) {
+      return i;
+    }
+  }
+  return bytes.size();
+}
+
+// H.264's sequence parameter set is type 7 and its picture parameter set type 8; HEVC's three sets
+// are types 32 to 34 in layer 0. No first byte means both.
+StreamCodec ParameterSetOf(std::span<const std::byte> unit) {
+  const auto head = std::to_integer<unsigned>(unit[0]);
+  if ((head & 0x80) != 0) return StreamCodec::None;
+  if ((head & 0x1F) == 7 || (head & 0x1F) == 8) return StreamCodec::H264;
+  const unsigned type = head >> 1;
+  return type >= 32 && type <= 34 ? StreamCodec::Hevc : StreamCodec::None;
+}
+
+StreamCodec CodecOf(std::span<const std::byte> accessUnit) {
+  size_t at = NextStartCode(accessUnit, 0);
+  for (; at + 3 < accessUnit.size(); at = NextStartCode(accessUnit, at + 3)) {
+    const StreamCodec codec = ParameterSetOf(accessUnit.subspan(at + 3));
+    if (codec != StreamCodec::None) return codec;
+  }
+  return StreamCodec::None;
+}
+
+}  // namespace Veldrift
