@@ -17,7 +17,7 @@
 #include "self_report.h"
 #include "summary.h"
 #include "support/clock.h"
-#include "support/identifiers.h"
+#include "temporary_home.h"
 #include "tools/cli/command_line.h"
 #include "tools/platform/client_sockets.h"
 #include "tools/platform/interrupt.h"
@@ -146,26 +146,6 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
 
 // ---- The self-test -----------------------------------------------------------------------------
 
-constexpr const char* kSelfTestPrefix = "veldrift-self-test-";
-
-// Removes its folder when it goes: the module is gone by then.
-class TemporaryHome {
- public:
-  TemporaryHome()
-      : path_(std::filesystem::temp_directory_path() / (kSelfTestPrefix + MakeToken(8))) {}
-  ~TemporaryHome() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryHome(const TemporaryHome&) = delete;
-  TemporaryHome& operator=(const TemporaryHome&) = delete;
-
-  const std::filesystem::path& Path() const { return path_; }
-
- private:
-  const std::filesystem::path path_;
-};
-
 HostExit PlayToSelfCheck(const HostOptions& options, const ModuleOptions& moduleOptions,
                          const std::atomic<bool>& interrupted, SelfReport& report,
                          std::string& sentence) {
@@ -199,12 +179,14 @@ int ReportSelfTest(const HostOptions& options, const SelfReport& report) {
 
 int RunSelfTest(const HostOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
-  const TemporaryHome temporary;
+  std::optional<TemporaryHome> temporary;
+  if (options.home.empty()) temporary.emplace();
   std::string sentence;
   HostExit exit = CheckControlPort(options.host, sentence);
   ModuleOptions moduleOptions;
-  const std::filesystem::path& home = options.home.empty() ? temporary.Path() : options.home;
-  if (exit == kExitGood) exit = MoveHome(home, moduleOptions, sentence);
+  if (exit == kExitGood) {
+    exit = MoveHome(temporary ? temporary->Path() : options.home, moduleOptions, sentence);
+  }
   if (exit != kExitGood) return Complain(exit, sentence);
   SetDiscoverable(false);
   // What a machine has, it shall show, also what users have to allow first.
@@ -212,7 +194,7 @@ int RunSelfTest(const HostOptions& options) {
   SelfReport report;
   report.version = ToolVersion();
   report.system = SystemName();
-  report.kept = !options.home.empty();
+  report.kept = !temporary;
   exit = PlayToSelfCheck(options, moduleOptions, interrupted, report, sentence);
   return exit == kExitGood ? ReportSelfTest(options, report) : Complain(exit, sentence);
 }

@@ -33,7 +33,10 @@ struct StreamCheck {
   bool stopped = false;  // nothing came any more at the end
 
   bool Streamed() const { return tally.frames > 0 && !stopped; }
-  double FramesPerSecond() const { return seconds > 0 ? double(tally.frames) / seconds : 0; }
+  // The first picture only starts the clock.
+  double FramesPerSecond() const {
+    return tally.frames > 1 && seconds > 0 ? double(tally.frames - 1) / seconds : 0;
+  }
   double MegabitsPerSecond() const {
     return seconds > 0 ? double(tally.bytes) * 8e-6 / seconds : 0;
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace Veldrift {
 
@@ -65,9 +66,15 @@ std::string FaultOf(const SelfReport& report) {
   return "";
 }
 
-// Quotes enclose texts in the line.
+// Quotes enclose texts in the line, and it goes through mails and terminals of all kinds.
 std::string Quoted(std::string text) {
+  constexpr std::string_view kDash = "—";
+  for (size_t at = text.find(kDash); at != text.npos; at = text.find(kDash, at)) {
+    text.replace(at, kDash.size(), "-");
+  }
   std::ranges::replace(text, '"', '\'');
+  std::ranges::replace_if(
+      text, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
   return '"' + text + '"';
 }
 
@@ -92,6 +99,18 @@ std::string StreamPart(const StreamCheck& stream) {
          Format(" latches=%zu", stream.latches.size());
 }
 
+// Who held the pictures up; empty if all is well.
+std::string Bottleneck(const StreamCheck& stream, double sourceFps) {
+  constexpr double kGoodShare = 0.95;
+  if (stream.FramesPerSecond() >= kGoodShare * sourceFps) return "";
+  if (stream.stopped) return "the pictures stopped";
+  if (stream.lost > 0) return "pictures were lost on the way, though it is this machine's own";
+  if (double(stream.pushed) < kGoodShare * sourceFps * stream.seconds) {
+    return "the host handed over fewer: the encoder takes too long, or this machine is busy";
+  }
+  return "the encoder left pictures out";
+}
+
 std::string StreamText(const StreamCheck& stream, double sourceFps) {
   const char* const name = NameOf(stream.codec);
   if (stream.tally.frames == 0) return Format("  %-14s no picture came\n", name);
@@ -104,7 +123,8 @@ std::string StreamText(const StreamCheck& stream, double sourceFps) {
       "  %-14s %.1f Mbit/s, first picture after %.0f ms, %llu key frames, %llu blocks of sound\n",
       "", stream.MegabitsPerSecond(), stream.FirstPictureMs(),
       (unsigned long long)stream.tally.keyFrames, (unsigned long long)stream.tally.soundBlocks);
-  if (stream.stopped) text += Format("  %-14s the pictures stopped\n", "");
+  const std::string trouble = Bottleneck(stream, sourceFps);
+  if (!trouble.empty()) text += Format("  %-14s %s\n", "", trouble.c_str());
   text += Format("  %-14s stays on the adapter: %s\n", "", ResidentOf(stream).c_str());
   for (const std::string& latch : stream.latches) text += "                 " + latch + "\n";
   return text;

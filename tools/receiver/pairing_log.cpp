@@ -56,7 +56,7 @@ std::optional<LogEntry> ParseLogLine(std::string_view line) {
   const size_t category = head.rfind(':', level - 1);
   if (category == head.npos) return std::nullopt;
   return LogEntry{std::string(head.substr(category + 1, level - category - 1)),
-                  std::string(head.substr(level + 1)), std::string(line.substr(end + 2))};
+                  std::string(line.substr(end + 2)), std::string(head.substr(level + 1))};
 }
 
 LogTail::LogTail(std::filesystem::path file) : file_(std::move(file)), read_(SizeOf(file_)) {}

@@ -17,8 +17,8 @@ namespace Veldrift {
 // "[time subsystem:category:level] message"
 struct LogEntry {
   std::string category;
-  std::string level;  // "DEBUG", "INFO" or "ERROR"
   std::string message;
+  std::string level = {};  // "DEBUG", "INFO" or "ERROR"
 };
 
 // Nothing if the line has no such head.
