@@ -36,6 +36,15 @@ class SelfCheckRun : public testing::Test {
     return verdicts;
   }
 
+  // By processes whose temporary files go into the test's folder.
+  int FoldersLeft() const {
+    int folders = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(stage_.File(""))) {
+      folders += entry.path().filename().string().starts_with("veldrift-self-test-") ? 1 : 0;
+    }
+    return folders;
+  }
+
   Stage stage_;
   int exit_ = 0;
   std::vector<std::string> complaints_;
@@ -74,14 +83,7 @@ TEST_F(SelfCheckRun, MeasuresBothCodecsAndRunsTheBuiltInTests) {
   EXPECT_TRUE(line.starts_with("veldrift-self-test v")) << line;
   EXPECT_TRUE(line.ends_with(" exit=0")) << line;
   EXPECT_EQ(line.find('\n'), line.npos);
-}
-
-TEST_F(SelfCheckRun, LeavesNothingBehind) {
-  ASSERT_NO_FATAL_FAILURE(Run("intel"));
-  // Under Wine the temporary folder is the prefix's.
-  for (const auto& entry : std::filesystem::directory_iterator(stage_.File(""))) {
-    EXPECT_FALSE(entry.is_directory()) << entry.path();
-  }
+  EXPECT_EQ(FoldersLeft(), 0);
 }
 
 TEST_F(SelfCheckRun, SaysInOneSentenceThatThereIsNoEncoder) {
@@ -98,7 +100,8 @@ TEST_F(SelfCheckRun, SeesAnEncoderThatGivesNothingMore) {
   if (!HostIsWindows()) GTEST_SKIP() << "this system's encoders can't be told to stop";
   ASSERT_NO_FATAL_FAILURE(Run("intel", "stall=3"));
   EXPECT_EQ(exit_, kExitSelfTest);
-  EXPECT_TRUE(result_["streams"][0]["stopped"].get<bool>()) << result_["streams"][0];
+  EXPECT_FALSE(result_["streams"][0]["streamed"].get<bool>()) << result_["streams"][0];
+  EXPECT_GE(result_["streams"][0]["stalls"], 1) << result_["streams"][0];
 }
 
 }  // namespace

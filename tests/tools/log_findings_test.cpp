@@ -41,10 +41,15 @@ TEST(LogFindings, OfAMachineWithoutAdapterOrEncoder) {
       "[2026-03-01 10:00:00.000 veldrift:encoder:INFO] D3D11CreateDevice failed 0x887a0004 — "
       "continuing CPU-only",
       "[2026-03-01 10:00:00.001 veldrift:transmit:ERROR] encoder Configure failed (64x64 @ 30 fps)",
+      "[2026-03-01 10:00:01.000 veldrift:transmit:FAULT] encoder stall: no output for 2000 ms "
+      "while "
+      "feeding — rebuilding session 64x64 @ 30 fps",
   });
   EXPECT_EQ(findings.adapter, "");
   EXPECT_TRUE(findings.noAdapter.starts_with("D3D11CreateDevice failed 0x887a0004"));
   EXPECT_TRUE(findings.noEncoder);
+  EXPECT_EQ(findings.stalls, 1u);
+  EXPECT_EQ(findings.errorCount, 2u);
 }
 
 // What a phone calls itself stands in the log as well.

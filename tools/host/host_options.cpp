@@ -46,7 +46,7 @@ The timeline goes by the module's clock. A phone steers it by its transport keys
 
 struct Typed {
   std::string module, input, size, audio, road = "push", home, host = "premiere", removeAtExit;
-  std::string script;
+  std::string script, temporaryHome;
   std::vector<std::string> hostile;
   double pauseAfter = 0;
   bool pattern = false;
@@ -135,6 +135,7 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
   app.add_flag("--json", options.json, "prints the summary as JSON");
   app.add_flag("--self-test", options.selfTest,
                "tests what this machine can do with the module, and ends; see below");
+  app.add_option("--temporary-home", typed.temporaryHome)->group("")->excludes(home);
   app.add_option("--remove-at-exit", typed.removeAtExit)->group("");
 }
 
@@ -152,11 +153,12 @@ std::optional<int> InterpretScript(const Typed& typed, HostOptions& options) {
 
 // It brings its own picture, time and phone.
 void KeepSelfTestAlone(CLI::App& app) {
-  constexpr std::array kGoWith = {"--self-test", "--module", "--home",          "--host",
-                                  "--json",      "--help",   "--remove-at-exit"};
+  constexpr std::array kGoWith = {"--self-test", "--module", "--home",
+                                  "--host",      "--json",   "--help"};
   CLI::Option* const selfTest = app.get_option("--self-test");
   for (CLI::Option* option : app.get_options()) {
-    if (std::ranges::find(kGoWith, option->get_name(false, true)) == kGoWith.end()) {
+    const bool hidden = option->get_group().empty();  // of no use to people
+    if (!hidden && std::ranges::find(kGoWith, option->get_name(false, true)) == kGoWith.end()) {
       selfTest->excludes(option);
     }
   }
@@ -187,7 +189,8 @@ std::optional<int> Interpret(const Typed& typed, HostOptions& options) {
   }
   options.module = PathFromText(typed.module);
   options.input = PathFromText(typed.input);
-  options.home = PathFromText(typed.home);
+  options.temporaryHome = !typed.temporaryHome.empty();
+  options.home = PathFromText(options.temporaryHome ? typed.temporaryHome : typed.home);
   options.removeAtExit = PathFromText(typed.removeAtExit);
   options.host = kHosts.at(typed.host);
   options.ways.road = kRoads.at(typed.road);

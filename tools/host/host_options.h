@@ -50,6 +50,7 @@ struct HostOptions {
   bool discovery = true;  // the module advertises itself, if its settings don't say otherwise
   HostApplication host = HostApplication::Premiere;
   bool qr = false;                     // shows what a phone needs to pair
+  bool temporaryHome = false;          // `home` is somebody's who removes it behind this process
   bool selfTest = false;               // tests what this machine can do with the module
   bool json = false;                   // the summary alone on standard output
   std::filesystem::path removeAtExit;  // the folder of the executable's other name

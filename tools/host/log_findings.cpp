@@ -9,7 +9,8 @@ namespace Veldrift {
 namespace {
 
 constexpr size_t kMostErrors = 5;
-constexpr std::string_view kError = "ERROR";
+constexpr std::array<std::string_view, 2> kErrorLevels = {"ERROR", "FAULT"};
+constexpr std::string_view kStall = "encoder stall: ";
 constexpr std::string_view kAdapter = "D3D11 device on adapter: ";
 constexpr std::string_view kResident = "[BigOne] GPU-resident status: ";
 // Where no adapter was used: the device, or the library that makes it.
@@ -34,7 +35,8 @@ void LogFindings::Note(const LogEntry& entry) {
   if (std::ranges::any_of(kNoAdapter, begins)) noAdapter = message;
   if (std::ranges::any_of(kLatches, contains)) latches.emplace_back(message);
   if (std::ranges::any_of(kNoEncoder, begins)) noEncoder = true;
-  if (entry.level != kError) return;
+  if (begins(kStall)) ++stalls;
+  if (std::ranges::find(kErrorLevels, entry.level) == kErrorLevels.end()) return;
   if (++errorCount <= kMostErrors) errors.push_back(entry.category + ": " + entry.message);
 }
 

@@ -179,14 +179,10 @@ int ReportSelfTest(const HostOptions& options, const SelfReport& report) {
 
 int RunSelfTest(const HostOptions& options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
-  std::optional<TemporaryHome> temporary;
-  if (options.home.empty()) temporary.emplace();
   std::string sentence;
   HostExit exit = CheckControlPort(options.host, sentence);
   ModuleOptions moduleOptions;
-  if (exit == kExitGood) {
-    exit = MoveHome(temporary ? temporary->Path() : options.home, moduleOptions, sentence);
-  }
+  if (exit == kExitGood) exit = MoveHome(options.home, moduleOptions, sentence);
   if (exit != kExitGood) return Complain(exit, sentence);
   SetDiscoverable(false);
   // What a machine has, it shall show, also what users have to allow first.
@@ -194,7 +190,7 @@ int RunSelfTest(const HostOptions& options) {
   SelfReport report;
   report.version = ToolVersion();
   report.system = SystemName();
-  report.kept = !temporary;
+  report.kept = !options.temporaryHome;
   exit = PlayToSelfCheck(options, moduleOptions, interrupted, report, sentence);
   return exit == kExitGood ? ReportSelfTest(options, report) : Complain(exit, sentence);
 }
@@ -227,6 +223,7 @@ int Run(const HostOptions& options) {
 int main(int argc, char** argv) {
   Veldrift::HostOptions options;
   if (const std::optional<int> exit = Veldrift::ParseHostOptions(argc, argv, options)) return *exit;
+  if (options.selfTest && options.home.empty()) return Veldrift::RunInTemporaryHome(argc, argv);
   if (const std::optional<int> exit = Veldrift::RunUnderOtherName(options, argc, argv)) {
     return *exit;
   }

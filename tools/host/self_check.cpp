@@ -103,6 +103,7 @@ void SelfCheck::CheckStream(StreamCodec codec) {
   ReadLog();
   result_.log.resident.clear();
   result_.log.latches.clear();
+  result_.log.stalls = 0;
   result_.log.noEncoder = false;
   StreamCheck check;
   check.codec = codec;
@@ -112,6 +113,7 @@ void SelfCheck::CheckStream(StreamCodec codec) {
   if (check.tally.firstNs != 0) check.encoder = encoder;
   check.resident = result_.log.resident;
   check.latches = result_.log.latches;
+  check.stalls = result_.log.stalls;
   result_.streams.push_back(std::move(check));
 }
 

@@ -30,9 +30,10 @@ struct StreamCheck {
   std::string encoder;   // as the module describes it; empty: it has named none
   std::string resident;  // LogFindings, of this stream
   std::vector<std::string> latches;
+  size_t stalls = 0;
   bool stopped = false;  // nothing came any more at the end
 
-  bool Streamed() const { return tally.frames > 0 && !stopped; }
+  bool Streamed() const { return tally.frames > 0 && !stopped && stalls == 0; }
   // The first picture only starts the clock.
   double FramesPerSecond() const {
     return tally.frames > 1 && seconds > 0 ? double(tally.frames - 1) / seconds : 0;

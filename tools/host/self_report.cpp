@@ -39,7 +39,8 @@ std::string ResidentOf(const StreamCheck& stream) {
 
 std::string OutcomeOf(const StreamCheck& stream) {
   if (stream.tally.frames == 0) return "no picture came";
-  return stream.stopped ? "the pictures stopped" : "";
+  if (stream.stopped) return "the pictures stopped";
+  return stream.stalls > 0 ? "the encoder gave nothing any more and was made anew" : "";
 }
 
 bool NoStream(const SelfCheckResult& check) {
@@ -96,14 +97,14 @@ std::string StreamPart(const StreamCheck& stream) {
                 stream.FirstPictureMs(), (unsigned long long)stream.tally.keyFrames,
                 (unsigned long long)stream.tally.soundBlocks) +
          (stream.stopped ? " stopped" : "") + " resident=" + Quoted(ResidentOf(stream)) +
-         Format(" latches=%zu", stream.latches.size());
+         Format(" latches=%zu stalls=%zu", stream.latches.size(), stream.stalls);
 }
 
 // Who held the pictures up; empty if all is well.
 std::string Bottleneck(const StreamCheck& stream, double sourceFps) {
   constexpr double kGoodShare = 0.95;
+  if (!OutcomeOf(stream).empty()) return OutcomeOf(stream);
   if (stream.FramesPerSecond() >= kGoodShare * sourceFps) return "";
-  if (stream.stopped) return "the pictures stopped";
   if (stream.lost > 0) return "pictures were lost on the way, though it is this machine's own";
   if (double(stream.pushed) < kGoodShare * sourceFps * stream.seconds) {
     return "the host handed over fewer: the encoder takes too long, or this machine is busy";
@@ -152,6 +153,7 @@ nlohmann::ordered_json StreamJson(const StreamCheck& stream) {
           {"encoder", stream.encoder},
           {"resident", stream.resident},
           {"latches", stream.latches},
+          {"stalls", stream.stalls},
           {"seconds", stream.seconds},
           {"frames", stream.tally.frames},
           {"key_frames", stream.tally.keyFrames},

@@ -18,7 +18,7 @@ namespace Veldrift {
 struct LogEntry {
   std::string category;
   std::string message;
-  std::string level = {};  // "DEBUG", "INFO" or "ERROR"
+  std::string level = {};  // "DEBUG", "INFO", "ERROR" or "FAULT"
 };
 
 // Nothing if the line has no such head.
