@@ -24,7 +24,7 @@ Exit codes:
   8  the control port is in use by another program
   9  the module left threads, sockets or files behind
   10 the module broke a rule of the host's interface: an answer, the clock, sound, a suite
-  11 --self-test: a codec gave no pictures or stopped, or a built-in test failed
+  11 --self-test: a codec gave no pictures or stopped, a built-in test failed, or it crashed
 
 Examples:
   veldrift-host                                         the generated picture, until Ctrl-C
