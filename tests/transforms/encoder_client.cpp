@@ -202,6 +202,14 @@ HRESULT EncoderClient::Take(Unit& unit) {
   return S_OK;
 }
 
+HRESULT EncoderClient::EncodeOne(IMFSample& sample, Unit& unit) {
+  WaitFor(METransformNeedInput);
+  const HRESULT result = PutSample(sample);
+  if (FAILED(result)) return result;
+  WaitFor(METransformHaveOutput);
+  return Take(unit);
+}
+
 HRESULT EncoderClient::Renegotiate() {
   ComPtr<IMFMediaType> type;
   const HRESULT result = transform_->GetOutputAvailableType(0, 0, type.Put());

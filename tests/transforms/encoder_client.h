@@ -74,6 +74,8 @@ class EncoderClient {
   HRESULT Put(int frame) { return PutSample(*SampleOf(PictureAt(frame), frame).Get()); }
   HRESULT PutSample(IMFSample& sample) { return transform_->ProcessInput(0, &sample, 0); }
   HRESULT Take(Unit& unit);
+  // The one output of one sample, when the encoder is asked for it.
+  HRESULT EncodeOne(IMFSample& sample, Unit& unit);
   // Answers a stream change as an application must.
   HRESULT Renegotiate();
   std::vector<uint8_t> Header();
