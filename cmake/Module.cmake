@@ -6,7 +6,7 @@ endif()
 add_library(Veldrift MODULE ${VD_ENTRY_SOURCES})
 # Its own sources are visible; the map and the definition file say what of them leaves the module.
 set_target_properties(Veldrift PROPERTIES PREFIX "" SUFFIX ".prm" CXX_VISIBILITY_PRESET default)
-target_link_libraries(Veldrift PRIVATE veldrift_session vd_warnings)
+target_link_libraries(Veldrift PRIVATE veldrift_ui vd_warnings)
 if(WIN32)
   target_sources(Veldrift PRIVATE ${CMAKE_SOURCE_DIR}/cmake/exports.def)
 else()

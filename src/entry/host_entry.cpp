@@ -11,6 +11,8 @@
 #include "support/crash_handler.h"
 #include "support/guarded.h"
 #include "support/plugin_log.h"
+#include "ui/pairing_window.h"
+#include "ui/setup_window.h"
 
 using namespace Veldrift;
 
@@ -66,10 +68,19 @@ Host::Error Answer(int32_t* out, int32_t value) {
 
 // ---- The module --------------------------------------------------------------------------------
 
+// Once: the first instance starts threads that read it.
+void InstallPairingWindow() {
+  [[maybe_unused]] static const bool once = [] {
+    SharedTransport::Get().SetPairingDialogFactory(CreatePairingDialog);
+    return true;
+  }();
+}
+
 Host::Error Startup(Host::PluginRecord* plugin) {
   return Guarded("Startup", [&] {
     InstallCrashHandler();
     PluginLog(kLog, kLogInfo, "Ombrette plugin v%{public}s starting up", kPluginVersion);
+    InstallPairingWindow();
     if (plugin == nullptr) return Host::kNoError;
     *plugin = {};
     std::wmemcpy(plugin->displayName, kDisplayName, std::size(kDisplayName));
@@ -87,6 +98,7 @@ Host::Error Startup(Host::PluginRecord* plugin) {
 
 Host::Error Shutdown() {
   return Guarded("Shutdown", [] {
+    CloseSetupDialog();
     SharedTransport::Get().Shutdown();
     return Host::kNoError;
   });
@@ -94,7 +106,7 @@ Host::Error Shutdown() {
 
 Host::Error SetupDialog(void*) {
   return Guarded("SetupDialog", [] {
-    PluginLog(kLog, kLogInfo, "SetupDialog: this build has no setup window");
+    ShowSetupDialog();
     return Host::kNoError;
   });
 }

@@ -112,6 +112,9 @@ void AddRun(CLI::App& app, HostOptions& options, Typed& typed) {
       ->delimiter(',')
       ->check(CLI::IsMember({"frames", "activation", "callback", "lock", "all"}));
   app.add_flag("--setup", options.setup, "opens the module's setup, as its button does");
+  app.add_flag("--status", options.status,
+               "shows what the module's setup says: all of it, then what changes (on a system with "
+               "windows --setup opens it as one)");
   app.add_option("--rounds", options.rounds,
                  "loads the module, plays and unloads it so many times, and counts what it leaves")
       ->capture_default_str()
@@ -198,6 +201,7 @@ std::optional<int> Interpret(const Typed& typed, HostOptions& options) {
   if (options.sound == SoundChoice::File && options.input.empty()) {
     return Complain(kExitUsage, "--audio file needs a file: give it with --input");
   }
+  options.setup = options.setup || options.status;
   options.instances = std::max(options.instances, options.playing);
   InterpretHostile(typed, options.ways);
   return InterpretScript(typed, options);

@@ -41,8 +41,9 @@ struct HostOptions {
   SoundChoice sound = SoundChoice::Default;
   PlayerWays ways;
   size_t instances = 1;
-  size_t playing = 1;  // of these, the first ones
-  bool setup = false;  // opens the module's setup
+  size_t playing = 1;   // of these, the first ones
+  bool setup = false;   // opens the module's setup
+  bool status = false;  // and shows what it says, where that is a text
   std::vector<ScriptedAction> script;
   int rounds = 1;     // how often the module is loaded, played into and unloaded
   PlayLimits limits;  // of a round

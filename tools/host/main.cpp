@@ -92,6 +92,10 @@ std::filesystem::path PluginLogOf(HostApplication host) {
   return GetLocalDir() / PerHostFileName(host, "plugin", ".log");
 }
 
+std::filesystem::path SetupTextOf(HostApplication host) {
+  return GetLocalDir() / PerHostFileName(host, "status", ".txt");
+}
+
 void Announce(const HostOptions& options, const PictureFormat& format) {
   if (options.json) return;
   const HostTraits& traits = TraitsOf(options.host);
@@ -132,12 +136,16 @@ HostExit RunOnce(const HostOptions& options, const ModuleOptions& moduleOptions,
                  std::string& sentence) {
   PluginDriver driver(options, sources, run.counters);
   const std::filesystem::path module = options.module.empty() ? DefaultModule() : options.module;
-  PairingScreen screen({PluginLogOf(options.host), options.qr, options.json});
+  PairingScreen screen({PluginLogOf(options.host), options.qr, options.json,
+                        options.status ? SetupTextOf(options.host) : std::filesystem::path()});
   HostExit exit = driver.Open(module, moduleOptions, sentence);
   if (exit == kExitGood) {
     if (run.afterRounds.empty()) Announce(options, sources.front().pictures->Format());
     if (run.afterRounds.empty() && options.qr) screen.ShowInvitation();
     exit = driver.Play(interrupted, screen, sentence);
+  }
+  if (exit == kExitGood && options.status && !screen.SetupShown()) {
+    std::fprintf(stderr, "veldrift-host: no status came: the module's setup is a window here\n");
   }
   driver.Close();
   run.afterRounds.push_back(SettledResources(run));

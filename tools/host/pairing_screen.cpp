@@ -49,7 +49,9 @@ PairingScreen::PairingScreen(const ScreenOptions& options)
       drawing_(PrepareTerminalForDrawing()),
       out_(options.json ? stderr : stdout),
       log_(options.log),
-      status_(options.json) {}
+      status_(options.json) {
+  if (!options.setup.empty()) setup_.emplace(options.setup);
+}
 
 void PairingScreen::ShowInvitation() const {
   const std::string uri = BuildPairingUri(LoadOrCreateInstallIdentity());
@@ -64,6 +66,14 @@ void PairingScreen::Say(const std::string& sentence) {
   if (options_.json && !options_.qr) return;
   status_.Clear();
   std::fprintf(out_, "veldrift-host: %s\n", sentence.c_str());
+  std::fflush(out_);
+}
+
+void PairingScreen::ShowSetup() {
+  const std::string text = setup_ ? setup_->Take() : std::string();
+  if (text.empty()) return;
+  status_.Clear();
+  std::fprintf(out_, "%s\n", text.c_str());
   std::fflush(out_);
 }
 
@@ -127,6 +137,7 @@ void PairingScreen::Update(const PlayCounters& counters, int speed, int64_t tick
   if (nowNs >= nextLookNs_) {
     nextLookNs_ = nowNs + kLookPeriodNs;
     ReadLog();
+    ShowSetup();
   }
   WarnOfSkipping(counters, ticksPerFrame, nowNs);
   if (StandardOutputIsTerminal()) status_.Show(LiveText(counters, speed), nowNs);

@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "player.h"
+#include "setup_view.h"
 #include "tools/cli/status_line.h"
 #include "tools/platform/terminal.h"
 #include "tools/receiver/pairing_log.h"
@@ -20,7 +22,8 @@ namespace Veldrift {
 struct ScreenOptions {
   std::filesystem::path log;  // the plug-in's
   bool qr = false;
-  bool json = false;  // standard output carries the summary alone
+  bool json = false;                 // standard output carries the summary alone
+  std::filesystem::path setup = {};  // the module's setup as a text; empty: it isn't shown
 };
 
 class PairingScreen {
@@ -31,11 +34,15 @@ class PairingScreen {
   // Draws the code and the URI of the installation, which the module has made when it started.
   void ShowInvitation() const;
 
+  // Whether there was anything of the module's setup to show.
+  bool SetupShown() const { return setup_ && setup_->Shown(); }
+
   // Tells what is new. `speed` is the playhead's, `ticksPerFrame` its rate.
   void Update(const PlayCounters& counters, int speed, int64_t ticksPerFrame, int64_t nowNs);
 
  private:
   void ReadLog();
+  void ShowSetup();
   void Say(const std::string& sentence);
   std::string LiveText(const PlayCounters& counters, int speed) const;
   void WarnOfSkipping(const PlayCounters& counters, int64_t ticksPerFrame, int64_t nowNs);
@@ -44,6 +51,7 @@ class PairingScreen {
   const std::unique_ptr<TerminalDrawing> drawing_;
   std::FILE* const out_;
   LogTail log_;
+  std::optional<SetupView> setup_;
   StatusLine status_;
   std::string phone_ = "no phone";
   int64_t startNs_ = 0;

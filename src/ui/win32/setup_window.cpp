@@ -1,0 +1,121 @@
+#include "ui/setup_window.h"
+
+#include <exception>
+#include <thread>
+
+#include "platform/mutex.h"
+#include "support/guarded.h"
+#include "ui/win32/com_apartment.h"
+#include "ui/win32/setup_dialog.h"
+#include "ui/win32/setup_log.h"
+// Needs windows.h before it.
+#include <commctrl.h>
+
+namespace Veldrift {
+namespace {
+
+constexpr DWORD kAllControls = 0xFF;
+
+// Registers the common controls, which not every host has done.
+void InitControls() {
+  const INITCOMMONCONTROLSEX controls{sizeof controls, kAllControls};
+  InitCommonControlsEx(&controls);
+}
+
+// Keys first mean what they mean in every dialog: Tab, Enter, Esc.
+void RunMessageLoop(HWND window) {
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+    if (IsDialogMessageW(window, &message)) continue;
+    TranslateMessage(&message);
+    DispatchMessageW(&message);
+  }
+}
+
+// The one dialog of the process, and its thread.
+//
+// Threads: any. Nothing is done to the window under the mutex but posting to it.
+class SetupDialogOwner {
+ public:
+  // Never destroyed: a thread that is still recorded would end a host that goes without a word.
+  static SetupDialogOwner& Get() {
+    static auto* owner = new SetupDialogOwner;
+    return *owner;
+  }
+
+  void Show() {
+    MutexLock lock(mutex_);
+    // One that is just being made is a window in a moment; one that goes is gone in a moment.
+    while (phase_ == Phase::Opening || phase_ == Phase::Closing) {
+      EndIfOnItsThread();
+      changed_.Wait(lock);
+    }
+    if (phase_ == Phase::Open) {
+      // The window raises itself: nobody waits for a thread that is busy.
+      PostMessageW(window_, kRaiseSetupDialog, 0, 0);
+      return;
+    }
+    EndIfOnItsThread();
+    if (thread_.joinable()) thread_.join();
+    phase_ = Phase::Opening;
+    if (!RunGuarded(kSetupLog, "setup dialog's start",
+                    [this] { thread_ = std::thread([this] { Run(); }); })) {
+      phase_ = Phase::Closed;
+    }
+  }
+
+  void Close() {
+    MutexLock lock(mutex_);
+    while (phase_ == Phase::Opening) changed_.Wait(lock);
+    if (phase_ == Phase::Open) PostMessageW(window_, WM_CLOSE, 0, 0);
+  }
+
+ private:
+  enum class Phase {
+    Closed,   // no window; a thread that is recorded has left its loop
+    Opening,  // a thread is making the window
+    Open,     // the window is published
+    Closing,  // the window is gone, and its thread on its way out
+  };
+
+  // A dialog can't wait for its own end.
+  void EndIfOnItsThread() const VD_REQUIRES(mutex_) {
+    if (thread_.get_id() == std::this_thread::get_id()) std::terminate();
+  }
+
+  void Enter(Phase phase, HWND window) {
+    MutexLock lock(mutex_);
+    phase_ = phase;
+    window_ = window;
+    changed_.NotifyAll();
+  }
+
+  void Run() {
+    RunGuarded(kSetupLog, "setup dialog", [this] {
+      const ComApartment apartment;
+      InitControls();
+      SetupDialog dialog(SharedTransport::Get(), [this] { Enter(Phase::Closing, nullptr); });
+      const HWND window = dialog.Make();
+      if (window == nullptr) return;
+      // Before it appears, which takes the foreground from windows whose thread may wait in Show.
+      Enter(Phase::Open, window);
+      dialog.Appear();
+      RunMessageLoop(window);
+    });
+    Enter(Phase::Closed, nullptr);
+  }
+
+  Mutex mutex_;
+  CondVar changed_;
+  Phase phase_ VD_GUARDED_BY(mutex_) = Phase::Closed;
+  HWND window_ VD_GUARDED_BY(mutex_) = nullptr;
+  std::thread thread_ VD_GUARDED_BY(mutex_);
+};
+
+}  // namespace
+
+void ShowSetupDialog() { SetupDialogOwner::Get().Show(); }
+
+void CloseSetupDialog() { SetupDialogOwner::Get().Close(); }
+
+}  // namespace Veldrift
