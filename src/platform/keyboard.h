@@ -14,6 +14,10 @@ struct KeyEvent {
 // False where there is no way to type for the user; TypeKeys does nothing there.
 bool CanTypeKeys();
 
+// Whether a window of this library, or a question that it asks, is in front: what is typed would go
+// there. Threads: any.
+bool OwnWindowInFront();
+
 struct TypedKeys {
   uint32_t sent = 0;        // events that the system took
   unsigned long error = 0;  // the system's number, if it took fewer

@@ -33,7 +33,13 @@ constexpr std::array<Shortcut, 10> kShortcuts = {{{kKeySpace, false},
                                                   {kKeyK, false},
                                                   {kKeyL, false}}};
 
+// Whether keys would reach the host. In a window of ours a space would press a button, and letters
+// would be a name.
 bool KeyboardIsThere() {
+  if (OwnWindowInFront()) {
+    PluginLog(kLog, kLogInfo, "keys left out: a window of the plug-in is in front");
+    return false;
+  }
   if (CanTypeKeys()) return true;
   static std::atomic<bool> said{false};
   if (!said.exchange(true)) {

@@ -1,6 +1,7 @@
 // The host's own keyboard shortcuts, typed into whichever window has the input focus: the second
-// road into the host, where no sibling module offers the first (support/control_bridge.h). On a
-// system without a way to type, nothing is sent, and the log says so once.
+// road into the host, where no sibling module offers the first (support/control_bridge.h). While a
+// window of the plug-in is in front, nothing is sent, and the log says so; on a system without a
+// way to type neither, which it says once.
 //
 // Threads: any.
 #pragma once

@@ -24,10 +24,14 @@ InstallState ReadInstallState() {
 
 std::string NetworkText(PanelValue value, const InstallState& state) {
   switch (value) {
-    case PanelValue::Address: return NetworkLine(state.interfaces);
-    case PanelValue::Interfaces: return InterfaceRow(state.interfaces);
-    case PanelValue::Ports: return kPortsText;
-    default: return kNothing;
+    case PanelValue::Address:
+      return NetworkLine(state.interfaces);
+    case PanelValue::Interfaces:
+      return InterfaceRow(state.interfaces);
+    case PanelValue::Ports:
+      return kPortsText;
+    default:
+      return kNothing;
   }
 }
 

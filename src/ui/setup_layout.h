@@ -21,7 +21,8 @@ struct Place {
   bool operator==(const Place&) const = default;
 };
 
-// ---- The window ----------------------------------------------------------------------------------
+// ---- The window
+// ----------------------------------------------------------------------------------
 
 inline constexpr int kWindowWidth = 820;  // outer; the heights come from the client's
 inline constexpr int kWindowHeight = 780;
@@ -31,7 +32,8 @@ inline constexpr int kBelowHintTop = 56;
 inline constexpr int kQrSide = 200;
 inline constexpr int kTickMs = 500;
 
-// ---- Controls' ids -------------------------------------------------------------------------------
+// ---- Controls' ids
+// -------------------------------------------------------------------------------
 
 inline constexpr int kNoId = -1;
 inline constexpr int kTitleId = 2001;
@@ -51,7 +53,8 @@ inline constexpr int kQrPictureId = 2205;
 inline constexpr int kFirstForgetId = 2500;
 inline constexpr int kLastForgetId = 2799;
 
-// ---- Cards ---------------------------------------------------------------------------------------
+// ---- Cards
+// ---------------------------------------------------------------------------------------
 
 struct Card {
   int32_t left, top, right, bottom;  // none of it is painted unless right is greater than left
@@ -63,7 +66,8 @@ enum CardIndex : size_t { kQrCard, kDeviceCard, kPeersCard, kPanelLeftCard, kPan
 inline constexpr size_t kCards = 5;
 std::array<Card, kCards> SetupCards();
 
-// ---- Controls ------------------------------------------------------------------------------------
+// ---- Controls
+// ------------------------------------------------------------------------------------
 
 enum class ControlKind : uint8_t { Static, Bitmap, Dot, Edit, Button, Switch };
 
@@ -84,7 +88,8 @@ std::span<const ControlTraits> MainControls();
 inline constexpr char kDisclosureClosed[] = "▶  Advanced info";
 inline constexpr char kDisclosureOpen[] = "▼  Advanced info";
 
-// ---- The panel -----------------------------------------------------------------------------------
+// ---- The panel
+// -----------------------------------------------------------------------------------
 
 struct PanelHeading {
   int left, top;
@@ -111,7 +116,8 @@ constexpr int IdOf(PanelValue value) {
   return value < PanelValue::Engine ? 2101 + index : 2137 + index - int(PanelValue::Engine);
 }
 
-// ---- The trusted phones --------------------------------------------------------------------------
+// ---- The trusted phones
+// --------------------------------------------------------------------------
 
 // More aren't shown. The list doesn't scroll: three fit their card, the others run on below it.
 inline constexpr size_t kMaxPeerRows = 30;
@@ -127,7 +133,8 @@ constexpr int ForgetId(size_t row) { return kFirstForgetId + 10 * int(row); }
 // The row of one of so many that a Forget button's id stands for.
 std::optional<size_t> RowOfForgetId(int id, size_t rows);
 
-// ---- A switch, and the dot, in their own pixels ----------------------------------------------------
+// ---- A switch, and the dot, in their own pixels
+// ----------------------------------------------------
 
 struct SwitchPlaces {
   Place pill;  // its radius is half its height

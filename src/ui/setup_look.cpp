@@ -7,30 +7,42 @@ namespace Veldrift {
 Rgb StaticTextColour(int id, int tag) {
   switch (id) {
     case kTitleId:
-    case kNetworkLineId: return kPrimaryText;
-    case kSubtitleId: return kSecondaryText;
+    case kNetworkLineId:
+      return kPrimaryText;
+    case kSubtitleId:
+      return kSecondaryText;
     case kEncoderLineId:
-    case kInstanceLineId: return kMutedText;
-    default: break;
+    case kInstanceLineId:
+      return kMutedText;
+    default:
+      break;
   }
   switch (tag) {
     case kHeadingTag:
     case kLabelTag:
-    case kIconTag: return kSecondaryText;
+    case kIconTag:
+      return kSecondaryText;
     case kPairedTag:
     case kHintTag:
-    case kNoPeersTag: return kMutedText;
-    case kWarningTag: return kDangerRed;
-    default: return kPrimaryText;
+    case kNoPeersTag:
+      return kMutedText;
+    case kWarningTag:
+      return kDangerRed;
+    default:
+      return kPrimaryText;
   }
 }
 
 ButtonKind KindOfButton(int id) {
   switch (id) {
-    case kSaveId: return ButtonKind::Primary;
-    case kCloseId: return ButtonKind::Secondary;
-    case kDisclosureId: return ButtonKind::Quiet;
-    default: return ButtonKind::Danger;
+    case kSaveId:
+      return ButtonKind::Primary;
+    case kCloseId:
+      return ButtonKind::Secondary;
+    case kDisclosureId:
+      return ButtonKind::Quiet;
+    default:
+      return ButtonKind::Danger;
   }
 }
 

@@ -10,7 +10,8 @@
 
 namespace Veldrift {
 
-// ---- Colours -------------------------------------------------------------------------------------
+// ---- Colours
+// -------------------------------------------------------------------------------------
 
 struct Rgb {
   uint8_t red, green, blue;
@@ -38,7 +39,8 @@ inline constexpr Rgb kSwitchOff{72, 72, 76};
 inline constexpr Rgb kLiveDot{48, 209, 88};
 inline constexpr Rgb kIdleDot{105, 105, 115};
 
-// ---- Fonts ---------------------------------------------------------------------------------------
+// ---- Fonts
+// ---------------------------------------------------------------------------------------
 
 enum class FontRole : uint8_t {
   Title,
@@ -70,7 +72,8 @@ inline constexpr std::array<FontTraits, 10> kFonts = {{{"Segoe UI", -22, 600},
                                                        {"Segoe Fluent Icons", -14, 400},
                                                        {"Segoe UI", -14, 400}}};
 
-// ---- Texts of static controls --------------------------------------------------------------------
+// ---- Texts of static controls
+// --------------------------------------------------------------------
 
 // The mark of a control that selects its colour. Everything of the panel has kPanelTag alone, by
 // which it is found for showing and hiding.
@@ -87,7 +90,8 @@ inline constexpr int kPanelTag = 42;
 // By the control's id, else by its tag.
 Rgb StaticTextColour(int id, int tag);
 
-// ---- Drawn buttons -------------------------------------------------------------------------------
+// ---- Drawn buttons
+// -------------------------------------------------------------------------------
 
 enum class ButtonKind : uint8_t { Primary, Secondary, Danger, Quiet };
 

@@ -40,9 +40,12 @@ std::string PhoneValue(const LiveState& state) {
 
 std::string CodecValue(const LiveState& state) {
   switch (state.settings.codec) {
-    case 0: return "HEVC (H.265)";
-    case 1: return "H.264";
-    default: return kNothing;
+    case 0:
+      return "HEVC (H.265)";
+    case 1:
+      return "H.264";
+    default:
+      return kNothing;
   }
 }
 
@@ -92,10 +95,14 @@ std::string OfNetwork(const LiveState&) { return kNothing; }
 
 std::string ControllerValue(const LiveState& state) {
   switch (state.telemetry.controllerKind) {
-    case 0: return state.telemetry.valid != 0 ? "Legacy (AIMD)" : kNothing;
-    case 1: return "Unified v1";
-    case kUnifiedV2: return "Unified v2 (experimental)";
-    default: return kNothing;
+    case 0:
+      return state.telemetry.valid != 0 ? "Legacy (AIMD)" : kNothing;
+    case 1:
+      return "Unified v1";
+    case kUnifiedV2:
+      return "Unified v2 (experimental)";
+    default:
+      return kNothing;
   }
 }
 
@@ -111,9 +118,12 @@ std::string PhaseValue(const LiveState& state) {
   if (state.telemetry.controllerKind != kUnifiedV2) return "n/a (v1)";
   if (state.telemetry.valid == 0) return kNothing;
   switch (state.telemetry.controllerPhase) {
-    case 1: return "Settling";
-    case 2: return "Probing";
-    default: return "Normal";
+    case 1:
+      return "Settling";
+    case 2:
+      return "Probing";
+    default:
+      return "Normal";
   }
 }
 
@@ -133,13 +143,16 @@ std::string OwdTrendValue(const LiveState& state) {
 
 std::string RateModeValue(const LiveState& state) {
   switch (state.settings.encoderMode) {
-    case 0: return "Adaptive (CBR, AIMD target)";
+    case 0:
+      return "Adaptive (CBR, AIMD target)";
     case 1:
       return state.settings.quality < 0
                  ? "Quality"
                  : "Quality " + std::to_string(state.settings.quality) + " %";
-    case 2: return "VBR (peak-constrained)";
-    default: return kNothing;
+    case 2:
+      return "VBR (peak-constrained)";
+    default:
+      return kNothing;
   }
 }
 
@@ -158,9 +171,12 @@ std::string EngineCodecValue(const LiveState& state) {
 std::string EngineGopValue(const LiveState& state) {
   if (!state.encoder.valid) return kNothing;
   switch (state.encoder.gopClass) {
-    case GopClass::AllIntra: return "All-Intra";
-    case GopClass::Long: return "Long-GOP";
-    default: return "Short-GOP";
+    case GopClass::AllIntra:
+      return "All-Intra";
+    case GopClass::Long:
+      return "Long-GOP";
+    default:
+      return "Short-GOP";
   }
 }
 
@@ -175,20 +191,19 @@ std::string StatusLine(const LiveState& state) {
 }
 
 std::string EncoderLine(const LiveState& state) {
-  return "Active encoder: " +
-         (state.encoderName.empty() ? std::string(kNothing) + " (not configured)"
-                                    : state.encoderName);
+  return "Active encoder: " + (state.encoderName.empty()
+                                   ? std::string(kNothing) + " (not configured)"
+                                   : state.encoderName);
 }
 
 std::string InstanceLine(const std::string& installId) { return "Instance ID: " + installId; }
 
 std::string PanelText(PanelValue value, const LiveState& state) {
   static constexpr std::array<std::string (*)(const LiveState&), kPanelValues> kValues = {
-      StatusValue,     PhoneValue,          CodecValue,         BitrateValue,
-      ResolutionValue, GopValue,            FecParityValue,     BitrateCeilingValue,
-      MaxResolutionValue, OfNetwork,        OfNetwork,          OfNetwork,
-      ControllerValue, LastReasonValue,     PhaseValue,         LossValue,
-      BacklogValue,    OwdTrendValue,       RateModeValue,      EngineValue,
+      StatusValue,      PhoneValue,     CodecValue,          BitrateValue,       ResolutionValue,
+      GopValue,         FecParityValue, BitrateCeilingValue, MaxResolutionValue, OfNetwork,
+      OfNetwork,        OfNetwork,      ControllerValue,     LastReasonValue,    PhaseValue,
+      LossValue,        BacklogValue,   OwdTrendValue,       RateModeValue,      EngineValue,
       EngineCodecValue, EngineGopValue};
   return kValues[size_t(value)](state);
 }

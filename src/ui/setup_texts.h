@@ -25,7 +25,8 @@ struct LiveState {
   EncoderStatus encoder;
 };
 
-// ---- The device ----------------------------------------------------------------------------------
+// ---- The device
+// ----------------------------------------------------------------------------------
 
 bool IsStreaming(const LiveState& state);
 // The line beside the dot, which is live while IsStreaming.
@@ -33,7 +34,8 @@ std::string StatusLine(const LiveState& state);
 std::string EncoderLine(const LiveState& state);
 std::string InstanceLine(const std::string& installId);
 
-// ---- The panel of live figures -------------------------------------------------------------------
+// ---- The panel of live figures
+// -------------------------------------------------------------------
 
 // Its values, in the order of their controls' ids.
 enum class PanelValue : uint8_t {
@@ -69,13 +71,15 @@ constexpr bool IsOfNetwork(PanelValue value) {
 
 // Where there is nothing to tell.
 inline constexpr char kNothing[] = "—";
-// The media ports, and the control port of the first of the hosts; it names that one in all of them.
+// The media ports, and the control port of the first of the hosts; it names that one in all of
+// them.
 inline constexpr char kPortsText[] = "47100 control · 47101 video · 47102 audio";
 
 // kNothing for those of the network.
 std::string PanelText(PanelValue value, const LiveState& state);
 
-// ---- The trusted phones --------------------------------------------------------------------------
+// ---- The trusted phones
+// --------------------------------------------------------------------------
 
 inline constexpr char kNoPeersText[] = "No iPhones paired yet.";
 std::string PeerName(const TrustedPeer& peer);

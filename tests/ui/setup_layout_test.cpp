@@ -46,8 +46,8 @@ TEST(SetupLayout, NothingStandsOnAnythingElse) {
   }
   const auto cards = SetupCards();
   for (const PanelRow& row : PanelRows()) {
-    const Card& card = cards[row.left < cards[kPanelRightCard].left ? kPanelLeftCard
-                                                                    : kPanelRightCard];
+    const Card& card =
+        cards[row.left < cards[kPanelRightCard].left ? kPanelLeftCard : kPanelRightCard];
     const PanelRowPlaces rowPlaces = PlacesOf(row);
     for (const Place& place : {rowPlaces.icon, rowPlaces.label, rowPlaces.value}) {
       EXPECT_TRUE(Inside(place, card)) << row.label;
@@ -116,11 +116,21 @@ TEST(SetupLook, TheIdComesBeforeTheTag) {
     Rgb colour;
   };
   const Case cases[] = {
-      {2001, kHeadingTag, kPrimaryText}, {2203, 50, kPrimaryText}, {2002, 12, kSecondaryText},
-      {2202, kLabelTag, kMutedText},     {2204, 0, kMutedText},    {-1, 10, kSecondaryText},
-      {-1, 11, kSecondaryText},          {-1, 13, kSecondaryText}, {-1, 12, kMutedText},
-      {-1, 14, kMutedText},              {-1, 15, kMutedText},     {-1, 50, kDangerRed},
-      {2101, kPanelTag, kPrimaryText},   {-1, 0, kPrimaryText},    {2201, 11, kSecondaryText},
+      {2001, kHeadingTag, kPrimaryText},
+      {2203, 50, kPrimaryText},
+      {2002, 12, kSecondaryText},
+      {2202, kLabelTag, kMutedText},
+      {2204, 0, kMutedText},
+      {-1, 10, kSecondaryText},
+      {-1, 11, kSecondaryText},
+      {-1, 13, kSecondaryText},
+      {-1, 12, kMutedText},
+      {-1, 14, kMutedText},
+      {-1, 15, kMutedText},
+      {-1, 50, kDangerRed},
+      {2101, kPanelTag, kPrimaryText},
+      {-1, 0, kPrimaryText},
+      {2201, 11, kSecondaryText},
   };
   for (const Case& each : cases) {
     EXPECT_EQ(StaticTextColour(each.id, each.tag), each.colour) << each.id << " " << each.tag;

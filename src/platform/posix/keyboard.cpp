@@ -4,6 +4,8 @@ namespace Veldrift {
 
 bool CanTypeKeys() { return false; }
 
+bool OwnWindowInFront() { return false; }
+
 TypedKeys TypeKeys(std::span<const KeyEvent>) { return {}; }
 
 }  // namespace Veldrift

@@ -3,11 +3,22 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/win32/windows_headers.h"
+#include "platform/win32/this_module.h"
 
 namespace Veldrift {
 
 bool CanTypeKeys() { return true; }
+
+// A message box belongs to the window that asks; whose that is, its class tells.
+bool OwnWindowInFront() {
+  const HWND front = GetForegroundWindow();
+  DWORD process = 0;
+  if (front == nullptr || GetWindowThreadProcessId(front, &process) == 0) return false;
+  if (process != GetCurrentProcessId()) return false;
+  const HWND asking = GetAncestor(front, GA_ROOTOWNER);
+  const ULONG_PTR module = GetClassLongPtrW(asking != nullptr ? asking : front, GCLP_HMODULE);
+  return module == reinterpret_cast<ULONG_PTR>(ThisModule());
+}
 
 TypedKeys TypeKeys(std::span<const KeyEvent> events) {
   std::array<INPUT, 4> inputs{};

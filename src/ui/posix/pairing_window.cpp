@@ -1,2 +1,4 @@
 #include "ui/pairing_window.h"
-namespace Veldrift { std::unique_ptr<IPairingDialog> CreatePairingDialog() { return nullptr; } }
+namespace Veldrift {
+std::unique_ptr<IPairingDialog> CreatePairingDialog() { return nullptr; }
+}  // namespace Veldrift

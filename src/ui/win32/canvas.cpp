@@ -107,8 +107,7 @@ void Canvas::FillRounded(const Place& place, int radius, Rgb fill) {
   Fill(Graphics(graphics_), RoundedPath(shape, radius), fill);
 }
 
-void Canvas::FillRoundedInset(const Place& place, int radius, Rgb fill,
-                              std::optional<Rgb> border) {
+void Canvas::FillRoundedInset(const Place& place, int radius, Rgb fill, std::optional<Rgb> border) {
   const Shape shape{float(place.left) + 0.5F, float(place.top) + 0.5F, float(place.width - 1),
                     float(place.height - 1)};
   const Path path = RoundedPath(shape, radius);

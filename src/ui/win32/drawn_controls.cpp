@@ -56,7 +56,8 @@ void PaintSwitch(HWND window, const SetupResources& resources) {
   }
 }
 
-// A check box shows some changes by drawing its own picture at once. While it does, it may not draw.
+// A check box shows some changes by drawing its own picture at once. While it does, it may not
+// draw.
 LRESULT CallWithoutDrawing(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   const bool visible = IsWindowVisible(window) != FALSE;
   if (visible) CallNextProcedure(window, WM_SETREDRAW, FALSE, 0);

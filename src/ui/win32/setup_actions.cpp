@@ -5,9 +5,7 @@
 namespace Veldrift {
 namespace {
 
-bool IsChecked(HWND checkBox) {
-  return SendMessageW(checkBox, BM_GETCHECK, 0, 0) == BST_CHECKED;
-}
+bool IsChecked(HWND checkBox) { return SendMessageW(checkBox, BM_GETCHECK, 0, 0) == BST_CHECKED; }
 
 bool IsHighSurrogate(wchar_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 
@@ -28,14 +26,22 @@ void SetupDialog::OnCommand(int id, int code) {
   }
   if (code != 0) return;
   switch (id) {
-    case kSaveId: return SaveName();
-    case kDiscoverableId: return ToggleDiscoverable();
-    case kEncoderSwitchId: return ToggleHwEncoders();
-    case kDisclosureId: return ToggleAdvanced();
+    case kSaveId:
+      return SaveName();
+    case kDiscoverableId:
+      return ToggleDiscoverable();
+    case kEncoderSwitchId:
+      return ToggleHwEncoders();
+    case kDisclosureId:
+      return ToggleAdvanced();
     // What keys mean in every dialog.
-    case IDOK: return OnEnter();
-    case IDCANCEL: PostMessageW(state_.window, WM_CLOSE, 0, 0); return;
-    default: break;
+    case IDOK:
+      return OnEnter();
+    case IDCANCEL:
+      PostMessageW(state_.window, WM_CLOSE, 0, 0);
+      return;
+    default:
+      break;
   }
   if (const std::optional<size_t> row = RowOfForgetId(id, state_.rows.size())) Forget(*row);
 }

@@ -24,11 +24,11 @@ HMENU MenuOf(int id) { return reinterpret_cast<HMENU>(LONG_PTR{id}); }
 
 HWND SetupDialog::MakeChild(const Child& child, const std::wstring& text) {
   const Place& place = child.place;
-  const HWND made = CreateWindowExW(0, child.kind, text.c_str(),
-                                    WS_CHILD | WS_VISIBLE | child.style, place.left, place.top,
-                                    place.width, place.height, state_.window, MenuOf(child.id),
-                                    ThisModule(), nullptr);
-  SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(state_.resources.Font(child.font)), FALSE);
+  const HWND made = CreateWindowExW(
+      0, child.kind, text.c_str(), WS_CHILD | WS_VISIBLE | child.style, place.left, place.top,
+      place.width, place.height, state_.window, MenuOf(child.id), ThisModule(), nullptr);
+  SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(state_.resources.Font(child.font)),
+               FALSE);
   SetWindowLongPtrW(made, GWLP_USERDATA, child.tag);
   return made;
 }
@@ -75,16 +75,16 @@ void SetupDialog::MakePanel() {
   constexpr DWORD kText = SS_LEFT | SS_NOPREFIX;
   for (const PanelHeading& heading : PanelHeadings()) {
     MakeChild({kStatic, kText, kNoId, PlaceOf(heading), FontRole::Section, kPanelTag},
-         WideText(heading.text));
+              WideText(heading.text));
   }
   for (const PanelRow& row : PanelRows()) {
     const PanelRowPlaces places = PlacesOf(row);
     MakeChild({kStatic, kText, kNoId, places.icon, FontRole::Icon, kPanelTag}, IconText(row.icon));
     MakeChild({kStatic, kText | SS_ENDELLIPSIS, kNoId, places.label, FontRole::Small, kPanelTag},
-         WideText(row.label));
-    MakeChild({kStatic, kText | SS_ENDELLIPSIS, IdOf(row.value), places.value, FontRole::Mono,
-          kPanelTag},
-         WideText(kNothing));
+              WideText(row.label));
+    MakeChild(
+        {kStatic, kText | SS_ENDELLIPSIS, IdOf(row.value), places.value, FontRole::Mono, kPanelTag},
+        WideText(kNothing));
   }
 }
 
@@ -127,8 +127,9 @@ void SetupDialog::MakePeerRows() {
   const Card& card = state_.cards[kPeersCard];
   constexpr DWORD kText = SS_LEFT | SS_NOPREFIX | SS_ENDELLIPSIS;
   if (state_.peers.empty()) {
-    state_.noPeers = MakeChild({kStatic, kText, kNoId, NoPeersPlace(card), FontRole::Fine, kNoPeersTag},
-                          WideText(kNoPeersText));
+    state_.noPeers =
+        MakeChild({kStatic, kText, kNoId, NoPeersPlace(card), FontRole::Fine, kNoPeersTag},
+                  WideText(kNoPeersText));
     return;
   }
   HWND above = state_.peersHeading;
@@ -143,14 +144,15 @@ void SetupDialog::MakePeerRows() {
     PeerRow row;
     row.id = peer.id;
     row.icon = behind(MakeChild({kStatic, kText, kNoId, places.icon, FontRole::Icon, kIconTag},
-                           IconText(kPeerIcon)));
+                                IconText(kPeerIcon)));
     row.name = behind(MakeChild({kStatic, kText, kNoId, places.name, FontRole::BodyStrong, kNoTag},
-                           WideText(PeerName(peer))));
-    row.paired = behind(MakeChild({kStatic, kText, kNoId, places.paired, FontRole::Fine, kPairedTag},
-                             WideText(PairedLine(peer))));
-    row.forget = behind(MakeChild({kButton, WS_TABSTOP | BS_OWNERDRAW, ForgetId(i), places.forget,
-                              FontRole::Body, kNoTag},
-                             L"Forget"));
+                                WideText(PeerName(peer))));
+    row.paired =
+        behind(MakeChild({kStatic, kText, kNoId, places.paired, FontRole::Fine, kPairedTag},
+                         WideText(PairedLine(peer))));
+    row.forget = behind(MakeChild(
+        {kButton, WS_TABSTOP | BS_OWNERDRAW, ForgetId(i), places.forget, FontRole::Body, kNoTag},
+        L"Forget"));
     state_.rows.push_back(std::move(row));
   }
 }

@@ -135,8 +135,8 @@ LRESULT SetupDialog::OnControlColour(UINT message, HDC context, HWND control) co
     return reinterpret_cast<LRESULT>(state_.resources.Edit());
   }
   const auto tag = int(GetWindowLongPtrW(control, GWLP_USERDATA));
-  const Rgb text = message == WM_CTLCOLORSTATIC ? StaticTextColour(GetDlgCtrlID(control), tag)
-                                                : kPrimaryText;
+  const Rgb text =
+      message == WM_CTLCOLORSTATIC ? StaticTextColour(GetDlgCtrlID(control), tag) : kPrimaryText;
   SetBkMode(context, TRANSPARENT);
   SetTextColor(context, ColourOf(text));
   return reinterpret_cast<LRESULT>(state_.resources.Card());

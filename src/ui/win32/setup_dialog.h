@@ -1,5 +1,5 @@
-// The setup window on Windows, as one object for as long as the window lives: its controls, what they
-// show, and what the user does with them.
+// The setup window on Windows, as one object for as long as the window lives: its controls, what
+// they show, and what the user does with them.
 //
 // Threads: the dialog's own, for everything.
 #pragma once
@@ -52,7 +52,7 @@ struct SetupDialogState {
   InstallState install;
   std::vector<TrustedPeer> peers;
   std::optional<std::string> peersSignature;  // nothing: the rows are to be made anew
-  HWND lastFocus = nullptr;  // of the controls, while another window has the focus
+  HWND lastFocus = nullptr;                   // of the controls, while another window has the focus
 };
 
 class SetupDialog {

@@ -1,10 +1,10 @@
-// A window of ours with the input focus, and the keys that reach it.
+// A window with the input focus, of a host or of the plug-in, and the keys that reach it.
 #include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>
 
-#include "platform/win32/windows_headers.h"
+#include "platform/win32/this_module.h"
 #include "support/host_keys.h"
 #include "tests/support/manual_clock.h"
 
@@ -16,22 +16,27 @@ using Key = std::pair<int, bool>;
 
 class TypedKeysTest : public testing::Test {
  protected:
-  void SetUp() override {
+  // Another library than the one that holds this code stands for the host.
+  void SetUp() override { window_ = PutInFront(GetModuleHandleW(L"kernel32.dll"), nullptr); }
+  void TearDown() override { DestroyWindow(window_); }
+
+  // A window of a class of that library, with the focus; `owner` may be null.
+  HWND PutInFront(HMODULE library, HWND owner) {
     WNDCLASSW kind{};
     kind.lpfnWndProc = &OnMessage;
     kind.lpszClassName = L"VeldriftKeyTest";
+    kind.hInstance = library;
     RegisterClassW(&kind);
-    window_ = CreateWindowW(kind.lpszClassName, L"", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200,
-                            100, nullptr, nullptr, nullptr, nullptr);
-    ASSERT_NE(window_, nullptr) << SystemMessage(GetLastError());
-    SetForegroundWindow(window_);
-    SetFocus(window_);
-    ASSERT_EQ(GetFocus(), window_);
+    const DWORD style = WS_VISIBLE | (owner != nullptr ? WS_POPUP : WS_OVERLAPPEDWINDOW);
+    const HWND window = CreateWindowW(kind.lpszClassName, L"", style, 0, 0, 200, 100, owner,
+                                      nullptr, library, nullptr);
+    EXPECT_NE(window, nullptr) << SystemMessage(GetLastError());
+    SetForegroundWindow(window);
+    SetFocus(window);
+    EXPECT_EQ(GetFocus(), window);
     down_.clear();
     up_ = 0;
-  }
-  void TearDown() override {
-    if (window_ != nullptr) DestroyWindow(window_);
+    return window;
   }
 
   // What has come when as many keys have been released again.
@@ -68,6 +73,24 @@ TEST_F(TypedKeysTest, TheNudgeStepsForthAndBackWithAPauseBetween) {
   NudgeHostByKeyboard(clock);
   EXPECT_EQ(clock.NowNanos() - before, 60'000'000);
   EXPECT_EQ(KeysUpTo(2), (std::vector<Key>{{VK_RIGHT, false}, {VK_LEFT, false}}));
+}
+
+// In front of the host stand a window of the plug-in, and then a question that this asks, whose own
+// class is the system's. What is typed behind them shows that nothing was before.
+TEST_F(TypedKeysTest, NoKeyReachesAWindowOfThePlugin) {
+  ManualClock clock;
+  const HWND own = PutInFront(ThisModule(), nullptr);
+  const HWND question = PutInFront(GetModuleHandleW(L"kernel32.dll"), own);
+  for (const HWND front : {question, own}) {
+    SetForegroundWindow(front);
+    SendHostKeys(0x20);
+    NudgeHostByKeyboard(clock);
+    DestroyWindow(front);
+  }
+  SetForegroundWindow(window_);
+  SetFocus(window_);
+  SendHostKeys(0x29);
+  EXPECT_EQ(KeysUpTo(1), (std::vector<Key>{{'L', false}}));
 }
 
 }  // namespace
