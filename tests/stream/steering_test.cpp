@@ -105,6 +105,29 @@ TEST(Steering, TwoInstancesPlayAndEachAnswersTheOneCommand) {
   stage.EndHost();
 }
 
+// Where the setup is no window, its text follows the stream.
+TEST(StatusOption, TellsWhoCameAndWhatIsStreamed) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--status"}));
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--seconds", "2"});
+  EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
+  const auto shown = [&] {
+    std::string text;
+    for (const std::string& line : stage.Host().Complaints()) text += line + "\n";
+    return text;
+  };
+  // The phone has gone by then.
+  EXPECT_TRUE(Eventually(
+      [&] { return shown().find("LIVE STREAM: iPhone            —") != std::string::npos; }));
+  stage.EndHost();
+  for (const char* line :
+       {"Status            Ready · waiting for iPhone", "DEVICE: Status            Streaming",
+        "LIVE STREAM: Codec             H.264", "320x240 H.264 @ 30 fps",
+        "TRUSTED IPHONES: Phone stand-in"}) {
+    EXPECT_NE(shown().find(line), std::string::npos) << line << "\n" << shown();
+  }
+}
+
 struct Way {
   const char* name;
   const char* hostile;
