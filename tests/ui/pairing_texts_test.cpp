@@ -20,12 +20,8 @@ TEST(PairingTexts, ThePromptNamesThePhone) {
 
 TEST(PairingTexts, BlanksStandBetweenTheCharactersOfTheCodeOnly) {
   const std::pair<std::string, std::string> cases[] = {
-      {"123456", "1 2 3 4 5 6"},
-      {"000007", "0 0 0 0 0 7"},
-      {"1", "1"},
-      {"", ""},
-      {"1é電📱2", "1 é 電 📱 2"},
-      {"1\xE9\x9B", "1 \xEF\xBF\xBD"},
+      {"123456", "1 2 3 4 5 6"}, {"000007", "0 0 0 0 0 7"},       {"1", "1"}, {"", ""},
+      {"1é電📱2", "1 é 電 📱 2"},  {"1\xE9\x9B", "1 \xEF\xBF\xBD"},
   };
   for (const auto& [code, spaced] : cases) EXPECT_EQ(SpacedCode(code), spaced);
 }

@@ -1,5 +1,5 @@
-// Sees the messages of a window class before its windows do: so a test can hold a window's thread at
-// a chosen moment, refuse a window, and know that a key has been dealt with.
+// Sees the messages of a window class before its windows do: so a test can hold a window's thread
+// at a chosen moment, refuse a window, and know that a key has been dealt with.
 #pragma once
 
 #include <functional>
@@ -12,9 +12,9 @@
 
 namespace Veldrift {
 
-// For windows that are made while it lives, and no longer than it. One at a time; the class has been
-// registered by this module. Threads: made and destroyed by the test's; `onMessage` runs on the
-// windows' threads.
+// For windows that are made while it lives, and no longer than it. One at a time; the class has
+// been registered by this module. Threads: made and destroyed by the test's; `onMessage` runs on
+// the windows' threads.
 class ClassTap {
  public:
   // Called for each message. What it answers is the answer; without one the window gets it.

@@ -1,5 +1,5 @@
-// The fonts that the windows ask for are there, or stand-ins of nearly the same widths: without them
-// whatever comes instead would say nothing of what overlaps and what is cut off.
+// The fonts that the windows ask for are there, or stand-ins of nearly the same widths: without
+// them whatever comes instead would say nothing of what overlaps and what is cut off.
 #include <gtest/gtest.h>
 
 #include <memory>

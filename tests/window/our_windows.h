@@ -1,5 +1,5 @@
-// The windows of this process as the user sees them: found by class and title, described by what the
-// system says of them.
+// The windows of this process as the user sees them: found by class and title, described by what
+// the system says of them.
 #pragma once
 
 #include <cstddef>

@@ -12,7 +12,8 @@ namespace {
 
 class PairingFailures : public PairingWindowTest {
  protected:
-  // A class of the window's name with another procedure, as an earlier life of the module leaves it.
+  // A class of the window's name with another procedure, as an earlier life of the module leaves
+  // it.
   static void LeaveClassBehind() {
     WNDCLASSW kind{};
     kind.lpfnWndProc = &DefWindowProcW;

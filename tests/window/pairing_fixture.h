@@ -55,7 +55,8 @@ class PairingWindowTest : public testing::Test {
   void ExpectNoWindow(const std::string& line) {
     const size_t before = CountInPluginLog(line);
     Show();
-    EXPECT_TRUE(Eventually([&] { return CountInPluginLog(line) == before + 1; })) << ReadPluginLog();
+    EXPECT_TRUE(Eventually([&] { return CountInPluginLog(line) == before + 1; }))
+        << ReadPluginLog();
     EXPECT_EQ(FindOurWindow(kPairingKind), nullptr);
     dialog_->Close();
     EXPECT_EQ(CancelsInTheEnd(), 0);
@@ -63,8 +64,8 @@ class PairingWindowTest : public testing::Test {
   // The class is there from the first dialog on.
   void OpenOnce() {
     Show();
+    EXPECT_NE(AwaitOurWindow(kPairingKind), nullptr);
     dialog_.reset();
-    cancels_ = 0;
   }
 
   std::unique_ptr<IPairingDialog> dialog_;

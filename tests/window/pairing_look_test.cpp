@@ -16,7 +16,8 @@ TEST_F(PairingWindowTest, EveryControlIsInItsPlaceWithItsTextAndFont) {
   ASSERT_NO_FATAL_FAILURE(ShowInFront());
   EXPECT_EQ(TextOf(window_), L"Ombrette — Pair iPhone");
   EXPECT_EQ(PlaceOf(window_), (Place{(1280 - 420) / 2, (1400 - 260) / 2, 420, 260}));
-  constexpr DWORD kFrame = WS_CAPTION | WS_SYSMENU | WS_THICKFRAME | WS_MINIMIZEBOX | WS_MAXIMIZEBOX;
+  constexpr DWORD kFrame =
+      WS_CAPTION | WS_SYSMENU | WS_THICKFRAME | WS_MINIMIZEBOX | WS_MAXIMIZEBOX;
   EXPECT_EQ(StyleOf(window_) & kFrame, DWORD{WS_CAPTION | WS_SYSMENU});
   EXPECT_TRUE(ExtendedStyleOf(window_) & WS_EX_TOPMOST);
 
@@ -28,11 +29,19 @@ TEST_F(PairingWindowTest, EveryControlIsInItsPlaceWithItsTextAndFont) {
     std::wstring text;
     DWORD alignment;
   } controls[] = {
-      {kPrompt, L"Static", {10, 20, 384, 24}, kTextFont, L"Enter this code on Anna's iPhone:",
+      {kPrompt,
+       L"Static",
+       {10, 20, 384, 24},
+       kTextFont,
+       L"Enter this code on Anna's iPhone:",
        SS_CENTER},
       {kCode, L"Static", {10, 60, 384, 80}, kCodeFont, L"1 2 3 4 5 6", SS_CENTER},
-      {kHint, L"Static", {10, 155, 384, 20}, kTextFont,
-       L"This window closes automatically when pairing completes.", SS_CENTER},
+      {kHint,
+       L"Static",
+       {10, 155, 384, 20},
+       kTextFont,
+       L"This window closes automatically when pairing completes.",
+       SS_CENTER},
       {kCancel, L"Button", {160, 185, 100, 30}, kTextFont, L"Cancel", BS_PUSHBUTTON},
   };
   int children = 0;

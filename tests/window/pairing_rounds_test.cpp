@@ -37,8 +37,9 @@ TEST_F(PairingRounds, ThirtyWindowsLeaveNothingBehind) {
   EXPECT_TRUE(Eventually([&] {
     now = CountProcessResources();
     return now.threads <= resources.threads && now.handles <= resources.handles + 5;
-  })) << now.threads << " threads and " << now.handles << " handles, before " << resources.threads
-      << " and " << resources.handles;
+  })) << now.threads
+      << " threads and " << now.handles << " handles, before " << resources.threads << " and "
+      << resources.handles;
 }
 
 // Whoever comes first, at whatever moment of the window's life: it goes, its thread ends, and the

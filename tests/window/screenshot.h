@@ -19,8 +19,8 @@ struct Picture {
   bool operator==(const Picture&) const = default;
 };
 
-// A top-level window with its frame and all in it; its client area alone. What waits to be painted is
-// painted before. Other windows in front of it aren't seen.
+// A top-level window with its frame and all in it; its client area alone. What waits to be painted
+// is painted before. Other windows in front of it aren't seen.
 Picture PictureOfWindow(HWND window);
 Picture PictureOfClient(HWND window);
 

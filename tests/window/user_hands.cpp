@@ -13,8 +13,7 @@ namespace {
 
 void Send(std::vector<INPUT> inputs) {
   const auto count = static_cast<UINT>(inputs.size());
-  EXPECT_EQ(SendInput(count, inputs.data(), sizeof(INPUT)), count)
-      << SystemMessage(GetLastError());
+  EXPECT_EQ(SendInput(count, inputs.data(), sizeof(INPUT)), count) << SystemMessage(GetLastError());
 }
 
 INPUT Mouse(DWORD what, POINT place = {}) {

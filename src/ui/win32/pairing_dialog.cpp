@@ -97,10 +97,9 @@ struct ControlPlace {
 
 void AddControl(HWND window, const wchar_t* kind, DWORD style, const ControlPlace& place,
                 const UniqueFont& font, const std::wstring& text) {
-  const HWND control = CreateWindowExW(0, kind, text.c_str(), WS_CHILD | WS_VISIBLE | style,
-                                       place.left, place.top, place.width, place.height, window,
-                                       reinterpret_cast<HMENU>(INT_PTR{place.id}), ThisModule(),
-                                       nullptr);
+  const HWND control = CreateWindowExW(
+      0, kind, text.c_str(), WS_CHILD | WS_VISIBLE | style, place.left, place.top, place.width,
+      place.height, window, reinterpret_cast<HMENU>(INT_PTR{place.id}), ThisModule(), nullptr);
   SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(font.get()), FALSE);
 }
 
