@@ -121,9 +121,9 @@ TEST(StatusOption, TellsWhoCameAndWhatIsStreamed) {
       [&] { return shown().find("LIVE STREAM: iPhone            —") != std::string::npos; }));
   stage.Host().Interrupt();
   EXPECT_EQ(stage.Host().Wait(), 0);
-  for (const char* line : {"Ready · waiting for iPhone", "DEVICE: Status            Streaming",
-                           "LIVE STREAM: Codec             H.264", "320x240 H.264 @ 30 fps",
-                           ", paired 20"}) {
+  for (const char* line :
+       {"Ready · waiting for iPhone", "DEVICE: Status            Streaming",
+        "LIVE STREAM: Codec             H.264", "320x240 H.264 @ 30 fps", ", paired 20"}) {
     EXPECT_NE(shown().find(line), std::string::npos) << line << "\n" << shown();
   }
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/win32/windows_headers.h"
+#include "ui/setup_layout.h"
 
 namespace Veldrift {
 
@@ -23,11 +24,6 @@ bool BringToFront(HWND window);
 void Settle(HWND window);
 
 // Of a control: in its parent's client area. Of a top-level window: on the screen.
-struct Place {
-  LONG left, top, width, height;
-
-  bool operator==(const Place&) const = default;
-};
 std::ostream& operator<<(std::ostream& out, const Place& place);
 Place PlaceOf(HWND window);
 // On the screen.

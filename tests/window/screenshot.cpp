@@ -64,6 +64,10 @@ class GdiPlus {
 
 Picture PictureOfWindow(HWND window) {
   RedrawWindow(window, nullptr, nullptr, RDW_UPDATENOW | RDW_ALLCHILDREN);
+  return PictureAsItIs(window);
+}
+
+Picture PictureAsItIs(HWND window) {
   const Place place = PlaceOf(window);
   Picture picture{int(place.width), int(place.height), {}};
   picture.pixels.resize(size_t(place.width) * size_t(place.height));

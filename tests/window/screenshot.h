@@ -23,6 +23,8 @@ struct Picture {
 // is painted before. Other windows in front of it aren't seen.
 Picture PictureOfWindow(HWND window);
 Picture PictureOfClient(HWND window);
+// Of any window, also in the middle of its painting.
+Picture PictureAsItIs(HWND window);
 
 Picture Part(const Picture& whole, const Place& place);
 

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "platform/win32/windows_headers.h"
+#include "ui/setup_look.h"
 
 namespace Veldrift {
 
@@ -28,5 +29,9 @@ using UniqueBrush = UniqueHandle<HBRUSH, DeleteGdiObject>;
 using UniqueBitmap = UniqueHandle<HBITMAP, DeleteGdiObject>;
 using UniqueMemoryContext = UniqueHandle<HDC, DeleteMemoryContext>;
 using UniqueWindow = UniqueHandle<HWND, DestroyOwnWindow>;
+
+// Smooth, of every character set; `pitch` as CreateFont takes it. Null if the system refuses:
+// controls then show the system's font.
+UniqueFont MakeFont(const FontTraits& traits, DWORD pitch);
 
 }  // namespace Veldrift

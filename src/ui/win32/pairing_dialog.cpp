@@ -85,12 +85,6 @@ HWND MakeWindow(WindowRecord& record) {
                          kWidth, kHeight, nullptr, nullptr, ThisModule(), &record);
 }
 
-UniqueFont MakeFont(const wchar_t* face, int height, int weight, DWORD pitch) {
-  return UniqueFont(CreateFontW(height, 0, 0, 0, weight, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
-                                OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY, pitch,
-                                face));
-}
-
 struct ControlPlace {
   int id, left, top, width, height;
 };
@@ -105,8 +99,8 @@ void AddControl(HWND window, const wchar_t* kind, DWORD style, const ControlPlac
 
 void Furnish(HWND window, WindowRecord& record, const std::string& code,
              const std::string& peerName) {
-  record.textFont = MakeFont(L"Segoe UI", -16, FW_NORMAL, DEFAULT_PITCH | FF_DONTCARE);
-  record.codeFont = MakeFont(L"Consolas", -56, FW_BOLD, FIXED_PITCH | FF_DONTCARE);
+  record.textFont = MakeFont({"Segoe UI", -16, FW_NORMAL}, DEFAULT_PITCH);
+  record.codeFont = MakeFont({"Consolas", -56, FW_BOLD}, FIXED_PITCH);
   // An "&" in a phone's name is one. A line that is too long ends in an ellipsis; without that its
   // second half would stand below the control's edge. The middle of its control has room for all of
   // a letter, also where the control is lower than the font's lines.

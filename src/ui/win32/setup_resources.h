@@ -26,7 +26,4 @@ class SetupResources {
   UniqueBrush background_, card_, edit_;
 };
 
-// Null if the system refuses; controls then show the system's font.
-UniqueFont MakeFont(const FontTraits& traits);
-
 }  // namespace Veldrift
