@@ -113,7 +113,9 @@ TEST_F(SetupWindowTest, CloseEscAndTheCloseBoxCloseIt) {
   const auto closers = {
       +[](HWND window) { Click(GetDlgItem(window, kClose)); },
       +[](HWND) { TypeKey({VK_ESCAPE}); },
-      +[](HWND) { TypeKey({VK_MENU, VK_F4}); },
+      +[](HWND) {
+        TypeKey({VK_MENU, VK_F4});
+      },
       +[](HWND window) { PostMessageW(window, WM_SYSCOMMAND, SC_CLOSE, 0); },
       // Whatever the button's notification says.
       +[](HWND window) { PostMessageW(window, WM_COMMAND, MAKEWPARAM(kClose, 5), 0); },

@@ -30,7 +30,8 @@ HWND ByText(HWND window, const std::wstring& text, int nth = 0) {
 TEST_F(SetupWindowTest, EveryControlIsInItsPlaceWithItsTextAndFont) {
   ASSERT_NO_FATAL_FAILURE(Open());
   EXPECT_EQ(TextOf(window_), L"Ombrette");
-  constexpr DWORD kFrame = WS_CAPTION | WS_SYSMENU | WS_THICKFRAME | WS_MINIMIZEBOX | WS_MAXIMIZEBOX;
+  constexpr DWORD kFrame =
+      WS_CAPTION | WS_SYSMENU | WS_THICKFRAME | WS_MINIMIZEBOX | WS_MAXIMIZEBOX;
   EXPECT_EQ(StyleOf(window_) & kFrame, DWORD{WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX});
   const Place place = PlaceOf(window_);
   EXPECT_EQ(place.left, (1280 - 820) / 2);
@@ -47,7 +48,10 @@ TEST_F(SetupWindowTest, EveryControlIsInItsPlaceWithItsTextAndFont) {
     std::wstring text;
   } controls[] = {
       {kTitle, L"Static", {20, 20, 780, 30}, Segoe(-22, 600), L"Ombrette"},
-      {kSubtitle, L"Static", {20, 54, 780, 20}, Segoe(-13),
+      {kSubtitle,
+       L"Static",
+       {20, 54, 780, 20},
+       Segoe(-13),
        L"Scan the QR code with the Ombrette iOS app to connect."},
       {kQr, L"Static", {32, 94, 200, 200}, Segoe(-14), L""},
       {kDot, L"Static", {270, 118, 14, 14}, Segoe(-14), L""},
@@ -55,7 +59,10 @@ TEST_F(SetupWindowTest, EveryControlIsInItsPlaceWithItsTextAndFont) {
       {kName, L"Edit", {362, 146, 342, 26}, Segoe(-14), L"Cutting room"},
       {kSave, L"Button", {708, 146, 78, 26}, Segoe(-14), L"Save"},
       {kDiscoverable, L"Button", {270, 178, 516, 28}, Segoe(-14), L"Discoverable on network"},
-      {kHwEncoder, L"Button", {270, 210, 516, 28}, Segoe(-14),
+      {kHwEncoder,
+       L"Button",
+       {270, 210, 516, 28},
+       Segoe(-14),
        L"Use NVIDIA / Intel HW HEVC encoder"},
       {kEncoder, L"Static", {270, 242, 516, 36}, Segoe(-11), L"Active encoder: — (not configured)"},
       {kInstance, L"Static", {20, 478, 780, 16}, Segoe(-11), L"Instance ID: " + id},
@@ -142,9 +149,10 @@ TEST_F(SetupWindowTest, ThePanelUnfoldsBelow) {
     EXPECT_EQ(FontOf(icon), kIcons);
   }
   EXPECT_EQ(Text(2112), L"47100 control · 47101 video · 47102 audio");
-  const HWND hint = ByText(window_, L"Streaming starts automatically when you play back in Premiere."
-                                    L"\nEnable or disable this device from Preferences → Playback → "
-                                    L"Video Device.");
+  const HWND hint = ByText(window_,
+                           L"Streaming starts automatically when you play back in Premiere."
+                           L"\nEnable or disable this device from Preferences → Playback → "
+                           L"Video Device.");
   EXPECT_EQ(PlaceOf(hint), (Place{0, 1010, 780, 36}));
   const Picture open = Shot();
   EXPECT_EQ(open.At(210, 950), kCard);
@@ -232,8 +240,8 @@ TEST_F(SetupWindowTest, TheQrCodeIsThatOfThisInstallation) {
 
 TEST_F(SetupWindowTest, LongNamesEndInAnEllipsisAndStayInTheirRow) {
   const std::string longName(90, 'W');
-  const char* names[] = {"Freigabe für die Schnittplätze im Erdgeschoß", "株式会社プレビュー用アイフォン十五号",
-                         "Mac & Cheese"};
+  const char* names[] = {"Freigabe für die Schnittplätze im Erdgeschoß",
+                         "株式会社プレビュー用アイフォン十五号", "Mac & Cheese"};
   for (const char* name : names) {
     AddOrUpdateTrustedPeer({name, name, std::string(64, 'a'), "2026-03-01T10:00:00Z"});
   }

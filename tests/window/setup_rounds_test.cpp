@@ -130,8 +130,9 @@ TEST_F(SetupRoundsTest, TwentyWindowsLeaveNothingBehind) {
   EXPECT_TRUE(Eventually([&] {
     now = CountProcessResources();
     return now.threads <= resources.threads && now.handles <= resources.handles + 5;
-  })) << now.threads << " threads and " << now.handles << " handles, before " << resources.threads
-      << " and " << resources.handles;
+  })) << now.threads
+      << " threads and " << now.handles << " handles, before " << resources.threads << " and "
+      << resources.handles;
   WindowObjects left;
   EXPECT_TRUE(Eventually([&] { return (left = CountWindowObjects()) == objects; }))
       << left << ", before " << objects;
@@ -156,8 +157,14 @@ TEST_F(SetupRoundsTest, AWindowThatIsRefusedEndsQuietly) {
 }
 
 // A host that ends while the window is open, and one that ends behind a window that was closed.
-TEST_F(SetupRoundsTest, DISABLED_EndsWithTheWindowOpen) { ASSERT_NO_FATAL_FAILURE(Open()); std::exit(7); }
-TEST_F(SetupRoundsTest, DISABLED_EndsBehindTheWindow) { ASSERT_NO_FATAL_FAILURE(Live()); std::exit(7); }
+TEST_F(SetupRoundsTest, DISABLED_EndsWithTheWindowOpen) {
+  ASSERT_NO_FATAL_FAILURE(Open());
+  std::exit(7);
+}
+TEST_F(SetupRoundsTest, DISABLED_EndsBehindTheWindow) {
+  ASSERT_NO_FATAL_FAILURE(Live());
+  std::exit(7);
+}
 
 TEST_F(SetupRoundsTest, TheProcessEndsWithItAsWithout) {
   for (const char* way : {"SetupRoundsTest.DISABLED_EndsWithTheWindowOpen",
