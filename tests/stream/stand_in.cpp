@@ -19,6 +19,13 @@ namespace {
 
 const char* WindowsPrograms() { return std::getenv("VD_WINDOWS_BIN"); }
 
+// Empty: the program is this system's.
+std::string WindowsProgram(const std::string& name) {
+  if (!HostIsWindows()) return {};
+  const std::string path = std::string(WindowsPrograms()) + "/" + name + ".exe";
+  return std::filesystem::exists(path) ? path : std::string();
+}
+
 }  // namespace
 
 bool HostIsWindows() { return WindowsPrograms() != nullptr; }
@@ -28,11 +35,12 @@ StandIn::StandIn(const std::string& program, const std::vector<std::string>& arg
     : stem_(std::move(stem)) {
   const ScopedEnvironment temporary("TMPDIR", PathText(stem_.parent_path()));
   const ProcessOutput files{stem_.native() + ".out", stem_.native() + ".err"};
-  if (program != "veldrift-host" || !HostIsWindows()) {
+  const std::string forWindows = WindowsProgram(program);
+  if (forWindows.empty()) {
     process_ = StartProcess(BesideThis(program), arguments, files);
     return;
   }
-  std::vector<std::string> all = {std::string(WindowsPrograms()) + "/veldrift-host.exe"};
+  std::vector<std::string> all = {forWindows};
   all.insert(all.end(), arguments.begin(), arguments.end());
   process_ = StartProcess(VD_SOURCE_DIR "/cmake/run-wine-transforms", all, files);
 }

@@ -19,7 +19,7 @@ std::filesystem::path BesideThis(const std::string& name);
 
 // The environment variable VD_WINDOWS_BIN names the Windows build's programs: then the host is the
 // Windows one with the Windows module, under Wine, in the prefix that has encoders
-// (tests/transforms). The phone stays this system's.
+// (tests/transforms). What that build hasn't, such as the phone, stays this system's.
 bool HostIsWindows();
 
 class StandIn {

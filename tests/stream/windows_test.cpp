@@ -1,13 +1,19 @@
 // The Windows module's encoders, of each kind, seen from the phone.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <map>
+#include <sstream>
 #include <string>
 
 #include "platform/file.h"
 #include "tests/judge/video_file.h"
+#include "tests/scan/picture_file.h"
+#include "tests/scan/qr_scanner.h"
 #include "tests/stream/stage.h"
 #include "tests/support/child.h"
 #include "tools/phone/phone_exit.h"
+#include "tools/receiver/control_client.h"
 
 namespace Veldrift {
 namespace {
@@ -76,6 +82,104 @@ TEST(WindowsEngines, AreChosenByThePhoneAndTheStreamGoesOn) {
     EXPECT_EQ(summary["encoder"].get<std::string>().find(described), 0U) << summary["encoder"];
   }
   stage.EndHost();
+}
+
+// ---- The windows -------------------------------------------------------------------------------
+
+// What the windows of the host's process show, by control; empty where there is no such window.
+class Windows {
+ public:
+  explicit Windows(Stage& stage) {
+    StandIn reader("window-texts", {}, stage.NewStem("texts"));
+    EXPECT_EQ(reader.Wait(), 0);
+    std::istringstream text(reader.Output());
+    std::string kind;
+    for (std::string line; std::getline(text, line);) {
+      if (line.starts_with('[')) {
+        kind = line.substr(1, line.find(']') - 1);
+        texts_[kind][0] = line.substr(line.find(']') + 2);
+      } else {
+        texts_[kind][std::stoi(line)] = line.substr(line.find(' ') + 1);
+      }
+    }
+  }
+  // The title for control 0.
+  std::string Text(const std::string& kind, int control) const {
+    const auto window = texts_.find(kind);
+    if (window == texts_.end()) return {};
+    const auto found = window->second.find(control);
+    return found == window->second.end() ? std::string() : found->second;
+  }
+  bool Has(const std::string& kind) const { return texts_.contains(kind); }
+
+ private:
+  std::map<std::string, std::map<int, std::string>> texts_;
+};
+
+constexpr const char* kPairingWindow = "Veldrift.PairingDialog";
+constexpr const char* kSetupWindow = "Veldrift.SetupDialog";
+
+// A person reads the code off the screen, and looks at the setup while the picture runs.
+TEST(WindowsOnScreen, TheModuleShowsTheCodeAndThenTheStream) {
+  if (!HostIsWindows()) GTEST_SKIP() << "this system has no windows";
+  const ScopedEnvironment shown("VD_TRANSFORMS", "intel");
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "640x360", "--setup"}));
+  {
+    const Windows before(stage);
+    EXPECT_EQ(before.Text(kSetupWindow, 0), "Ombrette");
+    EXPECT_FALSE(before.Has(kPairingWindow));
+    EXPECT_EQ(before.Text(kSetupWindow, 2201), "Ready · waiting for iPhone");
+  }
+  ControlClient hand;
+  std::string error, token;
+  const uint32_t loopback = *ParseAddress("127.0.0.1");
+  ASSERT_TRUE(hand.Connect({loopback, stage.ControlPort()}, loopback, 10 * kNanosPerSecond, error))
+      << error;
+  const auto readOffTheScreen = [&]() -> std::optional<std::string> {
+    std::string code;
+    EXPECT_TRUE(Eventually([&] {
+      const Windows now(stage);
+      EXPECT_EQ(now.Text(kPairingWindow, 1001).substr(0, 19), "Enter this code on ");
+      code = now.Text(kPairingWindow, 1002);
+      return !code.empty();
+    }));
+    EXPECT_EQ(code.size(), 11U) << code;
+    std::erase(code, ' ');
+    return code;
+  };
+  EXPECT_EQ(hand.Pair({"hand", "Hand", ""}, readOffTheScreen, token),
+            ControlClient::PairResult::Paired);
+  hand.Disconnect();
+  EXPECT_TRUE(Eventually([&] { return !Windows(stage).Has(kPairingWindow); }));
+
+  StandIn& phone = stage.StartPhone(
+      "a", {"--codec", "h264", "--max-short-side", "180", "--gop", "long", "--seconds", "8"});
+  std::string status, line;
+  EXPECT_TRUE(Eventually([&] {
+    const Windows now(stage);
+    status = now.Text(kSetupWindow, 2201);
+    line = now.Text(kSetupWindow, 2202);
+    return phone.Ended() || (status == "Streaming" && line.find("320x180") != line.npos);
+  }));
+  EXPECT_EQ(status, "Streaming");
+  EXPECT_EQ(line.find("Active encoder: Scripted Intel H.264"), 0U) << line;
+  EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
+  ExpectGoodPictures(phone.Summary());
+  EXPECT_TRUE(Eventually(
+      [&] { return Windows(stage).Text(kSetupWindow, 2201) == "Ready · waiting for iPhone"; }));
+  stage.EndHost();
+}
+
+// The suite of windows has left a picture of the setup, and what its code is to say.
+TEST(WindowsOnScreen, TheCodeOnAPictureOfTheSetupIsThePairingUri) {
+  const char* const shots = std::getenv("VD_SHOTS");
+  if (shots == nullptr) GTEST_SKIP() << "VD_SHOTS names no pictures";
+  const std::filesystem::path folder = shots;
+  const auto picture = ReadPicture(folder / "setup-to-scan.png");
+  const auto uri = ReadWholeFile(folder / "setup-to-scan.txt");
+  ASSERT_TRUE(picture.has_value() && uri.has_value()) << folder;
+  EXPECT_EQ(ScanQr(*picture), uri);
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <optional>
 
 #include "platform/file.h"
 #include "platform/system.h"
@@ -59,6 +61,13 @@ class GdiPlus {
  private:
   ULONG_PTR token_ = 0;
 };
+
+std::optional<std::filesystem::path> ShotPath(const std::string& name) {
+  const auto folder = GetEnvironment("VD_SHOTS");
+  if (!folder) return std::nullopt;
+  std::filesystem::create_directories(PathFromText(*folder));
+  return PathFromText(*folder) / name;
+}
 
 }  // namespace
 
@@ -120,15 +129,17 @@ Place DrawnPlace(const Picture& picture, const Place& place) {
 }
 
 void KeepShot(const std::string& name, const Picture& picture) {
-  const auto folder = GetEnvironment("VD_SHOTS");
-  if (!folder) return;
-  std::filesystem::create_directories(PathFromText(*folder));
-  const std::filesystem::path path = PathFromText(*folder) / (name + ".png");
+  const auto path = ShotPath(name + ".png");
+  if (!path) return;
   const GdiPlus library;
   std::vector<uint32_t> pixels = picture.pixels;
   Gdiplus::Bitmap bitmap(picture.width, picture.height, picture.width * 4, PixelFormat32bppRGB,
                          reinterpret_cast<BYTE*>(pixels.data()));
-  EXPECT_EQ(bitmap.Save(path.c_str(), &kPngEncoder, nullptr), Gdiplus::Ok) << path;
+  EXPECT_EQ(bitmap.Save(path->c_str(), &kPngEncoder, nullptr), Gdiplus::Ok) << *path;
+}
+
+void KeepText(const std::string& name, const std::string& text) {
+  if (const auto path = ShotPath(name + ".txt")) std::ofstream(*path, std::ios::binary) << text;
 }
 
 }  // namespace Veldrift

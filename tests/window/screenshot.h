@@ -34,5 +34,7 @@ Place DrawnPlace(const Picture& picture, const Place& place);
 
 // As <name>.png in the folder that VD_SHOTS names; does nothing where it names none.
 void KeepShot(const std::string& name, const Picture& picture);
+// Likewise as <name>.txt.
+void KeepText(const std::string& name, const std::string& text);
 
 }  // namespace Veldrift

@@ -225,6 +225,9 @@ TEST_F(SetupWindowTest, ThePaintIsWhereItBelongs) {
 // What a phone's camera sees is the pairing URI, pixel by pixel.
 TEST_F(SetupWindowTest, TheQrCodeIsThatOfThisInstallation) {
   ASSERT_NO_FATAL_FAILURE(Open());
+  // For a reader that isn't ours, which another system has.
+  KeepShot("setup-to-scan", PictureOfWindow(window_));
+  KeepText("setup-to-scan", BuildPairingUri(LoadOrCreateInstallIdentity()));
   const auto shown = [&] { return Part(Shot(), {32, 94, 200, 200}); };
   const auto expected = [] {
     const auto bitmap =
