@@ -48,8 +48,7 @@ std::optional<GrayPicture> ReadPicture(const std::filesystem::path& path) {
   const Packet packet(av_packet_alloc());
   const Frame frame(av_frame_alloc());
   if (!decoder || avcodec_parameters_to_context(decoder.get(), &format) < 0 ||
-      avcodec_open2(decoder.get(), codec, nullptr) < 0 ||
-      av_read_frame(opened, packet.get()) < 0 ||
+      avcodec_open2(decoder.get(), codec, nullptr) < 0 || av_read_frame(opened, packet.get()) < 0 ||
       avcodec_send_packet(decoder.get(), packet.get()) < 0) {
     return std::nullopt;
   }

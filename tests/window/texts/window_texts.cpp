@@ -1,5 +1,6 @@
-// Prints what the plug-in's windows show, of whichever process: for each a line "[class] title", then
-// one for each control that has an id and is visible, "id text". Line ends in a text become " / ".
+// Prints what the plug-in's windows show, of whichever process: for each a line "[class] title",
+// then one for each control that has an id and is visible, "id text". Line ends in a text become "
+// / ".
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,8 +14,8 @@ namespace {
 std::string TextOf(HWND window) {
   const auto length = size_t(SendMessageW(window, WM_GETTEXTLENGTH, 0, 0));
   std::vector<wchar_t> text(length + 1);
-  const auto copied = size_t(
-      SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data())));
+  const auto copied =
+      size_t(SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data())));
   std::string narrow = NarrowText({text.data(), copied});
   for (size_t at = narrow.find('\n'); at != narrow.npos; at = narrow.find('\n', at)) {
     narrow.replace(at, 1, " / ");
