@@ -20,8 +20,8 @@ struct Network {
     }
   }
 
-  TestSender sender;
-  ArrivalLedger ledger;
+  TestSender sender{};
+  ArrivalLedger ledger{};
 };
 
 TEST(ArrivalLedger, TellsFramesThatCouldHaveBeenRepairedFromOthers) {
@@ -42,6 +42,22 @@ TEST(ArrivalLedger, TellsFramesThatCouldHaveBeenRepairedFromOthers) {
   EXPECT_EQ(found[1].came, 4u);
   EXPECT_EQ(found[1].dropped, 3u);
   EXPECT_FALSE(found[1].Repairable());
+}
+
+TEST(ArrivalLedger, AnotherSendersFramesAreNotTakenForOldOnes) {
+  Network network{.sender = {.frameNumber = 5'000}};
+  for (int i = 0; i < 3; ++i) network.Send({});
+  network.ledger.Delivered(5'000);
+  network.ledger.Delivered(5'002);
+  network.ledger.BeginAnew();
+  network.sender.frameNumber = 0;
+  network.Send({});
+  network.Send({});
+  network.ledger.Delivered(1);
+  const std::vector<LostFrame> found = network.ledger.Lost();
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[0].frameNumber, 5'001);
+  EXPECT_EQ(found[1].frameNumber, 0);
 }
 
 TEST(ArrivalLedger, AFragmentThatComesTwiceCountsOnce) {

@@ -6,55 +6,11 @@
 #include <future>
 
 #include "net/control_protocol.h"
+#include "tests/support/eventually.h"
+#include "tests/tools/scripted_plugin.h"
 
 namespace Veldrift {
 namespace {
-
-// A plug-in's end of the connection that says and expects exactly what the test tells it to.
-class ScriptedPlugin {
- public:
-  ScriptedPlugin() : listener_(ListenTcp(0, *ParseAddress("127.0.0.1"))) {}
-
-  Ipv4Endpoint Address() const { return {*ParseAddress("127.0.0.1"), listener_->Port()}; }
-
-  // Runs `script` on a thread of its own with the accepted connection.
-  template <typename Script>
-  void Run(Script script) {
-    thread_ = std::thread([this, script] {
-      peer_ = listener_->Accept(10 * kNanosPerSecond);
-      if (peer_) script(*this);
-      if (peer_) peer_->Disconnect();
-    });
-  }
-  ~ScriptedPlugin() {
-    if (thread_.joinable()) thread_.join();
-  }
-
-  void Say(const std::string& bytes) {
-    size_t sent = 0;
-    EXPECT_EQ(peer_->TrySend(std::as_bytes(std::span(bytes)), sent),
-              StreamSocket::SendResult::Sent);
-    EXPECT_EQ(sent, bytes.size());
-  }
-  std::string Hear(size_t count) {
-    std::string bytes(count, '\0');
-    size_t have = 0;
-    while (have < count) {
-      const auto got = peer_->Receive(std::as_writable_bytes(std::span(bytes)).subspan(have));
-      if (got <= 0) break;
-      have += size_t(got);
-    }
-    bytes.resize(have);
-    return bytes;
-  }
-  void WaitForEnd() { Hear(1); }
-
- private:
-  SocketLayer layer_;
-  std::unique_ptr<StreamListener> listener_;
-  std::unique_ptr<StreamSocket> peer_;
-  std::thread thread_;
-};
 
 using PairResult = ControlClient::PairResult;
 const std::string kHello =
@@ -189,6 +145,24 @@ TEST(ControlClient, StatusMessagesAreReadByTheirShape) {
   ASSERT_EQ(engines.size(), 1U);
   EXPECT_EQ(engines[0].id, "a");
   EXPECT_EQ(engines[0].label, "bb");
+}
+
+TEST(ControlClient, TellsHowTheConnectionEndedAndWhenItLastHeard) {
+  ScriptedPlugin plugin;
+  plugin.Run([](ScriptedPlugin& p) {
+    p.Hear(10);
+    p.Say("\x33\x01t");
+    p.Say("\x09");
+  });
+  Client client(plugin);
+  ASSERT_EQ(client.Pair(), PairResult::Paired);
+  int64_t beatNs = 0;
+  client.client.StartReading([&](const StatusMessage& message) { beatNs = message.timeNs; });
+  ASSERT_TRUE(Eventually([&] { return client.client.Ended(); }));
+  EXPECT_EQ(client.client.EndText(), "the plug-in closed the connection");
+  EXPECT_GT(beatNs, 0);
+  EXPECT_LE(client.client.LastHeardNs(), beatNs);
+  EXPECT_GT(client.client.LastHeardNs(), beatNs - kNanosPerSecond);
 }
 
 TEST(ControlClient, CommandsGoOutAsOneOpcodeAndItsPayload) {

@@ -32,6 +32,7 @@ class Assembler {
   }
   void Poll() { assembler_.Poll(nowNs); }
   void Flush() { assembler_.Flush(); }
+  void BeginAnew() { assembler_.BeginAnew(); }
   AssemblerCounters Counters() const { return assembler_.Counters(); }
 
   std::vector<int> Numbers() const {
@@ -330,6 +331,26 @@ TEST(FrameAssembler, AFrameWhoseEndContradictsItselfIsNotDelivered) {
   assembler.Flush();
   EXPECT_TRUE(assembler.frames.empty());
   EXPECT_EQ(assembler.Counters().violations, 1U);
+}
+
+// As after the plug-in was started anew: its numbers begin at 0 again.
+TEST(FrameAssembler, AnotherSendersNumbersBeginAnewAndWhatWasLostBeforeStaysCounted) {
+  Assembler assembler;
+  TestSender before{.frameNumber = 5'000, .sequence = 70'000};
+  assembler.Take(before.Next(4'000));
+  before.Next(4'000);  // lost
+  assembler.Take(before.Next(4'000));
+  assembler.BeginAnew();  // and what was whole comes out
+  const auto lost = assembler.Counters();
+  EXPECT_EQ(lost.framesLost, 1U);
+  EXPECT_EQ(lost.missingDatagrams, 4U);
+  TestSender after{.frameNumber = 0, .sequence = 0};
+  assembler.Take(after.Next(4'000));
+  assembler.Take(after.Next(4'000));
+  EXPECT_EQ(assembler.Numbers(), (Numbers{5'000, 5'002, 0, 1}));
+  EXPECT_EQ(assembler.Counters().framesLost, 1U);
+  EXPECT_EQ(assembler.Counters().late, 0U);
+  EXPECT_EQ(assembler.Counters().missingDatagrams, 4U);
 }
 
 TEST(FrameAssembler, FramesThatNeverEndDontPushOutTheStream) {

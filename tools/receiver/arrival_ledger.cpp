@@ -47,10 +47,22 @@ void ArrivalLedger::Delivered(uint16_t frameNumber) {
   if (number > newest_ - kSettledBehind) open_[number].delivered = true;
 }
 
+void ArrivalLedger::Settle(const Entry& entry) {
+  if (!entry.delivered && lost_.size() < kMostKept) lost_.push_back(entry.frame);
+}
+
+void ArrivalLedger::BeginAnew() {
+  for (const auto& [number, entry] : open_) {
+    if (number < newestDelivered_) Settle(entry);
+  }
+  open_.clear();
+  newestDelivered_ = -1;
+  started_ = false;
+}
+
 void ArrivalLedger::SettleOld() {
   while (!open_.empty() && open_.begin()->first <= newest_ - kSettledBehind) {
-    const Entry& entry = open_.begin()->second;
-    if (!entry.delivered && lost_.size() < kMostKept) lost_.push_back(entry.frame);
+    Settle(open_.begin()->second);
     open_.erase(open_.begin());
   }
 }

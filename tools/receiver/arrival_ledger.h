@@ -33,6 +33,9 @@ class ArrivalLedger {
   void Note(std::span<const std::byte> datagram, bool dropped);
   void Delivered(uint16_t frameNumber);
 
+  // Another sender may come next, with other numbers: what is open is settled.
+  void BeginAnew();
+
   // The lost frames of the whole run so far, the first kMostKept of them.
   std::vector<LostFrame> Lost() const;
 
@@ -48,6 +51,7 @@ class ArrivalLedger {
   // The frame's place on a line that doesn't wrap; moves newest_ on.
   int64_t Place(uint16_t frameNumber);
   void SettleOld();
+  void Settle(const Entry& entry);
 
   std::map<int64_t, Entry> open_;  // numbers here don't wrap
   int64_t newest_ = 0;

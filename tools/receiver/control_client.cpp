@@ -41,6 +41,7 @@ bool ControlClient::Connect(const Ipv4Endpoint& host, uint32_t localAddress, int
                             std::string& error) {
   socket_ = ConnectTcp(host, localAddress, timeoutNs);
   if (!socket_) error = ErrorText();
+  lastHeardNs_ = SteadyNanos();
   return socket_ != nullptr;
 }
 
@@ -59,10 +60,25 @@ std::string ControlClient::Violation() const {
   return violation_;
 }
 
+void ControlClient::NoteEnd(std::string text) {
+  const MutexLock lock(mutex_);
+  endText_ = std::move(text);
+}
+
+std::string ControlClient::EndText() const {
+  const MutexLock lock(mutex_);
+  return endText_;
+}
+
 bool ControlClient::ReadExactly(std::span<std::byte> out) {
   while (!out.empty()) {
     const std::ptrdiff_t count = socket_->Receive(out);
-    if (count <= 0) return false;
+    if (count <= 0) {
+      NoteEnd(count == 0 ? "the plug-in closed the connection"
+                         : "the connection failed: " + ErrorText());
+      return false;
+    }
+    lastHeardNs_ = SteadyNanos();
     out = out.subspan(size_t(count));
   }
   return true;

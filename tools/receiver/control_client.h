@@ -66,6 +66,13 @@ class ControlClient {
   // True once the reading thread has seen the end.
   bool Ended() const { return ended_; }
 
+  // When something last came from the plug-in, on the steady clock: at least a heartbeat comes each
+  // second. From any thread.
+  int64_t LastHeardNs() const { return lastHeardNs_; }
+
+  // Once Ended: how the connection ended, as half a sentence.
+  std::string EndText() const;
+
   // What the plug-in did against the protocol; empty if nothing.
   std::string Violation() const;
 
@@ -80,14 +87,17 @@ class ControlClient {
   bool Read(StatusMessage& message);
   void ReadLoop(const StatusCallback& onStatus);
   void Violate(std::string text);
+  void NoteEnd(std::string text);
 
   SocketLayer socketLayer_;
   std::unique_ptr<StreamSocket> socket_;
   std::thread reader_;
   std::atomic<bool> ended_{false};
   std::atomic<bool> closing_{false};
+  std::atomic<int64_t> lastHeardNs_{0};
   mutable Mutex mutex_;
   std::string violation_ VD_GUARDED_BY(mutex_);
+  std::string endText_ VD_GUARDED_BY(mutex_);
 };
 
 }  // namespace Veldrift

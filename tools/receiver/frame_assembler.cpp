@@ -179,9 +179,17 @@ void FrameAssembler::Flush() {
   while (!whole_.empty()) DeliverFirst();
 }
 
+void FrameAssembler::BeginAnew() {
+  Flush();
+  StartOver(0);
+  started_ = false;
+  missingBefore_ += sequences_.Missing();
+  sequences_ = {};
+}
+
 AssemblerCounters FrameAssembler::Counters() const {
   AssemblerCounters counters = counters_;
-  counters.missingDatagrams = sequences_.Missing();
+  counters.missingDatagrams = missingBefore_ + sequences_.Missing();
   return counters;
 }
 

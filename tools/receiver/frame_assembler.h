@@ -68,6 +68,10 @@ class FrameAssembler {
   // The end: delivers the whole frames that still wait for older ones.
   void Flush();
 
+  // Another sender may come next, whose numbers have nothing to do with those so far: delivers what
+  // is whole and forgets the rest. The counters go on.
+  void BeginAnew();
+
   AssemblerCounters Counters() const;
 
  private:
@@ -96,6 +100,7 @@ class FrameAssembler {
   std::map<int64_t, WholeFrame> whole_;  // waiting for older ones
   size_t wholeBytes_ = 0;
   SequenceTracker sequences_;
+  uint64_t missingBefore_ = 0;  // of the senders before
   AssemblerCounters counters_;
 };
 

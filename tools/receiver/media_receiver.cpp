@@ -42,9 +42,10 @@ class MediaReceiver::Stream {
         loss_(SeedFor(stream, options.loss),
               [this](std::span<const std::byte> bytes) { assembler_.Add(bytes, nowNs_); }) {}
 
-  void Start(const FrameCallback& onFrame, const std::atomic<bool>& running) {
+  void Start(const FrameCallback& onFrame, const std::atomic<bool>& running,
+             const std::atomic<uint32_t>& connection) {
     onFrame_ = &onFrame;
-    thread_ = std::thread([this, &running] { Run(running); });
+    thread_ = std::thread([this, &running, &connection] { Run(running, connection); });
   }
 
   void Join() {
@@ -65,7 +66,7 @@ class MediaReceiver::Stream {
     return settings;
   }
 
-  void Run(const std::atomic<bool>& running) {
+  void Run(const std::atomic<bool>& running, const std::atomic<uint32_t>& connection) {
     std::vector<std::byte> memory(kBatch * kBufferBytes);
     std::vector<DatagramSocket::Slot> slots(kBatch);
     for (size_t i = 0; i < kBatch; ++i) {
@@ -75,6 +76,7 @@ class MediaReceiver::Stream {
       const size_t count =
           socket_->ReceiveMany(slots, assembler_.Waits() ? kWaitingSliceNs : kSliceNs);
       nowNs_ = SteadyNanos();
+      Follow(connection);
       for (const DatagramSocket::Slot& slot : std::span(slots).first(count)) {
         PassOn(slot.buffer.first(slot.length));
       }
@@ -86,6 +88,14 @@ class MediaReceiver::Stream {
     Publish();
   }
 
+  void Follow(uint32_t connection) {
+    if (connection == connection_) return;
+    loss_.Flush();
+    assembler_.BeginAnew();
+    ledger_.BeginAnew();
+    connection_ = connection;
+  }
+
   void PassOn(std::span<const std::byte> datagram) {
     const uint64_t before = loss_.Dropped();
     loss_.Push(datagram);
@@ -94,6 +104,7 @@ class MediaReceiver::Stream {
 
   void Deliver(WholeFrame&& frame) {
     ledger_.Delivered(frame.frameNumber);
+    frame.connection = connection_;
     (*onFrame_)(std::move(frame));
   }
 
@@ -106,6 +117,7 @@ class MediaReceiver::Stream {
   const std::unique_ptr<DatagramSocket> socket_;
   const FrameCallback* onFrame_ = nullptr;
   int64_t nowNs_ = 0;         // the receiving thread's
+  uint32_t connection_ = 0;   // the receiving thread's
   FrameAssembler assembler_;  // the receiving thread's
   LossSimulator loss_;        // the receiving thread's
   ArrivalLedger ledger_;      // the receiving thread's
@@ -133,8 +145,8 @@ MediaReceiver::OpenResult MediaReceiver::Open(std::string& error) {
 void MediaReceiver::Start(FrameCallback onFrame) {
   onFrame_ = std::move(onFrame);
   running_ = true;
-  video_->Start(onFrame_, running_);
-  audio_->Start(onFrame_, running_);
+  video_->Start(onFrame_, running_, connection_);
+  audio_->Start(onFrame_, running_, connection_);
 }
 
 void MediaReceiver::Stop() {

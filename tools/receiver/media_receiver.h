@@ -55,6 +55,11 @@ class MediaReceiver {
   // Once, after Open.
   void Start(FrameCallback onFrame);
 
+  // The plug-in may be another one from now on: frames of the connection of this number (from 1 on)
+  // are told apart from those before, whose numbers and times they don't go on with. From any
+  // thread.
+  void BeginConnection(uint32_t number) { connection_ = number; }
+
   // Ends both threads; the callback has got every whole frame when this returns.
   void Stop();
 
@@ -70,6 +75,7 @@ class MediaReceiver {
   SocketLayer socketLayer_;
   FrameCallback onFrame_;
   std::atomic<bool> running_{false};
+  std::atomic<uint32_t> connection_{0};
   std::unique_ptr<Stream> video_;
   std::unique_ptr<Stream> audio_;
 };

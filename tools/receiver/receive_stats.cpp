@@ -5,6 +5,21 @@
 
 namespace Veldrift {
 
+namespace {
+
+constexpr size_t kMostKept = 1 << 16;
+
+}  // namespace
+
+void DelayStats::Add(int64_t nanos) {
+  if (count_++ % step_ != 0) return;
+  nanos_.push_back(nanos);
+  if (nanos_.size() < kMostKept) return;
+  step_ *= 2;
+  for (size_t i = 0; i < nanos_.size() / 2; ++i) nanos_[i] = nanos_[2 * i];
+  nanos_.resize(nanos_.size() / 2);
+}
+
 double DelayStats::PercentileMs(double percent) const {
   if (nanos_.empty()) return 0;
   std::vector<int64_t> sorted = nanos_;

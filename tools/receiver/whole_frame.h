@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -12,6 +13,9 @@ namespace Veldrift {
 
 struct WholeFrame {
   StreamType stream = StreamType::Video;
+  // Which of the receiver's connections it came with. With another one, frame numbers and time
+  // stamps may begin anew, and the picture before is no reference.
+  uint32_t connection = 0;
   uint16_t frameNumber = 0;
   bool keyFrame = false;
   uint32_t timestamp = 0;                  // microseconds of the sender's timeline; wraps
@@ -21,5 +25,7 @@ struct WholeFrame {
   std::optional<uint32_t> sendTimeMicros;  // the sender's clock at framing; wraps
   size_t repairedFragments = 0;            // restored by the block code
 };
+
+using SharedFrame = std::shared_ptr<const WholeFrame>;
 
 }  // namespace Veldrift
