@@ -15,7 +15,7 @@ TEST(Lifecycle, TenLoadsWithSeveralInstancesAndPhonesLeaveNothingBehind) {
                        "--frames", "45", "--audio-road", "pull"}));
   // A phone goes when the module does; the next one comes by its token.
   while (!stage.Host().Ended()) {
-    StandIn& phone = stage.StartPhone("a", {"--codec", "h264"});
+    StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--no-reconnect"});
     ASSERT_TRUE(Eventually([&] { return phone.Ended() || stage.Host().Ended(); }));
     phone.Kill();
   }

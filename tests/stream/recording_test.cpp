@@ -6,6 +6,7 @@
 #include "platform/file.h"
 #include "tests/judge/video_file.h"
 #include "tests/stream/stage.h"
+#include "tools/phone/phone_exit.h"
 
 namespace Veldrift {
 namespace {
@@ -82,13 +83,13 @@ TEST_F(Recording, CanBeStreamedWithItsSound) {
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--input", PathText(stage_->File("take.mkv")), "--audio", "file", "--frames",
                        std::to_string(file_->pictures - 3)}));
-  StandIn& phone =
-      stage.StartPhone("b", {"--codec", "h264", "--record", PathText(stage.File("copy.mkv"))});
-  EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
+  StandIn& phone = stage.StartPhone(
+      "b", {"--codec", "h264", "--no-reconnect", "--record", PathText(stage.File("copy.mkv"))});
+  EXPECT_EQ(phone.Wait(), kExitLost) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0);
   EXPECT_EQ(stage.Host().Summary().value("undisposed", -1), 0);
   const nlohmann::json summary = phone.Summary();
-  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary, kExitLost));
   EXPECT_EQ(summary["codec"], "H.264");
   EXPECT_EQ(summary["width"], 640);
   EXPECT_EQ(summary["height"], 360);
@@ -128,18 +129,23 @@ TEST(InStepBehindAChange, OfTheSizeThreeTimes) {
   ASSERT_NO_FATAL_FAILURE(
       stage.StartHost({"--size", "320x240", "--fps", "30", "--clapper", "--script",
                        "3 size 480x270, 6 size 640x360, 9 size 320x180", "--frames", "390"}));
-  StandIn& phone = stage.StartPhone(
-      "a", {"--codec", "h264", "--gop", "long", "--record", PathText(stage.File("take.mkv"))});
-  EXPECT_EQ(phone.Wait(), 0) << testing::PrintToString(phone.Complaints());
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "long", "--no-reconnect",
+                                          "--record", PathText(stage.File("take.mkv"))});
+  EXPECT_EQ(phone.Wait(), kExitLost) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0);
-  EXPECT_EQ(phone.Summary()["recording"]["files"], 4);
+  const nlohmann::json recording = phone.Summary()["recording"];
+  EXPECT_EQ(recording["files"], 4);
+  double seconds = 0;
   for (const char* name : {"take.mkv", "take-2.mkv", "take-3.mkv", "take-4.mkv"}) {
     const VideoFile take = ReadVideoFile(stage.File(name));
     EXPECT_EQ(take.error, "") << name;
     const Sync sync = MeasureSync(take);
     EXPECT_LT(sync.worst, kFrame) << name;
     EXPECT_GE(sync.flashes, 1U) << name;
+    seconds += std::max(take.times.back() - take.times.front(), take.soundSeconds);
   }
+  // Each file begins at its own 0.
+  EXPECT_NEAR(recording["seconds"].get<double>(), seconds, 0.2);
 }
 
 TEST(Scaling, TheShorterSideIsNoLongerThanThePhoneAllows) {

@@ -26,6 +26,10 @@ class Stage {
   // control port is free: the machine may be shared.
   void StartHost(const Arguments& arguments = {"--size", "640x360", "--fps", "30"});
 
+  // Starts one again behind one that ended: the same application, with the same settings and
+  // trusted phones, and a log of its own.
+  void StartHostAgain();
+
   StandIn& Host() { return *host_; }
   uint16_t ControlPort() const { return TraitsOf(role_).controlPort; }
   // What the host was given as --home.
@@ -39,6 +43,13 @@ class Stage {
   // The same without a code: the token must do, or what `arguments` give.
   StandIn& StartPhoneWithoutCode(const std::string& id, const Arguments& arguments);
 
+  // Whether this user can mount a disk for one process.
+  bool CanMount();
+  // A phone that records to the file of this name on a disk of three megabytes; what is there when
+  // it ends is in File(name).
+  StandIn& StartPhoneOnSmallDisk(const std::string& id, const std::string& name,
+                                 const Arguments& arguments);
+
   // Ends the host by Ctrl-C and expects that it got every frame back; its summary.
   nlohmann::json EndHost();
 
@@ -49,20 +60,23 @@ class Stage {
 
  private:
   bool TryHost(const Arguments& arguments);
+  bool RunHost();
+  Arguments PhoneArguments(const std::string& id, const Arguments& arguments);
 
   ScratchFolder folder_;  // first, so that the children are gone before it
   std::filesystem::path home_;
   std::string installation_;
   HostApplication role_ = HostApplication::MediaEncoder;
+  Arguments hostArguments_;
   std::unique_ptr<StandIn> host_;
   std::deque<StandIn> phones_;
   int stems_ = 0;
 };
 
-// True once the phone has decoded pictures for a while: it writes one then.
+// True once the phone has decoded pictures for a while: it writes the second one then.
 bool ShowsPictures(const std::filesystem::path& snapshots);
 
-// Expects the summary of a phone that got its pictures, in order and right.
-void ExpectGoodPictures(const nlohmann::json& summary);
+// Expects the summary of a phone that got its pictures, in order and right, and ended with `exit`.
+void ExpectGoodPictures(const nlohmann::json& summary, int exit = 0);
 
 }  // namespace Veldrift

@@ -54,6 +54,12 @@ int StandIn::Wait() {
 
 void StandIn::Interrupt() { ASSERT_TRUE(process_->Interrupt()) << "it has ended before"; }
 
+void StandIn::CloseTerminal() {
+  const auto kill = StartProcess("/bin/kill", {"-HUP", std::to_string(process_->Number())});
+  ASSERT_NE(kill, nullptr);
+  ASSERT_EQ(kill->Wait(), 0);
+}
+
 std::string StandIn::Output() const { return Said(".out"); }
 
 // Lines end as this system's do.

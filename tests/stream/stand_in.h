@@ -34,6 +34,8 @@ class StandIn {
   // As if Ctrl-C were pressed.
   void Interrupt();
   void Kill() { process_->Kill(); }
+  // As if its terminal were closed.
+  void CloseTerminal();
   bool Ended() { return process_->WaitFor(0).has_value(); }
 
   std::string Output() const;

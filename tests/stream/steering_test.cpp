@@ -67,11 +67,11 @@ TEST(Steering, ASourceThatChangesItsSizeAndRateWhileItPlaysIsToldAndShown) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240", "--fps", "30", "--script",
                                            "2 size 480x270, 3.5 fps 24", "--frames", "130"}));
-  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "long"});
-  EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
+  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--gop", "long", "--no-reconnect"});
+  EXPECT_EQ(phone.Wait(), kExitLost) << testing::PrintToString(phone.Complaints());
   EXPECT_EQ(stage.Host().Wait(), 0) << testing::PrintToString(stage.Host().Complaints());
   const nlohmann::json summary = phone.Summary();
-  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary, kExitLost));
   EXPECT_EQ(summary["width"], 480);
   EXPECT_EQ(summary["height"], 270);
   std::vector<std::array<int, 3>> told;

@@ -25,14 +25,18 @@ TEST(SuddenEnd, AfterAPhoneWasKilledTheNextOneGetsItsPictures) {
 TEST(SuddenEnd, AfterTheHostWasKilledThePhoneEndsAndItsRecordingIsWhole) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  StandIn& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a")), "--record",
-                                          PathText(stage.File("take.mkv"))});
+  StandIn& phone =
+      stage.StartPhone("a", {"--no-reconnect", "--snapshots", PathText(stage.File("a")), "--record",
+                             PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.Host().Kill();
   EXPECT_EQ(stage.Host().Wait(), -1);
-  EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
+  EXPECT_EQ(phone.Wait(), kExitLost);
+  ASSERT_EQ(phone.Complaints().size(), 1U) << testing::PrintToString(phone.Complaints());
+  EXPECT_TRUE(phone.Complaints()[0].starts_with("veldrift-phone: the connection was lost after "));
   const nlohmann::json summary = phone.Summary();
-  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary));
+  EXPECT_EQ("veldrift-phone: " + summary.value("verdict", ""), phone.Complaints()[0]);
+  ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(summary, kExitLost));
   const VideoFile take = ReadVideoFile(stage.File("take.mkv"));
   EXPECT_EQ(take.error, "");
   EXPECT_GE(take.pictures, summary["decoder"]["decoded"]);
@@ -57,11 +61,12 @@ TEST(SuddenEnd, BothTakeCtrlCAndLeaveEverythingTidy) {
 TEST(SuddenEnd, TheHostTakesCtrlCWhileAPhoneWatches) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  StandIn& phone = stage.StartPhone("a", {"--snapshots", PathText(stage.File("a"))});
+  StandIn& phone =
+      stage.StartPhone("a", {"--no-reconnect", "--snapshots", PathText(stage.File("a"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.EndHost();
-  EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
-  ExpectGoodPictures(phone.Summary());
+  EXPECT_EQ(phone.Wait(), kExitLost) << testing::PrintToString(phone.Complaints());
+  ExpectGoodPictures(phone.Summary(), kExitLost);
 }
 
 }  // namespace

@@ -15,8 +15,6 @@
 
 namespace Veldrift {
 
-using SharedFrame = std::shared_ptr<const WholeFrame>;
-
 class FrameWorker {
  public:
   using Work = std::function<void(const SharedFrame&)>;

@@ -4,62 +4,39 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <utility>
 
-#include "media_pipeline.h"
-#include "net/control_protocol.h"
+#include "decoding_sink.h"
 #include "phone_exit.h"
 #include "phone_options.h"
 #include "plugin_finder.h"
+#include "recording_sink.h"
+#include "screen.h"
 #include "summary.h"
 #include "support/clock.h"
-#include "tools/cli/status_line.h"
 #include "tools/platform/interrupt.h"
+#include "tools/platform/posix/output_file.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
+#include "tools/receiver/session.h"
 
 namespace Veldrift {
 namespace {
 
-constexpr int64_t kTickNs = 20 * kNanosPerMilli;
-constexpr int64_t kKeyFramePeriodNs = 300 * kNanosPerMilli;
-
-std::string StatusText(const MediaReceiver& receiver, const MediaPipeline& media, int64_t runNs) {
-  const LiveCounters live = media.Live();
-  const AssemblerCounters video = receiver.Counters(StreamType::Video).assembler;
-  char text[256];
-  std::snprintf(
-      text, sizeof text,
-      "%5.1f s  %s %dx%d  %llu whole  %llu repaired  %llu lost  %llu decoded  %.1f Mbit/s",
-      double(runNs) / 1e9, live.codec, live.width, live.height,
-      (unsigned long long)video.framesWhole, (unsigned long long)video.framesRepaired,
-      (unsigned long long)video.framesLost, (unsigned long long)live.decoded,
-      media.BitRate() / 1e6);
-  return text;
-}
-
-// Until the time is up, the user or the plug-in has had enough.
-void Watch(const PhoneOptions& options, const std::atomic<bool>& interrupted,
-           const MediaReceiver& receiver, const MediaPipeline& media, PhoneLink& link) {
-  StatusLine status(options.json);
-  const int64_t startNs = SteadyNanos();
-  int64_t askedNs = startNs;
-  while (!interrupted && !link.Ended()) {
-    const int64_t nowNs = SteadyNanos();
-    if (options.seconds > 0 && nowNs - startNs >= int64_t(options.seconds * 1e9)) break;
-    link.SendDue(nowNs);
-    if (media.WantsKeyFrame() && nowNs - askedNs >= kKeyFramePeriodNs) {
-      link.Send({kRequestIdr, {}});
-      askedNs = nowNs;
-    }
-    status.Show(StatusText(receiver, media, nowNs - startNs), nowNs);
-    SystemClock().SleepFor(kTickNs);
+// The answer of a run that didn't come to a stream: one sentence, and for a program the same.
+int Fail(const PhoneOptions& options, PhoneExit exit, const std::string& sentence) {
+  if (options.json) {
+    std::fputs(ErrorJson({exit, sentence}).c_str(), stdout);
+    std::fflush(stdout);
   }
+  return Complain(exit, sentence);
 }
 
 int Report(const PhoneOptions& options, const RunResult& result) {
-  const Verdict verdict = Judge(result);
+  const Verdict verdict = Judge(result.findings, options.expected);
   const std::string text = options.json ? SummaryJson(result, verdict) : SummaryText(result);
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
@@ -85,27 +62,17 @@ std::optional<int> LocatePlugin(PhoneOptions& options, FoundPlugins& found,
   if (!options.discover) return std::nullopt;
   std::string sentence;
   const PhoneExit exit = FindPlugin(options, interrupted, found, sentence);
-  if (!options.json) std::printf("%s", ListOf(found.services).c_str());
-  if (!sentence.empty()) return Complain(exit, sentence);
-  options.host = found.chosen;
-  return std::nullopt;
-}
-
-PhoneExit ExitOf(LinkResult result) {
-  switch (result) {
-    case LinkResult::Open:
-    case LinkResult::Interrupted:
-      return kExitGood;
-    case LinkResult::NoAnswer:
-      return kExitCantConnect;
-    case LinkResult::Refused:
-      return kExitRefused;
-    case LinkResult::Broken:
-      return kExitBroken;
-    case LinkResult::Failed:
-      break;
+  if (!options.json) {
+    std::printf("%s", ListOf(found.services).c_str());
+    std::fflush(stdout);
   }
-  return kExitFailed;
+  if (!sentence.empty()) return Fail(options, exit, sentence);
+  options.host = found.chosen;
+  if (found.services.size() > 1) {
+    std::fprintf(stderr, "veldrift-phone: connecting to %s, id=%s, of those that were found\n",
+                 AddressText(found.chosen.address).c_str(), found.chosenId.c_str());
+  }
+  return std::nullopt;
 }
 
 // Whoever sits at the terminal. Nothing has been recorded while the code is awaited.
@@ -116,49 +83,139 @@ CodeReader TerminalReader() {
             if (!std::getline(std::cin, line)) return std::nullopt;
             return line;
           },
-          [] { std::_Exit(kExitRefused); }};
+          [] { std::_Exit(Complain(kExitInterrupted, "interrupted")); }};
+}
+
+// What a run is made of, in the order of what uses what.
+class Phone {
+ public:
+  Phone(const PhoneOptions& options, const FoundPlugins& found,
+        const std::atomic<bool>& interrupted);
+
+  int Run();
+
+ private:
+  // False: `exit_` and `sentence_` say why not.
+  bool Prepare();
+  bool OpenFiles();
+  Session::Parts Parts();
+  Findings Judgement(SessionResult session) const;
+
+  const PhoneOptions& options_;
+  const FoundPlugins& found_;
+  const std::atomic<bool>& interrupted_;
+  PhoneExit exit_ = kExitFailed;
+  std::string sentence_;
+  std::unique_ptr<SnapshotWriter> snapshots_;
+  std::unique_ptr<RecordingSink> recording_;
+  DecodingSink decoding_;
+  std::vector<FrameSink*> sinks_;
+  MediaReceiver receiver_;
+  PhoneLink link_;
+  NetworkWhereabouts whereabouts_;
+  Screen screen_;
+};
+
+MediaReceiverOptions ReceiverOptions(const PhoneOptions& options) {
+  AssemblerLimits limits;
+  limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
+  return {.bindAddress = options.bindAddress, .loss = options.loss, .limits = limits};
+}
+
+Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
+             const std::atomic<bool>& interrupted)
+    : options_(options),
+      found_(found),
+      interrupted_(interrupted),
+      snapshots_(options.snapshots.empty()
+                     ? nullptr
+                     : std::make_unique<SnapshotWriter>(options.snapshots, options.snapshotEvery)),
+      recording_(options.record.empty()
+                     ? nullptr
+                     : std::make_unique<RecordingSink>(options.record, options.overwrite)),
+      decoding_(snapshots_.get()),
+      sinks_{&decoding_},
+      receiver_(ReceiverOptions(options)),
+      link_(options, interrupted, TerminalReader()),
+      whereabouts_(options.plugin, found.chosenId),
+      screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
+  if (recording_) sinks_.push_back(recording_.get());
+}
+
+// Before anything is connected, so that it isn't in vain.
+bool Phone::OpenFiles() {
+  if (snapshots_ && !snapshots_->Start()) {
+    sentence_ = snapshots_->Error();
+    return false;
+  }
+  return !recording_ || recording_->Begin(sentence_);
+}
+
+bool Phone::Prepare() {
+  const MediaReceiver::OpenResult opened = receiver_.Open(sentence_);
+  if (opened == MediaReceiver::OpenResult::PortInUse) exit_ = kExitPortInUse;
+  return opened == MediaReceiver::OpenResult::Opened && OpenFiles();
+}
+
+Session::Parts Phone::Parts() {
+  const bool canMove = options_.discover || !options_.plugin.empty();
+  return {link_,
+          sinks_,
+          [this](uint32_t number) { receiver_.BeginConnection(number); },
+          screen_,
+          canMove ? &whereabouts_ : nullptr,
+          SystemClock(),
+          interrupted_};
+}
+
+Findings Phone::Judgement(SessionResult session) const {
+  std::string fileError;
+  for (const FrameSink* sink : sinks_) {
+    if (fileError.empty()) fileError = sink->Failure();
+  }
+  return {std::move(session),
+          receiver_.Counters(StreamType::Video).assembler,
+          receiver_.Counters(StreamType::Audio).assembler,
+          decoding_.Decoder().Counters(),
+          decoding_.Checker().Counters().firstFault,
+          link_.Violation(),
+          std::move(fileError),
+          recording_ ? recording_->LeftOut() : 0};
+}
+
+int Phone::Run() {
+  if (!Prepare()) return Fail(options_, exit_, sentence_);
+  if (!options_.selfTests.empty()) {
+    const LinkResult linked = link_.Open(sentence_);
+    if (linked != LinkResult::Open) return Fail(options_, ExitOf(linked), sentence_);
+    return RunSelfTests(options_, interrupted_, link_);
+  }
+  receiver_.Start([this](WholeFrame&& frame) {
+    const auto shared = std::make_shared<const WholeFrame>(std::move(frame));
+    for (FrameSink* sink : sinks_) sink->Take(shared);
+  });
+  Session session({options_.host, options_.expected.seconds, !options_.noReconnect}, Parts());
+  SessionResult result = session.Run();
+  receiver_.Stop();
+  for (FrameSink* sink : sinks_) sink->Finish();
+  link_.Close();
+  screen_.Clear();
+  if (result.end == SessionEnd::NeverOpened) {
+    return Fail(options_, ExitOf(result.link), result.sentence);
+  }
+  return Report(options_, {Judgement(std::move(result)), receiver_.Counters(StreamType::Video),
+                           receiver_.Counters(StreamType::Audio), receiver_.Lost(StreamType::Video),
+                           decoding_, recording_.get(), snapshots_.get(), link_.EncoderText(),
+                           link_.Messages(), link_.Sent(), found_.services, link_.ConnectNs()});
 }
 
 int Run(PhoneOptions options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
+  SurviveFailedWrites();
   FoundPlugins found;
   if (const auto exit = LocatePlugin(options, found, interrupted)) return *exit;
   av_log_set_level(AV_LOG_FATAL);
-  AssemblerLimits limits;
-  limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
-  MediaReceiver receiver(
-      {.bindAddress = options.bindAddress, .loss = options.loss, .limits = limits});
-  std::string sentence;
-  const MediaReceiver::OpenResult opened = receiver.Open(sentence);
-  if (opened != MediaReceiver::OpenResult::Opened) {
-    return Complain(opened == MediaReceiver::OpenResult::PortInUse ? kExitPortInUse : kExitFailed,
-                    sentence);
-  }
-  MediaPipeline media(options);
-  if (!media.Start(sentence)) return Complain(kExitFailed, sentence);
-  receiver.Start([&media](WholeFrame&& frame) { media.Take(std::move(frame)); });
-  PhoneLink link(options, interrupted, TerminalReader());
-  const LinkResult linked = link.Open(sentence);
-  if (linked != LinkResult::Open) {
-    receiver.Stop();
-    media.Finish();
-    return Complain(ExitOf(linked), sentence);
-  }
-  if (!options.selfTests.empty()) {
-    receiver.Stop();
-    media.Finish();
-    return RunSelfTests(options, interrupted, link);
-  }
-  const int64_t startNs = SteadyNanos();
-  Watch(options, interrupted, receiver, media, link);
-  const int64_t endNs = SteadyNanos();
-  receiver.Stop();
-  media.Finish();
-  link.Close();
-  return Report(options,
-                {receiver.Counters(StreamType::Video), receiver.Counters(StreamType::Audio),
-                 receiver.Lost(StreamType::Video), media, link.EncoderText(), link.Violation(),
-                 link.Messages(), link.Sent(), found.services, link.ConnectNs(), startNs, endNs});
+  return Phone(options, found, interrupted).Run();
 }
 
 }  // namespace

@@ -14,7 +14,10 @@ enum PhoneExit : int {
   kExitRefused = 5,  // the pairing
   kExitBroken = 6,   // broken stream, or a violation of the protocol
   kExitNoPicture = 7,
+  kExitLost = 8,  // the connection, for a time or for good
   kExitSelfTest = 9,
+  kExitPoor = 10,          // less arrived than was asked for
+  kExitInterrupted = 130,  // before there was anything, or before its time
 };
 
 inline int Complain(PhoneExit exit, const std::string& sentence) {

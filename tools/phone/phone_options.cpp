@@ -16,7 +16,7 @@ constexpr uint16_t kDefaultPort = 47100;
 
 constexpr const char* kFooter = R"(
 Exit codes:
-  0  pictures arrived, in order and right
+  0  pictures arrived, in order and right, and the connection held
   1  a file can't be written, or another failure of this machine
   2  unknown option or bad value
   3  no plug-in answers at the address, or none was found
@@ -24,7 +24,25 @@ Exit codes:
   5  the pairing was refused, or nobody knew the code
   6  a broken stream, or a violation of the protocol
   7  no picture arrived
+  8  the connection was lost, for a time or for good
   9  a self-test of the plug-in failed, or gave no verdict
+ 10  more pictures were lost than --most-lost allows, or no sound came (--want-sound)
+130  interrupted before there was a connection, or before --seconds were over
+
+Connection:
+  A connection that ends, or on which no heartbeat comes for 5 s, is told at once and made again, by
+  the token, without end: after half a second, then ever more seldom, at least every 2 s; only a
+  plug-in that ends each connection soon, since another receiver takes it, is left alone for longer,
+  up to a minute. The settings are sent again. Found by its id (--discover, --uri, --plugin), the
+  plug-in is looked for on the network too. --no-reconnect ends the run instead.
+
+Recordings:
+  A file that exists is left alone without --overwrite. What no file can hold goes on in the next of
+  the numbered files (take-2.mkv): another codec, size or sound format, sound where there was none,
+  and another connection. A recording that can't go on, such as on a full disk, ends the run, and
+  what came until then is a whole file; space for its end is set aside. Of an .mkv all but the last
+  second or two plays even if this program is killed; an .mp4 or .mov plays only once it is finished.
+  Files are for their owner alone.
 
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
@@ -33,6 +51,8 @@ Examples:
   veldrift-phone --host 127.0.0.1 --bind 127.0.0.2 --token-file phone.token \
       --code-from-log plugin.log --seconds 10 --record take.mkv --snapshots pictures
   veldrift-phone --host 127.0.0.1:47110 --codec h264 --gop long --drop 5 --reorder 2 --seed 7
+  veldrift-phone --host 192.0.2.10 --token-file phone.token --seconds 3600 --record take.mkv \
+      --most-lost 1 --want-sound --json
   veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --send set-gop=01 --key play --json
   veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --self-test P0.1 --self-test P3
 )";
@@ -69,7 +89,9 @@ void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
       "--uri", typed.uri,
       "connects to the plug-in of this pairing URI, as its QR code has it, wherever it is");
   app.add_option("--plugin", options.plugin,
-                 "with --discover: connects to the installation of this id only");
+                 "the installation's id: with --discover connects to no other; with --host, where "
+                 "to look when it "
+                 "has moved");
   app.add_option("--bind", typed.bind, "local address; media arrives there on 47101 and 47102");
   app.add_option("--id", options.id, "stable identifier of this phone")->capture_default_str();
   app.add_option("--name", options.name, "display name of this phone")->capture_default_str();
@@ -78,7 +100,10 @@ void AddConnection(CLI::App& app, PhoneOptions& options, Typed& typed) {
                  "the six digits that the plug-in shows (default: asks for them)");
   app.add_option("--code-from-log", typed.codeFromLog,
                  "waits for the code of this pairing in the plug-in's log");
-  app.add_option("--wait", options.waitSeconds, "seconds to wait for the plug-in and the code")
+  app.add_flag("--no-reconnect", options.noReconnect,
+               "ends when the connection does, instead of making it again");
+  app.add_option("--wait", options.waitSeconds,
+                 "seconds to wait at the start for the plug-in and the code")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 3600.0));
 }
@@ -134,10 +159,27 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
       ->capture_default_str()
       ->check(CLI::Range(1, 60'000));
   app.add_option("--record", typed.record, "records to FILE: .mkv, .mp4 or .mov");
-  app.add_option("--snapshots", typed.snapshots, "writes PNG pictures into this folder");
-  app.add_option("--seconds", options.seconds, "ends so long after the pairing (0: goes on)")
-      ->check(CLI::Range(0.0, 1e6));
-  app.add_flag("--json", options.json, "prints the summary as JSON, with every control message");
+  app.add_flag("--overwrite", options.overwrite, "recordings may replace files");
+  app.add_option(
+      "--snapshots", typed.snapshots,
+      "writes PNG pictures into this folder: the first that arrives, and more at growing "
+      "distances, in the end one a minute");
+  app.add_option("--snapshot-every", options.snapshotEvery, "seconds from one picture to the next")
+      ->check(NumberFrom(0.1, 1e6));
+  app.add_option("--seconds", options.expected.seconds,
+                 "ends so long after the pairing (0: goes on)")
+      ->check(NumberFrom(0, 1e6));
+  app.add_option("--most-lost", options.expected.mostLostPercent,
+                 "per cent of the pictures that may be lost, on the way or for want of one before "
+                 "them, without exit code 10")
+      ->capture_default_str()
+      ->check(NumberFrom(0, 100));
+  app.add_flag("--want-sound", options.expected.sound, "exit code 10 if no sound comes");
+  app.add_flag(
+      "--json", options.json,
+      "prints the summary as JSON, with every control message but heartbeats; delays from the "
+      "push on need a host that stamps its pictures (veldrift-host paints stamps, and puts them "
+      "on files with --stamp)");
 }
 
 bool ParseHost(const std::string& text, Ipv4Endpoint& host) {
@@ -227,12 +269,13 @@ Command SettingsAtOnce(const Typed& typed) {
 }
 
 // In the order in which they go out. Otherwise the exit code.
-std::optional<int> FillCommands(const Typed& typed, std::vector<Command>& commands) {
+std::optional<int> FillCommands(const Typed& typed, PhoneOptions& options) {
   if (typed.atOnce) {
-    commands.push_back(SettingsAtOnce(typed));
+    options.settings.push_back(SettingsAtOnce(typed));
   } else {
-    AddSeparateSettings(typed, commands);
+    AddSeparateSettings(typed, options.settings);
   }
+  std::vector<Command>& commands = options.commands;
   std::vector<std::string> sends = typed.sends;
   sends.insert(sends.end(), typed.keys.begin(), typed.keys.end());
   for (const std::string& text : sends) {
@@ -254,7 +297,7 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   if (!options.selfTests.empty() && options.pluginLog.empty()) {
     return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");
   }
-  return FillCommands(typed, options.commands);
+  return FillCommands(typed, options);
 }
 
 }  // namespace

@@ -9,12 +9,13 @@
 
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/phone_link.h"
+#include "verdict.h"
 
 namespace Veldrift {
 
 struct PhoneOptions : LinkOptions {
   bool discover = false;  // finds the plug-in, whose address isn't known, on the network
-  std::string plugin;     // the installation to find; empty: any
+  std::string plugin;     // the installation to find, also when it moves; empty: any
 
   std::vector<std::string> selfTests;  // run instead of watching the stream
   std::filesystem::path pluginLog;     // where their verdicts stand
@@ -22,8 +23,11 @@ struct PhoneOptions : LinkOptions {
   LossSettings loss;
   int patienceMs = 60;  // how long a whole frame waits for older ones
   std::filesystem::path record;
+  bool overwrite = false;  // recordings that exist
   std::filesystem::path snapshots;
-  double seconds = 0;  // 0: until Ctrl-C or the plug-in's end
+  double snapshotEvery = 0;  // seconds; 0: at growing distances
+  Expectations expected;
+  bool noReconnect = false;  // the connection's end is the run's
   bool json = false;
 };
 

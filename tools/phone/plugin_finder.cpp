@@ -11,6 +11,9 @@ namespace {
 constexpr int kPollMs = 100;
 // Others may answer a little later than the first.
 constexpr int64_t kOthersNs = kNanosPerSecond;
+// A network that is away can't be looked at; it may come back.
+constexpr int64_t kReopenNs = kNanosPerSecond;
+constexpr int kEventsAtOnce = 16;
 
 std::vector<FoundService> Fitting(const std::vector<FoundService>& services,
                                   const std::string& plugin) {
@@ -23,10 +26,12 @@ std::vector<FoundService> Fitting(const std::vector<FoundService>& services,
 
 PhoneExit NothingFound(const PhoneOptions& options, const FoundPlugins& found,
                        std::string& sentence) {
-  sentence = options.plugin.empty()
-                 ? "no plug-in was found on the network"
-                 : "the plug-in " + options.plugin + " was not found on the network, where " +
-                       std::to_string(found.services.size()) + " others are";
+  sentence =
+      options.plugin.empty()
+          ? "no plug-in was found on the network: it answers on UDP port 5353, on this subnet "
+            "alone; elsewhere give its address, --host"
+          : "the plug-in " + options.plugin + " was not found on the network, where " +
+                std::to_string(found.services.size()) + " others are";
   return kExitCantConnect;
 }
 
@@ -49,13 +54,37 @@ PhoneExit FindPlugin(const PhoneOptions& options, const std::atomic<bool>& inter
   }
   if (interrupted) {
     sentence = "interrupted";
-    return kExitGood;
+    return kExitInterrupted;
   }
   const std::vector<FoundService> fitting = Fitting(found.services, options.plugin);
   if (fitting.empty()) return NothingFound(options, found, sentence);
   const auto transmitting = std::ranges::find_if(fitting, &FoundService::transmit);
-  found.chosen = (transmitting == fitting.end() ? fitting.front() : *transmitting).endpoint;
+  const FoundService& chosen = transmitting == fitting.end() ? fitting.front() : *transmitting;
+  found.chosen = chosen.endpoint;
+  found.chosenId = chosen.id;
   return kExitGood;
+}
+
+std::vector<Ipv4Endpoint> NetworkWhereabouts::Look() {
+  const int64_t nowNs = SteadyNanos();
+  if (!browser_) {
+    if (nowNs < nextOpenNs_) return {};
+    nextOpenNs_ = nowNs + kReopenNs;
+    std::string reason;
+    browser_ = OpenServiceBrowser(reason);
+    if (!browser_) return {};
+  }
+  for (int i = 0; i < kEventsAtOnce; ++i) {
+    if (browser_->Poll(0)) continue;
+    browser_.reset();
+    return {};
+  }
+  std::vector<Ipv4Endpoint> places;
+  for (const FoundService& service : browser_->Found()) {
+    const bool fits = plugin_.empty() ? service.id == id_ : IsOfInstallation(service, plugin_);
+    if (fits) places.push_back(service.endpoint);
+  }
+  return places;
 }
 
 std::string ListOf(const std::vector<FoundService>& services) {

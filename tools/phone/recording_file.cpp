@@ -5,7 +5,11 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "platform/file.h"
@@ -16,6 +20,15 @@ namespace {
 
 constexpr AVRational kMicros{1, 1'000'000};
 constexpr int kSamplesPerPacket = 1024;
+constexpr int kOutputBuffer = 64 * 1024;
+// What stands in memory: the cluster that is being filled, and what waits for the other stream.
+constexpr const char* kClusterMillis = "500";
+constexpr const char* kClusterBytes = "1000000";
+constexpr int64_t kInterleaveMicros = 1'000'000;
+// Space for the end: what is in memory, and an index that grows with the time.
+constexpr int64_t kEndBytes = 4 << 20;
+constexpr int64_t kIndexBytesPerSecond = 4096;
+constexpr int64_t kIndexStepSeconds = 60;
 
 std::string Reason(int code) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -37,12 +50,40 @@ void Arrange(const std::vector<float>& interleaved, AVFrame& frame, int channels
   }
 }
 
+// The parameter is const in newer versions of the library.
+template <typename Byte>
+int WriteBytes(void* file, Byte* bytes, int size) {
+  static_cast<OutputFile*>(file)->Write(std::as_bytes(std::span(bytes, size_t(size))));
+  return size;  // a failure is the file's to tell: the library would stop in the middle
+}
+
+int64_t SeekBytes(void* opaque, int64_t offset, int whence) {
+  OutputFile& file = *static_cast<OutputFile*>(opaque);
+  switch (whence) {
+    case AVSEEK_SIZE:
+      return file.Size();
+    case SEEK_SET:
+      return file.Seek(offset);
+    case SEEK_CUR:
+      return file.Seek(file.Place() + offset);
+    case SEEK_END:
+      return file.Seek(file.Size() + offset);
+    default:
+      return AVERROR(EINVAL);
+  }
+}
+
+bool IsMatroska(const AVFormatContext& format) {
+  return std::strcmp(format.oformat->name, "matroska") == 0;
+}
+
 }  // namespace
 
 RecordingFile::~RecordingFile() {
   Close();
   if (format_ == nullptr) return;
-  if (format_->pb != nullptr) avio_closep(&format_->pb);
+  if (format_->pb != nullptr) av_freep(&format_->pb->buffer);
+  avio_context_free(&format_->pb);
   avformat_free_context(format_);
 }
 
@@ -55,7 +96,7 @@ bool RecordingFile::AddVideo(const KeyFrameInfo& info) {
   parameters.width = info.width;
   parameters.height = info.height;
   // The tag that players of the MP4 family expect for HEVC with its sets in the head.
-  if (info.codec == AV_CODEC_ID_HEVC && std::strcmp(format_->oformat->name, "matroska") != 0) {
+  if (info.codec == AV_CODEC_ID_HEVC && !IsMatroska(*format_)) {
     parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
   }
   const size_t size = info.parameterSets.size();
@@ -89,33 +130,70 @@ bool RecordingFile::AddSound(const SoundFormat& format) {
   return fifo_ && avcodec_parameters_from_context(sound_->codecpar, encoder_.get()) >= 0;
 }
 
-bool RecordingFile::Open(const std::filesystem::path& path,
-                         const std::optional<KeyFrameInfo>& video,
-                         const std::optional<SoundFormat>& sound, std::string& error) {
-  const std::string name = PathText(path);
-  packet_.reset(av_packet_alloc());
-  int code = avformat_alloc_output_context2(&format_, nullptr, nullptr, name.c_str());
-  if (code < 0) {
-    error = "can't record to " + name + ": " + Reason(code);
-    return false;
+bool RecordingFile::OpenOutput() {
+  auto* buffer = static_cast<uint8_t*>(av_malloc(kOutputBuffer));
+  if (buffer == nullptr) return false;
+  format_->pb = avio_alloc_context(buffer, kOutputBuffer, /*write_flag=*/1, file_.get(), nullptr,
+                                   &WriteBytes, &SeekBytes);
+  if (format_->pb == nullptr) av_free(buffer);
+  format_->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_FLUSH_PACKETS;
+  format_->max_interleave_delta = kInterleaveMicros;
+  return format_->pb != nullptr;
+}
+
+bool RecordingFile::WriteHead() {
+  AVDictionary* options = nullptr;
+  if (IsMatroska(*format_)) {
+    av_dict_set(&options, "cluster_time_limit", kClusterMillis, 0);
+    av_dict_set(&options, "cluster_size_limit", kClusterBytes, 0);
   }
-  if ((video && !AddVideo(*video)) || (sound && !AddSound(*sound))) {
-    error = "can't record this stream to " + name;
-    return false;
-  }
-  code = avio_open(&format_->pb, name.c_str(), AVIO_FLAG_WRITE);
-  if (code >= 0) code = avformat_write_header(format_, nullptr);
-  if (code < 0) error = "can't write " + name + ": " + Reason(code);
+  const int code = avformat_write_header(format_, &options);
+  av_dict_free(&options);
   headerWritten_ = code >= 0;
-  return headerWritten_;
+  return Fail(code);
+}
+
+bool RecordingFile::Open(std::unique_ptr<OutputFile> file, const std::optional<KeyFrameInfo>& video,
+                         const std::optional<SoundFormat>& sound, std::string& sentence) {
+  file_ = std::move(file);
+  packet_.reset(av_packet_alloc());
+  const std::string name = PathText(file_->Path());
+  const bool possible =
+      Fail(avformat_alloc_output_context2(&format_, nullptr, nullptr, name.c_str())) &&
+      (!video || AddVideo(*video)) && (!sound || AddSound(*sound)) && OpenOutput();
+  if (!possible) {
+    sentence = "can't record this stream to " + name;
+    return false;
+  }
+  file_->SetAside(kEndBytes);
+  if (!WriteHead() || !file_->Error().empty()) sentence = Failure();
+  return sentence.empty();
+}
+
+// Answers whether it is no failure.
+bool RecordingFile::Fail(int code) {
+  if (code < 0 && mediaError_.empty()) mediaError_ = Reason(code);
+  return code >= 0;
+}
+
+std::string RecordingFile::Failure() const {
+  const std::string& reason = file_->Error().empty() ? mediaError_ : file_->Error();
+  return reason.empty() ? "" : "can't write " + PathText(file_->Path()) + ": " + reason;
+}
+
+double RecordingFile::Seconds() const {
+  const double video = double(std::max<int64_t>(lastVideoMicros_, 0)) / 1e6;
+  const double sound =
+      sound_ != nullptr ? double(soundTaken_) / double(soundFormat_.sampleRate) : 0;
+  return std::max(video, sound);
 }
 
 bool RecordingFile::Write(AVPacket& packet, AVStream& stream, AVRational timeBase) {
   packet.stream_index = stream.index;
   av_packet_rescale_ts(&packet, timeBase, stream.time_base);
-  if (av_interleaved_write_frame(format_, &packet) >= 0) return true;
-  failed_ = true;
-  return false;
+  const int64_t minutes = int64_t(Seconds()) / kIndexStepSeconds;
+  file_->SetAside(kEndBytes + minutes * kIndexStepSeconds * kIndexBytesPerSecond);
+  return Fail(av_interleaved_write_frame(format_, &packet)) && file_->Error().empty();
 }
 
 bool RecordingFile::WriteVideo(const WholeFrame& frame, int64_t timeMicros) {
@@ -131,10 +209,11 @@ bool RecordingFile::WriteVideo(const WholeFrame& frame, int64_t timeMicros) {
 }
 
 bool RecordingFile::DrainSound() {
+  bool good = true;
   while (avcodec_receive_packet(encoder_.get(), packet_.get()) >= 0) {
-    if (!Write(*packet_, *sound_, encoder_->time_base)) return false;
+    good = Write(*packet_, *sound_, encoder_->time_base) && good;
   }
-  return true;
+  return good;
 }
 
 bool RecordingFile::EncodeChunk(int samples) {
@@ -165,17 +244,24 @@ bool RecordingFile::WriteSound(std::span<const float> samples) {
   return true;
 }
 
+void RecordingFile::SkipSound(int64_t samples) {
+  const int rest = av_audio_fifo_size(fifo_.get());
+  if (rest > 0) EncodeChunk(rest);
+  soundTaken_ += samples;
+  soundEncoded_ += samples;
+}
+
 bool RecordingFile::Close() {
   if (!headerWritten_) return true;
   headerWritten_ = false;
   if (sound_ != nullptr) {
     const int rest = av_audio_fifo_size(fifo_.get());
-    if (rest > 0 && !EncodeChunk(rest)) failed_ = true;
+    if (rest > 0) EncodeChunk(rest);
     avcodec_send_frame(encoder_.get(), nullptr);
     DrainSound();
   }
-  if (av_write_trailer(format_) < 0) failed_ = true;
-  return !failed_;
+  Fail(av_write_trailer(format_));
+  return Failure().empty();
 }
 
 }  // namespace Veldrift

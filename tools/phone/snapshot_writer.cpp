@@ -1,5 +1,6 @@
 #include "snapshot_writer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -11,8 +12,8 @@ namespace Veldrift {
 
 namespace {
 
-constexpr int kMostSnapshots = 6;
-constexpr int64_t kFirstStepNs = kNanosPerSecond;
+constexpr int64_t kFirstStepNs = kNanosPerSecond / 2;
+constexpr int64_t kLongestStepNs = 60 * kNanosPerSecond;
 
 Packet EncodePng(const AVFrame& rgb) {
   const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_PNG);
@@ -47,7 +48,8 @@ Picture ToRgb(const AVFrame& picture) {
   return rgb;
 }
 
-SnapshotWriter::SnapshotWriter(std::filesystem::path folder) : folder_(std::move(folder)) {}
+SnapshotWriter::SnapshotWriter(std::filesystem::path folder, double everySeconds)
+    : folder_(std::move(folder)), everyNs_(int64_t(everySeconds * 1e9)) {}
 
 bool SnapshotWriter::Start() {
   std::error_code failed;
@@ -62,12 +64,10 @@ bool SnapshotWriter::Start() {
 }
 
 void SnapshotWriter::Offer(const AVFrame& picture, int64_t nowNs) {
-  if (offered_ == 0 && nextNs_ == 0) nextNs_ = nowNs + kFirstStepNs / 2;
-  if (offered_ >= kMostSnapshots || nowNs < nextNs_) return;
+  if (nowNs < nextNs_) return;
   Picture copy(av_frame_clone(&picture));
-  ++offered_;
-  stepNs_ = stepNs_ == 0 ? kFirstStepNs : stepNs_ * 3 / 2;
-  nextNs_ = nowNs + stepNs_;
+  stepNs_ = stepNs_ == 0 ? kFirstStepNs : std::min(stepNs_ * 3 / 2, kLongestStepNs);
+  nextNs_ = nowNs + (everyNs_ > 0 ? everyNs_ : stepNs_);
   const MutexLock lock(mutex_);
   waiting_ = std::move(copy);
   changed_.NotifyOne();
@@ -76,21 +76,30 @@ void SnapshotWriter::Offer(const AVFrame& picture, int64_t nowNs) {
 void SnapshotWriter::Run() {
   while (true) {
     Picture picture;
-    int number = 0;
     {
       MutexLock lock(mutex_);
       while (!waiting_ && !finishing_) changed_.Wait(lock);
       if (!waiting_) return;
       picture = std::move(waiting_);
-      number = written_ + 1;
     }
-    char name[32];
-    std::snprintf(name, sizeof name, "picture-%02d.png", number);
-    const bool done = Write(*picture, folder_ / name);
+    const std::filesystem::path path = NextPath();
+    const bool done = Write(*picture, path);
     const MutexLock lock(mutex_);
     if (done) ++written_;
-    if (!done && error_.empty()) error_ = "can't write " + PathText(folder_ / name);
+    if (!done && error_.empty()) error_ = "can't write " + PathText(path);
   }
+}
+
+// Pictures of an earlier run stay.
+std::filesystem::path SnapshotWriter::NextPath() {
+  std::error_code failed;
+  std::filesystem::path path;
+  do {
+    char name[32];
+    std::snprintf(name, sizeof name, "picture-%02d.png", ++number_);
+    path = folder_ / name;
+  } while (std::filesystem::exists(path, failed));
+  return path;
 }
 
 bool SnapshotWriter::Write(const AVFrame& picture, const std::filesystem::path& file) {

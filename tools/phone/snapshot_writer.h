@@ -16,7 +16,8 @@ namespace Veldrift {
 
 class SnapshotWriter {
  public:
-  explicit SnapshotWriter(std::filesystem::path folder);
+  // `everySeconds`: from one picture to the next; 0: at growing distances, up to a minute.
+  SnapshotWriter(std::filesystem::path folder, double everySeconds);
   ~SnapshotWriter() { Finish(); }
   SnapshotWriter(const SnapshotWriter&) = delete;
   SnapshotWriter& operator=(const SnapshotWriter&) = delete;
@@ -24,7 +25,7 @@ class SnapshotWriter {
   // False, with a reason in Error, if the folder can't be made.
   bool Start();
 
-  // Takes the picture if it is time for one: a few, at growing distances.
+  // Takes the picture if it is time for one; the first of all is.
   void Offer(const AVFrame& picture, int64_t nowNs);
 
   void Finish();
@@ -36,10 +37,13 @@ class SnapshotWriter {
   void Run();
   bool Write(const AVFrame& picture, const std::filesystem::path& file);
 
+  std::filesystem::path NextPath();
+
   const std::filesystem::path folder_;
+  const int64_t everyNs_;
   int64_t nextNs_ = 0;  // the decoding thread's
   int64_t stepNs_ = 0;  // the decoding thread's
-  int offered_ = 0;     // the decoding thread's
+  int number_ = 0;      // the writer's thread's
   mutable Mutex mutex_;
   CondVar changed_;
   Picture waiting_ VD_GUARDED_BY(mutex_);

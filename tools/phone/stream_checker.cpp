@@ -45,7 +45,8 @@ void StreamChecker::MeasureFraming(const WholeFrame& frame) {
 void StreamChecker::Follow(const PatternStamp& stamp, const WholeFrame& frame) {
   if (last_) {
     const auto ahead = int32_t(stamp.frameNumber - last_->frameNumber);
-    if (ahead < 0 && pictures_ <= kGreetingPictures && counters_.replayed == 0) {
+    if (ahead < 0 && pictures_ <= kGreetingPictures && !replayed_) {
+      replayed_ = true;
       ++counters_.replayed;
       return;
     }
@@ -60,7 +61,17 @@ void StreamChecker::Follow(const PatternStamp& stamp, const WholeFrame& frame) {
   last_ = stamp;
 }
 
+// Another plug-in's pictures are another order.
+void StreamChecker::FollowConnection(uint32_t connection) {
+  if (connection == connection_) return;
+  connection_ = connection;
+  pictures_ = 0;
+  replayed_ = false;
+  last_.reset();
+}
+
 void StreamChecker::Look(const AVFrame& picture, const WholeFrame& frame, int64_t nowNs) {
+  FollowConnection(frame.connection);
   ++pictures_;
   MeasureFraming(frame);
   const std::optional<PatternStamp> stamp = StampOf(picture);

@@ -20,7 +20,7 @@ struct CheckCounters {
   uint64_t stamped = 0;
   uint64_t unreadable = 0;  // after stamps had been seen
   uint64_t repeated = 0;    // the picture before once more, as a paused host gives it
-  uint64_t replayed = 0;    // the picture that greets a new phone, which may be an older one
+  uint64_t replayed = 0;    // pictures that greet a new phone, which may be older ones
   uint64_t outOfOrder = 0;
   uint64_t neverSeen = 0;  // numbers left out: skipped by the host, or lost
   std::string firstFault;
@@ -40,11 +40,14 @@ class StreamChecker {
 
  private:
   void Follow(const PatternStamp& stamp, const WholeFrame& frame);
+  void FollowConnection(uint32_t connection);
   void MeasureFraming(const WholeFrame& frame);
   void Fault(uint64_t& counter, const WholeFrame& frame, const char* what);
 
-  uint64_t pictures_ = 0;
+  uint64_t pictures_ = 0;  // of the connection
+  bool replayed_ = false;  // in the connection
   std::optional<PatternStamp> last_;
+  uint32_t connection_ = 0;
   CheckCounters counters_;
   DelayStats pushToWhole_;
   DelayStats pushToPicture_;

@@ -31,7 +31,9 @@ std::string DelayLine(const char* name, const DelayStats& delays) {
               delays.PercentileMs(99));
 }
 
+// A delay that wasn't measured is no delay of 0.
 Json DelayJson(const DelayStats& delays) {
+  if (delays.Count() == 0) return {{"count", 0}, {"p50_ms", nullptr}, {"p99_ms", nullptr}};
   return {{"count", delays.Count()},
           {"p50_ms", delays.PercentileMs(50)},
           {"p99_ms", delays.PercentileMs(99)}};
@@ -48,16 +50,73 @@ std::string StampLines(const CheckCounters& check) {
   return text;
 }
 
-std::string FileLines(const MediaPipeline& media) {
+std::string FileLines(const RunResult& result) {
   std::string text;
-  if (const Recorder* recording = media.Recording()) {
-    text += Line("  %-22s %.1f s in %d file%s", "recorded", recording->Seconds(),
-                 recording->Files(), recording->Files() == 1 ? "" : "s");
+  if (result.recording != nullptr) {
+    const std::vector<RecordedPart>& parts = result.recording->Parts();
+    text += Line("  %-22s %.1f s in %zu file%s", "recorded", result.recording->Seconds(),
+                 parts.size(), parts.size() == 1 ? "" : "s");
+    for (const RecordedPart& part : parts) {
+      text += Line("  %-22s %.1f s, %.1f MB: %s", "", part.seconds, double(part.bytes) / 1e6,
+                   PathText(part.path).c_str());
+    }
   }
-  if (const SnapshotWriter* snapshots = media.Snapshots()) {
-    text += Line("  %-22s %d", "pictures written", snapshots->Written());
+  if (result.snapshots != nullptr) {
+    text += Line("  %-22s %d", "pictures written", result.snapshots->Written());
   }
   return text;
+}
+
+Json RecordingJson(const RecordingSink& recording) {
+  Json json = {{"files", recording.Parts().size()},
+               {"seconds", recording.Seconds()},
+               {"parts", Json::array()}};
+  for (const RecordedPart& part : recording.Parts()) {
+    json["parts"].push_back(
+        {{"file", PathText(part.path)}, {"seconds", part.seconds}, {"bytes", part.bytes}});
+  }
+  return json;
+}
+
+const char* NameOf(SessionEnd end) {
+  switch (end) {
+    case SessionEnd::TimeUp:
+      return "time-up";
+    case SessionEnd::Stopped:
+      return "stopped";
+    case SessionEnd::NeverOpened:
+      return "never-opened";
+    case SessionEnd::Lost:
+      return "lost";
+    case SessionEnd::TurnedAway:
+      return "turned-away";
+    case SessionEnd::Broken:
+      return "broken";
+    case SessionEnd::SinkFailed:
+      break;
+  }
+  return "file-failed";
+}
+
+Json SessionJson(const SessionResult& session) {
+  Json json = {{"end", NameOf(session.end)},
+               {"lost_connections", session.interruptionCount},
+               {"seconds_without", double(session.interruptedNs) / 1e9},
+               {"interruptions", Json::array()}};
+  for (const Interruption& each : session.interruptions) {
+    Json entry = {{"at_seconds", double(each.fromNs - session.startNs) / 1e9},
+                  {"seconds", nullptr},
+                  {"reason", each.reason}};
+    if (each.toNs != 0) entry["seconds"] = double(each.toNs - each.fromNs) / 1e9;
+    json["interruptions"].push_back(std::move(entry));
+  }
+  return json;
+}
+
+std::string InterruptionLine(const SessionResult& session) {
+  if (session.interruptionCount == 0) return "";
+  return Line("  %-22s lost %zu time%s, for %.1f s", "connection", session.interruptionCount,
+              session.interruptionCount == 1 ? "" : "s", double(session.interruptedNs) / 1e9);
 }
 
 Json StreamJson(const MediaCounters& counters) {
@@ -166,48 +225,25 @@ Json CheckJson(const CheckCounters& check) {
           {"out_of_order", check.outOfOrder}, {"never_seen", check.neverSeen}};
 }
 
-std::string FirstViolation(const RunResult& result) {
-  for (const MediaCounters* counters : {&result.video, &result.audio}) {
-    if (!counters->assembler.violationTexts.empty()) {
-      return counters->assembler.violationTexts.front();
-    }
-  }
-  return result.controlViolation;
-}
-
 }  // namespace
-
-Verdict Judge(const RunResult& result) {
-  if (const std::string violation = FirstViolation(result); !violation.empty()) {
-    return {kExitBroken, "violation of the protocol: " + violation};
-  }
-  const DecoderCounters& decoder = result.media.Decoder().Counters();
-  if (decoder.failed > 0) return {kExitBroken, "broken stream: " + decoder.firstFailure};
-  if (!result.media.Checker().Right()) {
-    return {kExitBroken, "broken stream: " + result.media.Checker().Counters().firstFault};
-  }
-  if (decoder.decoded == 0) return {kExitNoPicture, "no picture arrived"};
-  if (const std::string error = result.media.FileError(); !error.empty()) {
-    return {kExitFailed, error};
-  }
-  return {};
-}
 
 std::string SummaryText(const RunResult& result) {
   const AssemblerCounters& video = result.video.assembler;
   const AssemblerCounters& audio = result.audio.assembler;
-  const VideoDecoder& decoder = result.media.Decoder();
+  const VideoDecoder& decoder = result.decoding.Decoder();
+  const SessionResult& session = result.findings.session;
   using Count = unsigned long long;
-  std::string text = Line("veldrift-phone: %.1f s", double(result.endNs - result.startNs) / 1e9);
+  std::string text = Line("veldrift-phone: %.1f s", double(session.endNs - session.startNs) / 1e9);
   text += Line("  %-22s %s %dx%d, %.1f Mbit/s%s%s", "video", decoder.CodecName(), decoder.Width(),
-               decoder.Height(), result.media.BitRate() / 1e6, result.encoder.empty() ? "" : ", ",
-               result.encoder.c_str());
+               decoder.Height(), result.decoding.BitRate() / 1e6,
+               result.encoder.empty() ? "" : ", ", result.encoder.c_str());
   text += Line("  %-22s %llu whole (%llu repaired), %llu lost, %llu decoded", "frames",
                Count(video.framesWhole), Count(video.framesRepaired), Count(video.framesLost),
                Count(decoder.Counters().decoded));
   text +=
-      Line("  %-22s %llu received, %llu missing, %llu fragments restored", "datagrams",
+      Line("  %-22s %llu received, %llu missing, %llu fragments restored", "video datagrams",
            Count(video.datagrams), Count(video.missingDatagrams), Count(video.fragmentsRepaired));
+  text += InterruptionLine(session);
   if (result.video.simulatedDrops + result.video.simulatedReorders > 0) {
     text += Line("  %-22s %llu dropped, %llu delayed", "simulated",
                  Count(result.video.simulatedDrops), Count(result.video.simulatedReorders));
@@ -217,61 +253,65 @@ std::string SummaryText(const RunResult& result) {
   if (decoder.Counters().skipped > 0) {
     text += Line("  %-22s %llu", "awaited a key frame", Count(decoder.Counters().skipped));
   }
-  if (result.media.LeftOut() > 0) {
-    text += Line("  %-22s %zu: this machine is too slow", "left out", result.media.LeftOut());
+  if (result.decoding.LeftOut() > 0) {
+    text += Line("  %-22s %zu: this machine is too slow", "left out", result.decoding.LeftOut());
   }
-  text += StampLines(result.media.Checker().Counters());
-  if (const int64_t pictureNs = result.media.FirstPictureNs(); pictureNs != 0) {
+  text += StampLines(result.decoding.Checker().Counters());
+  if (const int64_t pictureNs = result.decoding.FirstPictureNs(); pictureNs != 0) {
     text += Line("  %-22s %.1f ms after connecting", "first picture",
                  MillisBetween(result.connectNs, pictureNs));
   }
-  text += DelayLine("push to whole frame", result.media.Checker().PushToWhole());
-  text += DelayLine("push to picture", result.media.Checker().PushToPicture());
-  text += DelayLine("framing to whole frame", result.media.Checker().FramingToWhole());
-  return text + SentLines(result.sent) + FileLines(result.media);
+  text += DelayLine("push to whole frame", result.decoding.Checker().PushToWhole());
+  text += DelayLine("push to picture", result.decoding.Checker().PushToPicture());
+  text += DelayLine("framing to whole frame", result.decoding.Checker().FramingToWhole());
+  return text + SentLines(result.sent) + FileLines(result);
 }
 
 std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
-  const VideoDecoder& decoder = result.media.Decoder();
-  const StreamChecker& checker = result.media.Checker();
+  const VideoDecoder& decoder = result.decoding.Decoder();
+  const StreamChecker& checker = result.decoding.Checker();
+  const SessionResult& session = result.findings.session;
   Json json;
   json["exit"] = int(verdict.exit);
   json["verdict"] = verdict.sentence.empty() ? "good" : verdict.sentence;
-  json["seconds"] = double(result.endNs - result.startNs) / 1e9;
+  json["seconds"] = double(session.endNs - session.startNs) / 1e9;
+  json["session"] = SessionJson(session);
   json["codec"] = decoder.CodecName();
   json["width"] = decoder.Width();
   json["height"] = decoder.Height();
-  json["bits_per_second"] = result.media.BitRate();
+  json["bits_per_second"] = result.decoding.BitRate();
   json["encoder"] = result.encoder;
+  json["lost_percent"] = LostPercent(result.video.assembler, decoder.Counters());
   json["video"] = StreamJson(result.video);
   json["audio"] = StreamJson(result.audio);
   json["lost_video"] = LostJson(result.lostVideo);
   json["decoder"] = {{"decoded", decoder.Counters().decoded},
                      {"skipped", decoder.Counters().skipped},
                      {"failed", decoder.Counters().failed},
-                     {"left_out", result.media.LeftOut()}};
+                     {"left_out", result.decoding.LeftOut()}};
   json["stamps"] = CheckJson(checker.Counters());
-  if (const int64_t pictureNs = result.media.FirstPictureNs(); pictureNs != 0) {
+  if (const int64_t pictureNs = result.decoding.FirstPictureNs(); pictureNs != 0) {
     json["first_picture_ms"] = MillisBetween(result.connectNs, pictureNs);
   }
   json["delay"] = {{"push_to_whole", DelayJson(checker.PushToWhole())},
                    {"push_to_picture", DelayJson(checker.PushToPicture())},
                    {"framing_to_whole", DelayJson(checker.FramingToWhole())}};
-  if (const Recorder* recording = result.media.Recording()) {
-    json["recording"] = {{"files", recording->Files()}, {"seconds", recording->Seconds()}};
-  }
-  if (const SnapshotWriter* snapshots = result.media.Snapshots()) {
-    json["snapshots"] = snapshots->Written();
-  }
+  if (result.recording != nullptr) json["recording"] = RecordingJson(*result.recording);
+  if (result.snapshots != nullptr) json["snapshots"] = result.snapshots->Written();
   for (const FoundService& service : result.found) json["found"].push_back(FoundJson(service));
   json["commands"] = Json::array();
   for (const SentCommand& sent : result.sent) {
-    json["commands"].push_back(SentJson(sent, result.startNs));
+    json["commands"].push_back(SentJson(sent, session.startNs));
   }
   json["control"] = Json::array();
   for (const StatusMessage& message : result.messages) {
-    json["control"].push_back(MessageJson(message, result.startNs));
+    json["control"].push_back(MessageJson(message, session.startNs));
   }
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string ErrorJson(const Verdict& verdict) {
+  const Json json = {{"exit", int(verdict.exit)}, {"verdict", verdict.sentence}};
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

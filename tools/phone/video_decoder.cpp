@@ -55,7 +55,9 @@ bool VideoDecoder::OpenFor(const WholeFrame& keyFrame) {
 
 bool VideoDecoder::ReadyFor(const WholeFrame& frame) {
   const bool gap = previous_ && uint16_t(*previous_ + 1) != frame.frameNumber;
-  if (gap) wantsKeyFrame_ = true;
+  const bool isNew = frame.connection != connection_;
+  if (gap || isNew) wantsKeyFrame_ = true;
+  connection_ = frame.connection;
   previous_ = frame.frameNumber;
   if (frame.keyFrame) {
     if (!OpenFor(frame)) return false;

@@ -54,6 +54,7 @@ class VideoDecoder {
   int width_ = 0;
   int height_ = 0;
   std::optional<uint16_t> previous_;  // the frame decoded last
+  uint32_t connection_ = 0;           // and what it came with
   std::atomic<bool> wantsKeyFrame_{true};
   DecoderCounters counters_;
 };

@@ -14,6 +14,8 @@ namespace {
 
 constexpr int64_t kStepNs = 50 * kNanosPerMilli;
 constexpr int64_t kConnectNs = 2 * kNanosPerSecond;
+constexpr double kReopenSeconds = 5;        // a plug-in that is there greets at once
+constexpr size_t kMostRemembered = 10'000;  // messages and commands
 
 std::string EndpointText(const Ipv4Endpoint& endpoint) {
   return AddressText(endpoint.address) + ":" + std::to_string(endpoint.port);
@@ -35,12 +37,32 @@ PhoneLink::PhoneLink(const LinkOptions& options, const std::atomic<bool>& interr
 }
 
 LinkResult PhoneLink::Open(std::string& sentence) {
+  if (!options_.tokenFile.empty()) token_ = ReadToken(options_.tokenFile);
   LinkResult result = Connect(sentence);
-  if (result == LinkResult::Open) result = Pair(sentence);
-  if (result != LinkResult::Open) return result;
+  if (result == LinkResult::Open) result = Pair(options_.waitSeconds * 2, sentence);
+  if (result == LinkResult::Open) BeginReading();
+  return result;
+}
+
+LinkResult PhoneLink::Reopen(const Ipv4Endpoint& host, std::string& sentence) {
+  client_ = std::make_unique<ControlClient>();
+  std::string reason;
+  if (!client_->Connect(host, options_.bindAddress, kConnectNs, reason)) {
+    sentence = "no plug-in answers at " + EndpointText(host) + ": " + reason;
+    return LinkResult::NoAnswer;
+  }
+  const LinkResult result =
+      Pair(codeLog_ ? kReopenSeconds + options_.waitSeconds : kReopenSeconds, sentence);
+  if (result == LinkResult::Open) BeginReading();
+  return result;
+}
+
+void PhoneLink::BeginReading() {
+  known_ = true;
+  settingsDone_ = 0;
+  nextCommandNs_ = 0;
   client_->StartReading([this](const StatusMessage& message) { Note(message); });
   SendDue(SteadyNanos());
-  return LinkResult::Open;
 }
 
 LinkResult PhoneLink::Connect(std::string& sentence) {
@@ -72,6 +94,8 @@ std::optional<std::string> PhoneLink::AskForCode() {
 }
 
 std::optional<std::string> PhoneLink::FindCode() {
+  // A code is good for one connection; and who comes back may have nobody who looks.
+  if (known_ && !codeLog_) return std::nullopt;
   if (!options_.code.empty()) return options_.code;
   if (!codeLog_) return AskForCode();
   const int64_t deadline = Deadline(options_.waitSeconds);
@@ -83,29 +107,37 @@ std::optional<std::string> PhoneLink::FindCode() {
 }
 
 // A plug-in that doesn't answer, and a user who doesn't want to wait, end the pairing.
-ControlClient::PairResult PhoneLink::PairWatched(std::string& token) {
-  const PhoneIdentity identity{options_.id, options_.name,
-                               options_.tokenFile.empty() ? "" : ReadToken(options_.tokenFile)};
+ControlClient::PairResult PhoneLink::PairWatched(double patienceSeconds, std::string& token) {
+  const PhoneIdentity identity{options_.id, options_.name, token_};
+  gaveUp_ = false;
   auto pairing = std::async(std::launch::async, [&] {
     return client_->Pair(
         identity, [this] { return FindCode(); }, token);
   });
-  const int64_t deadline = Deadline(options_.waitSeconds * 2);
+  const int64_t deadline = Deadline(patienceSeconds);
   while (pairing.wait_for(std::chrono::nanoseconds(kStepNs)) != std::future_status::ready) {
     // A terminal can't be told to give up, and nothing has been recorded yet.
     if (interrupted_ && asking_) reader_.abandon();
-    if (interrupted_ || (!asking_ && SteadyNanos() >= deadline)) client_->Disconnect();
+    gaveUp_ = !asking_ && SteadyNanos() >= deadline;
+    if (interrupted_ || gaveUp_) client_->Disconnect();
   }
   return pairing.get();
 }
 
-LinkResult PhoneLink::Pair(std::string& sentence) {
+LinkResult PhoneLink::Pair(double patienceSeconds, std::string& sentence) {
   std::string token;
-  const ControlClient::PairResult result = PairWatched(token);
+  const ControlClient::PairResult result = PairWatched(patienceSeconds, token);
   if (interrupted_) {
     sentence = "interrupted";
     return LinkResult::Interrupted;
   }
+  if (result != ControlClient::PairResult::Paired) return SentenceOf(result, sentence);
+  const bool isNew = token != token_;
+  token_ = std::move(token);
+  return isNew ? KeepToken(sentence) : LinkResult::Open;
+}
+
+LinkResult PhoneLink::SentenceOf(ControlClient::PairResult result, std::string& sentence) const {
   switch (result) {
     case ControlClient::PairResult::Paired:
       break;
@@ -114,41 +146,56 @@ LinkResult PhoneLink::Pair(std::string& sentence) {
       return LinkResult::Refused;
     case ControlClient::PairResult::NoCode:
       sentence = codeLog_ ? "no pairing code appeared in " + PathText(options_.codeFromLog)
+                 : known_ ? "the plug-in doesn't trust this phone any more: it must be paired anew"
                           : "the plug-in wants a pairing code of six digits, and there was none";
       return LinkResult::Refused;
     case ControlClient::PairResult::Closed:
-      sentence = "the plug-in closed the connection during the pairing";
-      return LinkResult::Refused;
+      sentence = gaveUp_ ? "the plug-in took the connection and gave no answer"
+                         : "the plug-in closed the connection during the pairing";
+      return LinkResult::Closed;
     case ControlClient::PairResult::Violation:
       sentence = client_->Violation();
       return LinkResult::Broken;
   }
-  std::string reason;
-  if (!options_.tokenFile.empty() && !WriteToken(options_.tokenFile, token, reason)) {
-    sentence = "can't keep the token: " + reason;
-    return LinkResult::Failed;
-  }
   return LinkResult::Open;
+}
+
+LinkResult PhoneLink::KeepToken(std::string& sentence) const {
+  std::string reason;
+  if (options_.tokenFile.empty() || WriteToken(options_.tokenFile, token_, reason)) {
+    return LinkResult::Open;
+  }
+  sentence = "can't keep the token: " + reason;
+  return LinkResult::Failed;
 }
 
 void PhoneLink::Send(const Command& command) {
   {
     const MutexLock lock(mutex_);
-    sent_.push_back({command, SteadyNanos(), std::nullopt});
+    if (sent_.size() < kMostRemembered) sent_.push_back({command, SteadyNanos(), std::nullopt});
   }
   client_->Send(command.opcode, command.payload);
 }
 
 void PhoneLink::SendDue(int64_t nowNs) {
-  while (commandsDone_ < options_.commands.size() && nowNs >= nextCommandNs_) {
-    Send(options_.commands[commandsDone_++]);
+  while (nowNs >= nextCommandNs_) {
+    if (settingsDone_ < options_.settings.size()) {
+      Send(options_.settings[settingsDone_++]);
+    } else if (commandsDone_ < options_.commands.size()) {
+      Send(options_.commands[commandsDone_++]);
+    } else {
+      return;
+    }
     nextCommandNs_ = nowNs + options_.commandIntervalMs * kNanosPerMilli;
   }
 }
 
 void PhoneLink::Note(const StatusMessage& message) {
+  if (message.opcode == kHeartbeat) return;
+  if (message.opcode == kPlaybackState) playing_ = message.payload[0] != std::byte{0};
   const MutexLock lock(mutex_);
-  messages_.push_back(message);
+  if (message.opcode == kEncoderInfo) encoderText_ = message.Text();
+  if (messages_.size() < kMostRemembered) messages_.push_back(message);
   if (message.opcode != kCommandAck) return;
   for (SentCommand& sent : sent_) {
     if (sent.acknowledgedNs || std::byte(sent.command.opcode) != message.payload[0]) continue;
@@ -169,11 +216,7 @@ std::vector<StatusMessage> PhoneLink::Messages() const {
 
 std::string PhoneLink::EncoderText() const {
   const MutexLock lock(mutex_);
-  std::string text;
-  for (const StatusMessage& message : messages_) {
-    if (message.opcode == kEncoderInfo) text = message.Text();
-  }
-  return text;
+  return encoderText_;
 }
 
 }  // namespace Veldrift

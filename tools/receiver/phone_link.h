@@ -1,5 +1,5 @@
-// The control side of the phone: finds the plug-in, pairs, keeps the token, sends the settings, and
-// keeps what the plug-in says.
+// The control side of the phone: finds the plug-in, pairs, keeps the token, comes back by it, sends
+// the settings, and keeps what the plug-in says.
 //
 // Threads: the main thread calls everything; messages arrive on the client's reading thread.
 #pragma once
@@ -17,6 +17,7 @@
 #include "platform/socket.h"
 #include "tools/receiver/commands.h"
 #include "tools/receiver/control_client.h"
+#include "tools/receiver/control_link.h"
 #include "tools/receiver/pairing_log.h"
 
 namespace Veldrift {
@@ -31,7 +32,9 @@ struct LinkOptions {
   std::filesystem::path codeFromLog;  // the plug-in's log; empty: somebody is asked for the code
   double waitSeconds = 10;            // for the plug-in, and for the code
 
-  std::vector<Command> commands;  // sent once paired, in this order
+  // Sent at the start of each connection, since a plug-in that was started anew knows none of them.
+  std::vector<Command> settings;
+  std::vector<Command> commands;  // sent once, behind the settings
   int commandIntervalMs = 0;      // from one to the next
 };
 
@@ -42,51 +45,49 @@ struct CodeReader {
   std::function<void()> abandon;
 };
 
-enum class LinkResult {
-  Open,
-  Interrupted,
-  NoAnswer,  // nobody listens there
-  Refused,   // the pairing
-  Broken,    // the plug-in spoke against the protocol
-  Failed,    // the token can't be kept
-};
-
 struct SentCommand {
   Command command;
   int64_t sentNs = 0;
   std::optional<int64_t> acknowledgedNs;  // by the first instance that answered
 };
 
-class PhoneLink {
+class PhoneLink : public ControlLink {
  public:
   // `reader` is asked where the options neither have a code nor name a log.
   PhoneLink(const LinkOptions& options, const std::atomic<bool>& interrupted,
             CodeReader reader = {});
 
-  // Connects, pairs, and begins to send the commands of the options. Otherwise `sentence` says why
-  // not.
-  LinkResult Open(std::string& sentence);
+  LinkResult Open(std::string& sentence) override;
+  LinkResult Reopen(const Ipv4Endpoint& host, std::string& sentence) override;
 
-  void Send(const Command& command);
-  // Sends those of the options' commands whose time has come.
-  void SendDue(int64_t nowNs);
-  // When the connection was begun that came about, on the steady clock.
+  void Send(const Command& command) override;
+  void SendDue(int64_t nowNs) override;
+  // When the first connection was begun that came about, on the steady clock.
   int64_t ConnectNs() const { return connectNs_; }
-  bool Ended() const { return client_->Ended(); }
-  void Close() { client_->Disconnect(); }
+  bool Ended() const override { return client_->Ended(); }
+  std::string EndText() const override { return client_->EndText(); }
+  int64_t LastHeardNs() const override { return client_->LastHeardNs(); }
+  void Close() override { client_->Disconnect(); }
 
-  std::string Violation() const { return client_->Violation(); }
+  std::string Violation() const override { return client_->Violation(); }
+  // Of all connections, without heartbeats; of a very long run the first ones.
   std::vector<StatusMessage> Messages() const;
   std::vector<SentCommand> Sent() const;
   // The encoder's last description of itself; empty if there was none.
   std::string EncoderText() const;
+  // Whether the host plays, as far as the plug-in has said.
+  bool Playing() const { return playing_; }
 
  private:
   LinkResult Connect(std::string& sentence);
-  LinkResult Pair(std::string& sentence);
+  // `patienceSeconds`: for the plug-in's answers.
+  LinkResult Pair(double patienceSeconds, std::string& sentence);
+  LinkResult SentenceOf(ControlClient::PairResult result, std::string& sentence) const;
+  LinkResult KeepToken(std::string& sentence) const;
+  void BeginReading();
   std::optional<std::string> FindCode();
   std::optional<std::string> AskForCode();
-  ControlClient::PairResult PairWatched(std::string& token);
+  ControlClient::PairResult PairWatched(double patienceSeconds, std::string& token);
   void Note(const StatusMessage& message);
 
   const LinkOptions& options_;
@@ -94,12 +95,18 @@ class PhoneLink {
   const CodeReader reader_;
   std::unique_ptr<PairingCodeLog> codeLog_;
   int64_t connectNs_ = 0;
+  std::string token_;
+  bool known_ = false;   // paired before
+  bool gaveUp_ = false;  // the last pairing, for want of an answer
+  size_t settingsDone_ = 0;
   size_t commandsDone_ = 0;
   int64_t nextCommandNs_ = 0;
   std::atomic<bool> asking_{false};  // somebody is typing the code
+  std::atomic<bool> playing_{false};
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
   std::vector<SentCommand> sent_ VD_GUARDED_BY(mutex_);
+  std::string encoderText_ VD_GUARDED_BY(mutex_);
   // Last: its reading thread ends before what it notes into goes.
   std::unique_ptr<ControlClient> client_;
 };

@@ -1,0 +1,133 @@
+// A receiver's run: connects, pairs, and stays connected. A lost connection, a plug-in that has
+// fallen silent, a sink that fails and the end of the time are seen within a tick, told at once and
+// acted on; the session comes back by its token, without end. What becomes of the frames is the
+// sinks' matter.
+//
+// Threads: Run stays on one thread until the end; Stop is wished for by an atomic from any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/clock.h"
+#include "tools/receiver/control_link.h"
+#include "tools/receiver/frame_sink.h"
+#include "tools/receiver/key_frame_asker.h"
+#include "tools/receiver/reconnect_backoff.h"
+
+namespace Veldrift {
+
+struct SessionOptions {
+  Ipv4Endpoint host;
+  double seconds = 0;     // from the first pairing on; 0: without end
+  bool reconnect = true;  // false: the end of the connection is the session's
+};
+
+enum class SessionEnd {
+  TimeUp,
+  Stopped,       // by the user
+  NeverOpened,   // the first connection didn't come about; see SessionResult::link
+  Lost,          // the connection, and it wasn't to be or couldn't be had again
+  TurnedAway,    // on coming back; see SessionResult::link
+  Broken,        // the plug-in spoke against the protocol
+  SinkFailed,
+};
+
+// A time without a connection.
+struct Interruption {
+  int64_t fromNs = 0;  // when the last sign of life had come
+  int64_t toNs = 0;    // 0: not repaired
+  std::string reason;
+};
+
+struct SessionResult {
+  SessionEnd end = SessionEnd::NeverOpened;
+  LinkResult link = LinkResult::Open;
+  std::string sentence;  // what was told last; empty where nothing was wrong
+  int64_t startNs = 0;   // paired for the first time
+  int64_t endNs = 0;
+  std::vector<Interruption> interruptions;  // the first kMostInterruptions
+  size_t interruptionCount = 0;
+  int64_t interruptedNs = 0;  // all of them together, also one that lasted to the end
+
+  static constexpr size_t kMostInterruptions = 1000;
+};
+
+// Whoever sits in front of it. Called on the session's thread.
+class SessionObserver {
+ public:
+  virtual ~SessionObserver() = default;
+  // Something that should be known now, in one sentence.
+  virtual void Tell(const std::string& sentence) = 0;
+  // Each tick. `waiting`: why there is no connection; empty while there is one.
+  virtual void Tick(int64_t nowNs, const std::string& waiting) = 0;
+};
+
+// Where the plug-in may be now, if its address can change.
+class PluginWhereabouts {
+ public:
+  virtual ~PluginWhereabouts() = default;
+  // Looks, without waiting, for as long as it is called again and again.
+  virtual std::vector<Ipv4Endpoint> Look() = 0;
+  // It is not missed any more.
+  virtual void Rest() = 0;
+};
+
+class Session {
+ public:
+  struct Parts {
+    ControlLink& link;
+    std::vector<FrameSink*> sinks;
+    // The number, from 1 on, of the connection that is tried for: frames that come from now on may
+    // be another plug-in's.
+    std::function<void(uint32_t)> beginConnection;
+    SessionObserver& observer;
+    PluginWhereabouts* whereabouts;  // null: it stays where it is
+    Clock& clock;
+    const std::atomic<bool>& stopped;
+  };
+
+  Session(const SessionOptions& options, Parts parts);
+
+  SessionResult Run();
+
+  static constexpr int64_t kTickNs = 20 * kNanosPerMilli;
+  // Heartbeats come each second.
+  static constexpr int64_t kSilenceNs = 5 * kNanosPerSecond;
+
+ private:
+  bool Step();
+  void End(SessionEnd end, std::string sentence);
+  // Each answers whether the session goes on.
+  bool Watch(int64_t nowNs);
+  bool Lose(const std::string& reason, int64_t nowNs);
+  bool Return(int64_t nowNs);
+  bool TryAgain();
+  void Resume(int64_t nowNs);
+  void LookAround(int64_t nowNs);
+  std::string SinkFailure() const;
+  std::string WhyLost(int64_t nowNs) const;
+  bool WantsKeyFrame() const;
+
+  const SessionOptions options_;
+  const Parts parts_;
+  SessionResult result_;
+  ReconnectBackoff backoff_;
+  KeyFrameAsker asker_;
+  uint32_t connections_ = 0;
+  int64_t connectedNs_ = 0;
+  int64_t watchedNs_ = 0;  // the last look at the connection
+  int64_t wokeNs_ = 0;     // the process had stood still until then
+  // Without a connection:
+  std::string waiting_;  // why; empty: there is one
+  int64_t lostNs_ = 0;
+  int64_t nextTryNs_ = 0;
+  std::vector<Ipv4Endpoint> places_;  // to try, in turn
+  size_t tries_ = 0;
+};
+
+}  // namespace Veldrift
