@@ -292,6 +292,33 @@ class Phone(unittest.TestCase):
             self.assertEqual(host.log().count("pair: trusted reconnect"), 1)
             self.assertEqual(host.log().count("pair: challenge="), 1)  # of the first time
 
+    def test_while_it_runs_the_host_moves_to_another_address_and_is_found_there(self):
+        moved, pictures = "10.77.0.4", self.folder.name + "/pictures"
+        self.addCleanup(move_desk, moved, DESK)
+        program = os.path.join(os.environ["VD_BIN"], "veldrift-phone")
+        with Host(home=self.home) as host:
+            host.wait_for("advertising :")
+            phone = subprocess.Popen(
+                [program, "--json", "--codec", "h264", "--wait", str(PATIENCE), "--seconds", "60",
+                 "--discover", "--code-from-log", host.log_file(), "--snapshots", pictures,
+                 "--snapshot-every", "0.2"],
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            self.addCleanup(phone.wait)
+            self.addCleanup(phone.kill)
+            host.wait_for("pair: OK")
+        self.assertIn("the connection was lost", phone.stderr.readline())
+        move_desk(DESK, moved)
+        with Host(home=self.home) as host:
+            self.assertIn("connected again after", phone.stderr.readline())
+            before, end = len(os.listdir(pictures)), time.monotonic() + PATIENCE
+            while len(os.listdir(pictures)) == before:
+                assert time.monotonic() < end, "no picture came after that"
+                time.sleep(0.05)
+            phone.send_signal(2)
+            summary = json.loads(phone.communicate(timeout=PATIENCE)[0])
+            self.assertEqual(host.log().count("pair: trusted reconnect"), 1)
+        self.assertEqual(summary["session"]["lost_connections"], 1)
+
 
 class Host:
     """veldrift-host with the module, on the desk."""

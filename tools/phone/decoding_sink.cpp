@@ -52,8 +52,8 @@ void DecodingSink::Finish() {
 
 LivePicture DecodingSink::Live() const { return {decoded_, width_, height_, codec_}; }
 
-double DecodingSink::BitRate() const {
-  const int64_t spanNs = lastVideoNs_ - firstVideoNs_;
+double DecodingSink::BitRate(int64_t withoutNs) const {
+  const int64_t spanNs = lastVideoNs_ - firstVideoNs_ - withoutNs;
   return spanNs > 0 ? double(videoBytes_) * 8e9 / double(spanNs) : 0;
 }
 

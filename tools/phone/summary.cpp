@@ -113,6 +113,10 @@ Json SessionJson(const SessionResult& session) {
   return json;
 }
 
+double RateOf(const RunResult& result) {
+  return result.decoding.BitRate(result.findings.session.interruptedNs);
+}
+
 std::string InterruptionLine(const SessionResult& session) {
   if (session.interruptionCount == 0) return "";
   return Line("  %-22s lost %zu time%s, for %.1f s", "connection", session.interruptionCount,
@@ -235,7 +239,7 @@ std::string SummaryText(const RunResult& result) {
   using Count = unsigned long long;
   std::string text = Line("veldrift-phone: %.1f s", double(session.endNs - session.startNs) / 1e9);
   text += Line("  %-22s %s %dx%d, %.1f Mbit/s%s%s", "video", decoder.CodecName(), decoder.Width(),
-               decoder.Height(), result.decoding.BitRate() / 1e6,
+               decoder.Height(), RateOf(result) / 1e6,
                result.encoder.empty() ? "" : ", ", result.encoder.c_str());
   text += Line("  %-22s %llu whole (%llu repaired), %llu lost, %llu decoded", "frames",
                Count(video.framesWhole), Count(video.framesRepaired), Count(video.framesLost),
@@ -279,7 +283,7 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   json["codec"] = decoder.CodecName();
   json["width"] = decoder.Width();
   json["height"] = decoder.Height();
-  json["bits_per_second"] = result.decoding.BitRate();
+  json["bits_per_second"] = RateOf(result);
   json["encoder"] = result.encoder;
   json["lost_percent"] = LostPercent(result.video.assembler, decoder.Counters());
   json["video"] = StreamJson(result.video);

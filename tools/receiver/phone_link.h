@@ -75,7 +75,7 @@ class PhoneLink : public ControlLink {
   std::vector<SentCommand> Sent() const;
   // The encoder's last description of itself; empty if there was none.
   std::string EncoderText() const;
-  // Whether the host plays, as far as the plug-in has said.
+  // Whether the host plays: it does unless the plug-in has said that it doesn't.
   bool Playing() const { return playing_; }
 
  private:
@@ -102,7 +102,7 @@ class PhoneLink : public ControlLink {
   size_t commandsDone_ = 0;
   int64_t nextCommandNs_ = 0;
   std::atomic<bool> asking_{false};  // somebody is typing the code
-  std::atomic<bool> playing_{false};
+  std::atomic<bool> playing_{true};
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
   std::vector<SentCommand> sent_ VD_GUARDED_BY(mutex_);
