@@ -31,21 +31,22 @@ void ExpectTrueLengths(const nlohmann::json& recording, size_t files) {
 
 bool Said(StandIn& phone, const std::string& what) {
   return Eventually([&] {
-    for (const std::string& line : phone.Complaints()) {
-      if (line.find(what) != line.npos) return true;
-    }
-    return phone.Ended();
-  }) && !phone.Ended();
+           for (const std::string& line : phone.Complaints()) {
+             if (line.find(what) != line.npos) return true;
+           }
+           return phone.Ended();
+         }) &&
+         !phone.Ended();
 }
 
 TEST(StayingConnected, AHostThatIsKilledAndStartedAgainIsComeBackToByToken) {
   if (HostIsWindows()) GTEST_SKIP() << "a killed one leaves its part of Wine behind";
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240"}));
-  StandIn& phone = stage.StartPhone(
-      "a", {"--codec", "h264", "--gop", "long", "--key", "play", "--key", "play", "--interval",
-            "200", "--snapshots", PathText(stage.File("a")), "--record",
-            PathText(stage.File("take.mkv"))});
+  StandIn& phone =
+      stage.StartPhone("a", {"--codec", "h264", "--gop", "long", "--key", "play", "--key", "play",
+                             "--interval", "200", "--snapshots", PathText(stage.File("a")),
+                             "--record", PathText(stage.File("take.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   stage.Host().Kill();
   EXPECT_EQ(stage.Host().Wait(), -1);
@@ -72,8 +73,8 @@ TEST(StayingConnected, AHostThatIsKilledAndStartedAgainIsComeBackToByToken) {
 TEST(StayingConnected, OneThatOnlyTriesItsLuckCostsASecondOrTwo) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240"}));
-  StandIn& phone = stage.StartPhone("a", {"--codec", "h264", "--snapshots",
-                                          PathText(stage.File("a"))});
+  StandIn& phone =
+      stage.StartPhone("a", {"--codec", "h264", "--snapshots", PathText(stage.File("a"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   StandIn& stranger = stage.StartPhoneWithoutCode("b", {"--code", "000000"});
   EXPECT_EQ(stranger.Wait(), kExitRefused);
@@ -88,9 +89,9 @@ TEST(StayingConnected, OneThatOnlyTriesItsLuckCostsASecondOrTwo) {
 TEST(StayingConnected, ARecordingOutlivesItsTerminalAndItsPhone) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost({"--size", "320x240"}));
-  StandIn& closed = stage.StartPhone("a", {"--codec", "h264", "--snapshots",
-                                           PathText(stage.File("a")), "--record",
-                                           PathText(stage.File("closed.mkv"))});
+  StandIn& closed =
+      stage.StartPhone("a", {"--codec", "h264", "--snapshots", PathText(stage.File("a")),
+                             "--record", PathText(stage.File("closed.mkv"))});
   ASSERT_TRUE(ShowsPictures(stage.File("a")));
   closed.CloseTerminal();
   EXPECT_EQ(closed.Wait(), kExitGood);

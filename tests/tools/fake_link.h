@@ -41,9 +41,9 @@ class FakeLink : public ControlLink {
 
   // What the next tries come to. Open means that a connection holds.
   LinkResult answer = LinkResult::Open;
-  uint16_t port = 1;      // where the plug-in is
-  double lives = 1e6;     // seconds until it ends a connection
-  bool beats = true;      // heartbeats come
+  uint16_t port = 1;   // where the plug-in is
+  double lives = 1e6;  // seconds until it ends a connection
+  bool beats = true;   // heartbeats come
   std::string violation;
 
   std::vector<double> tries;  // seconds

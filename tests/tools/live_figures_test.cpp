@@ -5,8 +5,8 @@
 namespace Veldrift {
 namespace {
 
-// A sender of 30 frames of ten datagrams of 1,000 bytes a second, seen each 20 ms; then the cable is
-// out, then it is back, with losses.
+// A sender of 30 frames of ten datagrams of 1,000 bytes a second, seen each 20 ms; then the cable
+// is out, then it is back, with losses.
 struct Wire {
   LiveFigures figures;
   LiveSample sample;

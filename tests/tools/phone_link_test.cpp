@@ -32,7 +32,9 @@ class ComingBack : public testing::Test {
     plugin_.Run([](ScriptedPlugin& p) {
       EXPECT_EQ(p.Hear(10), kHello + std::string(1, '\0'));
       p.Say("\x31");
-      EXPECT_EQ(p.Hear(7), "\x32" "123456");
+      EXPECT_EQ(p.Hear(7),
+                "\x32"
+                "123456");
       p.Say("\x33\x03tok");
       EXPECT_EQ(p.Hear(3), "\x04\x03\x20");
     });

@@ -198,8 +198,10 @@ TEST_F(SessionRun, BeingTurnedAwayIsTheEndAndBeingHungUpOnIsNot) {
   const struct {
     LinkResult answer;
     bool ends;
-  } kCases[] = {{LinkResult::NoAnswer, false}, {LinkResult::Closed, false},
-                {LinkResult::Refused, true},   {LinkResult::Broken, true},
+  } kCases[] = {{LinkResult::NoAnswer, false},
+                {LinkResult::Closed, false},
+                {LinkResult::Refused, true},
+                {LinkResult::Broken, true},
                 {LinkResult::Failed, true}};
   for (const auto& each : kCases) {
     SCOPED_TRACE(int(each.answer));

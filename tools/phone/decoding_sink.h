@@ -42,8 +42,8 @@ class DecodingSink : public FrameSink {
   // When the first picture was decoded, on the steady clock; 0: none was.
   int64_t FirstPictureNs() const { return firstPictureNs_; }
   size_t LeftOut() const { return worker_.LeftOut(); }
-  // Of the video, from the first to the last frame without the time `withoutNs`, in bits a second; 0
-  // below two frames.
+  // Of the video, from the first to the last frame without the time `withoutNs`, in bits a second;
+  // 0 below two frames.
   double BitRate(int64_t withoutNs) const;
 
  private:

@@ -137,7 +137,7 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       sinks_{&decoding_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
-      whereabouts_(options.plugin, found.chosenId),
+      whereabouts_(found.chosenId, options.plugin, options.host.port),
       screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
   if (recording_) sinks_.push_back(recording_.get());
 }

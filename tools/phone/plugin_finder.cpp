@@ -81,7 +81,9 @@ std::vector<Ipv4Endpoint> NetworkWhereabouts::Look() {
   }
   std::vector<Ipv4Endpoint> places;
   for (const FoundService& service : browser_->Found()) {
-    const bool fits = plugin_.empty() ? service.id == id_ : IsOfInstallation(service, plugin_);
+    const bool fits = id_.empty()
+                          ? IsOfInstallation(service, plugin_) && service.endpoint.port == port_
+                          : service.id == id_;
     if (fits) places.push_back(service.endpoint);
   }
   return places;

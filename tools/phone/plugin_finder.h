@@ -27,19 +27,21 @@ struct FoundPlugins {
 PhoneExit FindPlugin(const PhoneOptions& options, const std::atomic<bool>& interrupted,
                      FoundPlugins& found, std::string& sentence);
 
-// Looks on the network for a plug-in that isn't where it was: for the installation `plugin`, or
-// where that is empty for the service `id`.
+// Looks on the network for a plug-in that isn't where it was: for the service `id`, or where that
+// isn't known for the one of the installation `plugin` with this control port. Another host
+// application's is another one: it keeps a list of its own of the phones that it trusts.
 class NetworkWhereabouts : public PluginWhereabouts {
  public:
-  NetworkWhereabouts(std::string plugin, std::string id)
-      : plugin_(std::move(plugin)), id_(std::move(id)) {}
+  NetworkWhereabouts(std::string id, std::string plugin, uint16_t port)
+      : id_(std::move(id)), plugin_(std::move(plugin)), port_(port) {}
 
   std::vector<Ipv4Endpoint> Look() override;
   void Rest() override { browser_.reset(); }
 
  private:
-  const std::string plugin_;
   const std::string id_;
+  const std::string plugin_;
+  const uint16_t port_;
   int64_t nextOpenNs_ = 0;
   std::unique_ptr<ServiceBrowser> browser_;
 };

@@ -54,13 +54,13 @@ std::string Screen::Line(int64_t nowNs, const std::string& waiting) const {
     return text;
   }
   const LivePicture picture = decoding_.Live();
-  std::snprintf(
-      text, sizeof text,
-      "%6.1f s  %4.1f/s  %.1f Mbit/s  %.0f %% lost%s  %s %dx%d  %llu whole  %llu repaired  %llu lost",
-      seconds, figures_.FramesPerSecond(), figures_.MegabitsPerSecond(),
-      figures_.FramesLostPercent(), link_.Playing() ? "" : "  paused", picture.codec, picture.width,
-      picture.height, (unsigned long long)video_.framesWhole,
-      (unsigned long long)video_.framesRepaired, (unsigned long long)video_.framesLost);
+  std::snprintf(text, sizeof text,
+                "%6.1f s  %4.1f/s  %.1f Mbit/s  %.0f %% lost%s  %s %dx%d  %llu whole  %llu "
+                "repaired  %llu lost",
+                seconds, figures_.FramesPerSecond(), figures_.MegabitsPerSecond(),
+                figures_.FramesLostPercent(), link_.Playing() ? "" : "  paused", picture.codec,
+                picture.width, picture.height, (unsigned long long)video_.framesWhole,
+                (unsigned long long)video_.framesRepaired, (unsigned long long)video_.framesLost);
   return text;
 }
 
@@ -81,7 +81,9 @@ void Screen::LookForSilence(int64_t nowNs) {
   }
   if (toldSilence_ || nowNs - lastDatagramNs_ < kSilenceNs) return;
   toldSilence_ = true;
-  Tell("the host plays, but for 5 s no picture has come to port 47101, which a firewall may keep out");
+  Tell(
+      "the host plays, but for 5 s no picture has come to port 47101, which a firewall may keep "
+      "out");
 }
 
 void Screen::LookAtRecording() {

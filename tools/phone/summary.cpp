@@ -239,8 +239,8 @@ std::string SummaryText(const RunResult& result) {
   using Count = unsigned long long;
   std::string text = Line("veldrift-phone: %.1f s", double(session.endNs - session.startNs) / 1e9);
   text += Line("  %-22s %s %dx%d, %.1f Mbit/s%s%s", "video", decoder.CodecName(), decoder.Width(),
-               decoder.Height(), RateOf(result) / 1e6,
-               result.encoder.empty() ? "" : ", ", result.encoder.c_str());
+               decoder.Height(), RateOf(result) / 1e6, result.encoder.empty() ? "" : ", ",
+               result.encoder.c_str());
   text += Line("  %-22s %llu whole (%llu repaired), %llu lost, %llu decoded", "frames",
                Count(video.framesWhole), Count(video.framesRepaired), Count(video.framesLost),
                Count(decoder.Counters().decoded));

@@ -78,9 +78,9 @@ Verdict JudgeRun(const Findings& findings, const Expectations& expected) {
   const SessionResult& session = findings.session;
   if (findings.decoder.decoded == 0) return {kExitNoPicture, WhyNoPicture(findings.video)};
   if (session.end == SessionEnd::Stopped && expected.seconds > 0) {
-    return {kExitInterrupted, Text("interrupted after %.1f of %.1f s",
-                                   double(session.endNs - session.startNs) / 1e9,
-                                   expected.seconds)};
+    return {kExitInterrupted,
+            Text("interrupted after %.1f of %.1f s", double(session.endNs - session.startNs) / 1e9,
+                 expected.seconds)};
   }
   if (session.interruptionCount > 0) {
     return {kExitLost, Text("the connection was lost %zu time%s, for %.1f s altogether",
@@ -124,9 +124,10 @@ double LostPercent(const AssemblerCounters& video, const DecoderCounters& decode
 }
 
 std::string NetworkAdvice(double percent) {
-  return Text("the network loses %.0f per cent of what is sent; ask for less, by --mode quality "
-              "--quality 30 or --max-short-side 540",
-              percent);
+  return Text(
+      "the network loses %.0f per cent of what is sent; ask for less, by --mode quality "
+      "--quality 30 or --max-short-side 540",
+      percent);
 }
 
 Verdict Judge(const Findings& findings, const Expectations& expected) {

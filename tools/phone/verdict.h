@@ -14,9 +14,9 @@ namespace Veldrift {
 
 // What is expected of a run besides pictures in order and right.
 struct Expectations {
-  double seconds = 0;          // how long it was to last; 0: until it is ended
+  double seconds = 0;           // how long it was to last; 0: until it is ended
   double mostLostPercent = 50;  // of the pictures
-  bool sound = false;          // some must come
+  bool sound = false;           // some must come
 };
 
 struct Findings {

@@ -1,5 +1,5 @@
-// A receiver's way to the plug-in, one connection after the other: what a session needs of it. Real:
-// PhoneLink. Fake: tests/tools/fake_link.h.
+// A receiver's way to the plug-in, one connection after the other: what a session needs of it.
+// Real: PhoneLink. Fake: tests/tools/fake_link.h.
 //
 // Threads: one thread calls everything.
 #pragma once
@@ -29,8 +29,8 @@ class ControlLink {
   // Connects and pairs for the first time, with patience. Otherwise `sentence` says why not.
   virtual LinkResult Open(std::string& sentence) = 0;
 
-  // Once paired before: tries once, at `host`, to connect and to pair by the token. A few seconds at
-  // most.
+  // Once paired before: tries once, at `host`, to connect and to pair by the token. A few seconds
+  // at most.
   virtual LinkResult Reopen(const Ipv4Endpoint& host, std::string& sentence) = 0;
 
   // Sends what the connection's settings are and what else is due.

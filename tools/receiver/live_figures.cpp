@@ -26,12 +26,12 @@ bool LiveFigures::Full() const {
 }
 
 // Numbers that came late fill gaps, so that what is missing can become less.
-double LiveFigures::Grown(uint64_t LiveSample::* counter) const {
+double LiveFigures::Grown(uint64_t LiveSample::*counter) const {
   if (entries_.empty()) return 0;
   return double(int64_t(entries_.back().sample.*counter - entries_.front().sample.*counter));
 }
 
-double LiveFigures::PerSecond(uint64_t LiveSample::* counter) const {
+double LiveFigures::PerSecond(uint64_t LiveSample::*counter) const {
   if (entries_.size() < 2) return 0;
   const int64_t span = entries_.back().timeNs - entries_.front().timeNs;
   return span > 0 ? Grown(counter) * 1e9 / double(span) : 0;

@@ -39,8 +39,8 @@ class LiveFigures {
     int64_t timeNs = 0;
   };
 
-  double PerSecond(uint64_t LiveSample::* counter) const;
-  double Grown(uint64_t LiveSample::* counter) const;
+  double PerSecond(uint64_t LiveSample::*counter) const;
+  double Grown(uint64_t LiveSample::*counter) const;
 
   std::deque<Entry> entries_;  // the first is the newest that is older than the span, if any is
 };

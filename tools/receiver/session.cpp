@@ -102,8 +102,8 @@ bool Session::Lose(const std::string& reason, int64_t nowNs) {
   waiting_ = reason;
   parts_.link.Close();
   ++result_.interruptionCount;
-  const std::string sentence = "the connection was lost after " +
-                               Seconds(nowNs - result_.startNs) + ": " + reason;
+  const std::string sentence =
+      "the connection was lost after " + Seconds(nowNs - result_.startNs) + ": " + reason;
   if (result_.interruptions.size() < SessionResult::kMostInterruptions) {
     result_.interruptions.push_back({lostNs_, 0, reason});
   }

@@ -29,11 +29,11 @@ struct SessionOptions {
 
 enum class SessionEnd {
   TimeUp,
-  Stopped,       // by the user
-  NeverOpened,   // the first connection didn't come about; see SessionResult::link
-  Lost,          // the connection, and it wasn't to be or couldn't be had again
-  TurnedAway,    // on coming back; see SessionResult::link
-  Broken,        // the plug-in spoke against the protocol
+  Stopped,      // by the user
+  NeverOpened,  // the first connection didn't come about; see SessionResult::link
+  Lost,         // the connection, and it wasn't to be or couldn't be had again
+  TurnedAway,   // on coming back; see SessionResult::link
+  Broken,       // the plug-in spoke against the protocol
   SinkFailed,
 };
 

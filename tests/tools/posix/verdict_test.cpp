@@ -110,8 +110,8 @@ const Case kCases[] = {
        e.mostLostPercent = 1;
      },
      kExitPoor, "3.2 per cent of the pictures were lost, of which --most-lost allows 1"},
-    {"no sound, and none was wanted",
-     [](Findings& f, Expectations&) { f.audio.framesWhole = 0; }, kExitGood, ""},
+    {"no sound, and none was wanted", [](Findings& f, Expectations&) { f.audio.framesWhole = 0; },
+     kExitGood, ""},
     {"no sound",
      [](Findings& f, Expectations& e) {
        f.audio.framesWhole = 0;

@@ -60,8 +60,8 @@ class OutputFile {
   std::string error_;
 };
 
-// From now on a closed pipe and a file that is too large are answers of the calls that write, not the
-// end of the process.
+// From now on a closed pipe and a file that is too large are answers of the calls that write, not
+// the end of the process.
 void SurviveFailedWrites();
 
 }  // namespace Veldrift
