@@ -21,16 +21,16 @@ constexpr int kRate = 8'000;
 constexpr double kPicture = 1.0 / 25;
 constexpr double kBlock = 0.01;
 
-// Pictures of H.264 as they come from the plug-in: a key frame first and each second.
+// Pictures of H.264 as they come from the plug-in: a key frame first, and then each `gop` pictures.
 class Coder {
  public:
-  Coder() {
+  explicit Coder(int gop = 25) {
     const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
     context_.reset(avcodec_alloc_context3(codec));
     context_->width = context_->height = kSize;
     context_->pix_fmt = AV_PIX_FMT_YUV420P;
     context_->time_base = {1, 25};
-    context_->gop_size = 25;
+    context_->gop_size = gop;
     context_->max_b_frames = 0;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "tune", "zerolatency", 0);
@@ -234,6 +234,7 @@ TEST_F(Recordings, SoundStaysInStepBehindAPauseOfMinutes) {
 
 // As after a kill: the file is read while the recorder still has it open.
 TEST_F(Recordings, WhatIsOnTheDiskPlaysWithoutTheEnd) {
+  coder_ = std::make_unique<Coder>(/*gop=*/600);
   Send(0, 10, true, true);
   const Seen cut = Part("take.mkv");
   EXPECT_GT(cut.pictures, 25 * 8);
