@@ -254,7 +254,7 @@ TEST_F(SessionRun, TheUserEndsItWheneverHeLikes) {
 TEST_F(SessionRun, APlugInThatHasMovedIsTriedWhereItIsSeenAtOnce) {
   link_.lives = 40;
   clock_.At(39, [this] { link_.port = 2; });
-  clock_.At(50.7, [this] {  // between two tries of the old one
+  clock_.At(50.7, [this] {     // between two tries of the old one
     seen_ = {{0, 1}, {0, 2}};  // a stale record beside the true one
     link_.lives = 1e6;
   });
