@@ -30,7 +30,7 @@ TEST(SetupView, ShowsTheWholeOnceAndThenWhatChanges) {
 TEST(SetupView, ReadsTheModulesFileAndNoEarlierOne) {
   const ScratchFolder folder;
   const std::filesystem::path path = folder.Path() / "status.txt";
-  const auto write = [&](const char* text) { std::ofstream(path) << text; };
+  const auto write = [&](const char* text) { std::ofstream(path, std::ios::binary) << text; };
   write("DEVICE\nfrom yesterday\n");
   SetupView view(path);
   EXPECT_EQ(view.Take(), "");
