@@ -22,6 +22,8 @@ TEST_F(SetupWindowTest, ASwitchIsWrittenAtOnce) {
   };
   for (const auto& each : switches) {
     SCOPED_TRACE(each.line);
+    const std::string on = each.line + std::string("1"), off = each.line + std::string("0");
+    const size_t onBefore = CountInPluginLog(on), offBefore = CountInPluginLog(off);
     const Place place = PlaceOf(Item(each.id));
     const auto pill = [&] { return Shot().At(place.left + 490, place.top + 4); };
     const Picture before = Part(Shot(), place);
@@ -29,18 +31,20 @@ TEST_F(SetupWindowTest, ASwitchIsWrittenAtOnce) {
     Click(Item(each.id));
     EXPECT_TRUE(Soon([&] { return each.isOn(); }));
     EXPECT_TRUE(Soon([&] { return pill() == 0x0A84FFU; }));
-    EXPECT_EQ(CountInPluginLog(each.line + std::string("1")), 1U);
+    EXPECT_EQ(CountInPluginLog(on) - onBefore, 1U);
     // It has the focus now.
     TypeKey({VK_SPACE});
     EXPECT_TRUE(Soon([&] { return !each.isOn(); }));
     EXPECT_TRUE(Soon([&] { return pill() == 0x48484CU; }));
-    EXPECT_EQ(CountInPluginLog(each.line + std::string("0")), 1U);
+    EXPECT_EQ(CountInPluginLog(off) - offBefore, 1U);
     EXPECT_NE(Part(Shot(), place), before) << "nothing shows the focus";
   }
 }
 
 TEST_F(SetupWindowTest, SaveRenamesAndRenewsTheCode) {
   ASSERT_NO_FATAL_FAILURE(Open());
+  const char* const kLine = "setup_dialog:INFO] display name updated to Studio é & 編集";
+  const size_t linesBefore = CountInPluginLog(kLine);
   const std::string id = LoadOrCreateInstallIdentity().id;
   const auto name = [] { return LoadOrCreateInstallIdentity().name; };
   const auto type = [&](const std::wstring& text) {
@@ -59,7 +63,7 @@ TEST_F(SetupWindowTest, SaveRenamesAndRenewsTheCode) {
   Click(Item(kSave));
   EXPECT_TRUE(Soon([&] { return name() == "Studio é & 編集"; }));
   EXPECT_EQ(LoadOrCreateInstallIdentity().id, id);
-  EXPECT_EQ(CountInPluginLog("setup_dialog:INFO] display name updated to Studio é & 編集"), 1U);
+  EXPECT_EQ(CountInPluginLog(kLine) - linesBefore, 1U);
   const auto bitmap = RenderQrToBitmap(EncodeQrText(BuildPairingUri({id, name()})), 200);
   Picture code = Part(Shot(), {32, 94, 200, 200});
   EXPECT_NE(code, before);

@@ -79,6 +79,8 @@ TEST_F(SetupPeersTest, ThreeFitTheirCardAndThirtyAreShown) {
 }
 
 TEST_F(SetupPeersTest, ForgetAsksFirst) {
+  const char* const kLine = "setup_dialog:INFO] unpaired peer id-1";
+  const size_t linesBefore = CountInPluginLog(kLine);
   Pair(2);
   ASSERT_NO_FATAL_FAILURE(Open());
   HWND question = Ask(1);
@@ -97,7 +99,7 @@ TEST_F(SetupPeersTest, ForgetAsksFirst) {
   EXPECT_FALSE(IsTrusted("id-1"));
   EXPECT_TRUE(IsTrusted("id-0"));
   EXPECT_EQ(RowAt(0).name, L"Phone 0");
-  EXPECT_EQ(CountInPluginLog("setup_dialog:INFO] unpaired peer id-1"), 1U);
+  EXPECT_EQ(CountInPluginLog(kLine) - linesBefore, 1U);
   // The keys still have somewhere to go.
   EXPECT_TRUE(Soon([&] { return IsChild(window_, FocusIn(window_)) != FALSE; }));
 
@@ -165,7 +167,10 @@ TEST_F(SetupPeersTest, ATickTouchesTheRowsOnlyForANewList) {
   for (int i = 0; i < 5; ++i) change(i);
   const WindowObjects before = CountWindowObjects();
   for (int i = 5; i < 200; ++i) change(i);
-  EXPECT_EQ(CountWindowObjects(), before);
+  // The system keeps one now and then; one a change would be ours.
+  const WindowObjects after = CountWindowObjects();
+  EXPECT_LE(after.gdi, before.gdi + 20);
+  EXPECT_EQ(after.user, before.user);
   EXPECT_EQ(RowAt(0).name, L"Name 199");
 }
 

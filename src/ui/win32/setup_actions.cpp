@@ -106,6 +106,7 @@ void SetupDialog::Forget(size_t row) {
 }
 
 void SetupDialog::Raise() {
+  events_.onRaised();
   ShowWindow(state_.window, SW_RESTORE);
   // A question of its own is in front of it.
   SetForegroundWindow(GetLastActivePopup(state_.window));

@@ -147,7 +147,7 @@ LRESULT SetupDialog::OnControlColour(UINT message, HDC context, HWND control) co
 void SetupDialog::OnDestroy() {
   KillTimer(state_.window, kTimer);
   TakeQrBitmap(nullptr);
-  onDestroyed_();
+  events_.onDestroyed();
   PostQuitMessage(0);
 }
 

@@ -55,11 +55,16 @@ struct SetupDialogState {
   HWND lastFocus = nullptr;                   // of the controls, while another window has the focus
 };
 
+// What its owner hears of it.
+struct SetupDialogEvents {
+  std::function<void()> onRaised;
+  std::function<void()> onDestroyed;  // the window goes, whoever closed it
+};
+
 class SetupDialog {
  public:
-  // `onDestroyed` is called when the window goes, whoever closed it.
-  SetupDialog(SharedTransport& transport, std::function<void()> onDestroyed)
-      : transport_(transport), onDestroyed_(std::move(onDestroyed)) {}
+  SetupDialog(SharedTransport& transport, SetupDialogEvents events)
+      : transport_(transport), events_(std::move(events)) {}
   SetupDialog(const SetupDialog&) = delete;
   SetupDialog& operator=(const SetupDialog&) = delete;
 
@@ -113,7 +118,7 @@ class SetupDialog {
   void RestoreFocus();
 
   SharedTransport& transport_;
-  const std::function<void()> onDestroyed_;
+  const SetupDialogEvents events_;
   SetupDialogState state_;
 };
 

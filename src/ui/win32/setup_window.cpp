@@ -45,15 +45,16 @@ class SetupDialogOwner {
 
   void Show() {
     MutexLock lock(mutex_);
-    // One that is just being made is a window in a moment; one that goes is gone in a moment.
-    while (phase_ == Phase::Opening || phase_ == Phase::Closing) {
-      EndIfOnItsThread();
-      changed_.Wait(lock);
-    }
-    if (phase_ == Phase::Open) {
+    if (phase_ != Phase::Closed) {
+      wanted_ = true;
+      // One that is just being made is a window in a moment.
+      while (phase_ == Phase::Opening) {
+        EndIfOnItsThread();
+        changed_.Wait(lock);
+      }
       // The window raises itself: nobody waits for a thread that is busy.
-      PostMessageW(window_, kRaiseSetupDialog, 0, 0);
-      return;
+      if (phase_ == Phase::Open) PostMessageW(window_, kRaiseSetupDialog, 0, 0);
+      if (phase_ != Phase::Closed) return;
     }
     EndIfOnItsThread();
     if (thread_.joinable()) thread_.join();
@@ -66,6 +67,7 @@ class SetupDialogOwner {
 
   void Close() {
     MutexLock lock(mutex_);
+    wanted_ = false;
     while (phase_ == Phase::Opening) changed_.Wait(lock);
     if (phase_ == Phase::Open) PostMessageW(window_, WM_CLOSE, 0, 0);
   }
@@ -75,7 +77,7 @@ class SetupDialogOwner {
     Closed,   // no window; a thread that is recorded has left its loop
     Opening,  // a thread is making the window
     Open,     // the window is published
-    Closing,  // the window is gone, and its thread on its way out
+    Closing,  // the window is gone; its thread ends, or makes another one
   };
 
   // A dialog can't wait for its own end.
@@ -85,30 +87,60 @@ class SetupDialogOwner {
 
   void Enter(Phase phase, HWND window) {
     MutexLock lock(mutex_);
+    if (phase == Phase::Opening) wanted_ = false;
     phase_ = phase;
     window_ = window;
     changed_.NotifyAll();
   }
 
-  void Run() {
-    RunGuarded(kSetupLog, "setup dialog", [this] {
-      const ComApartment apartment;
-      InitControls();
-      SetupDialog dialog(SharedTransport::Get(), [this] { Enter(Phase::Closing, nullptr); });
+  void OnRaised() {
+    MutexLock lock(mutex_);
+    wanted_ = false;
+  }
+
+  // Somebody asked for the window while it was about to close: it would be lost on the one that
+  // went.
+  bool AnotherIsWanted() {
+    MutexLock lock(mutex_);
+    if (!wanted_) phase_ = Phase::Closed;
+    changed_.NotifyAll();
+    return phase_ != Phase::Closed;
+  }
+
+  // False if the system refuses a window.
+  bool ServeOne() {
+    bool served = false;
+    RunGuarded(kSetupLog, "setup dialog", [&] {
+      SetupDialog dialog(SharedTransport::Get(),
+                         {.onRaised = [this] { OnRaised(); },
+                          .onDestroyed = [this] { Enter(Phase::Closing, nullptr); }});
       const HWND window = dialog.Make();
       if (window == nullptr) return;
       // Before it appears, which takes the foreground from windows whose thread may wait in Show.
       Enter(Phase::Open, window);
       dialog.Appear();
       RunMessageLoop(window);
+      served = true;
     });
-    Enter(Phase::Closed, nullptr);
+    return served;
+  }
+
+  void Run() {
+    const ComApartment apartment;
+    InitControls();
+    bool served = false;
+    do {
+      Enter(Phase::Opening, nullptr);
+      served = ServeOne();
+    } while (served && AnotherIsWanted());
+    if (!served) Enter(Phase::Closed, nullptr);
   }
 
   Mutex mutex_;
   CondVar changed_;
   Phase phase_ VD_GUARDED_BY(mutex_) = Phase::Closed;
   HWND window_ VD_GUARDED_BY(mutex_) = nullptr;
+  bool wanted_ VD_GUARDED_BY(mutex_) = false;  // by a Show that no window has heard yet
   std::thread thread_ VD_GUARDED_BY(mutex_);
 };
 
