@@ -124,10 +124,19 @@ TEST_F(SetupWindowTest, CloseEscAndTheCloseBoxCloseIt) {
       // Whatever the button's notification says.
       +[](HWND window) { PostMessageW(window, WM_COMMAND, MAKEWPARAM(kClose, 5), 0); },
   };
+  int way = 0;
   for (const auto close : closers) {
+    SCOPED_TRACE(way++);
     ASSERT_NO_FATAL_FAILURE(Open());
-    close(window_);
-    EXPECT_TRUE(AwaitGone(window_));
+    // A key or a click that came while the system was still giving it the focus is lost; a user
+    // does it again.
+    const int64_t patience = SteadyNanos() + kPatienceNanos;
+    for (int64_t again = 0; IsWindow(window_) && SteadyNanos() < patience;) {
+      if (SteadyNanos() < again) continue;
+      close(window_);
+      again = SteadyNanos() + 5 * kNanosPerSecond;
+    }
+    EXPECT_FALSE(IsWindow(window_));
   }
 }
 
