@@ -132,6 +132,7 @@ TEST_F(SetupWindowTest, CloseEscAndTheCloseBoxCloseIt) {
     // does it again.
     const int64_t patience = SteadyNanos() + kPatienceNanos;
     for (int64_t again = 0; IsWindow(window_) && SteadyNanos() < patience;) {
+      SystemClock().SleepFor(kNanosPerMilli);
       if (SteadyNanos() < again) continue;
       close(window_);
       again = SteadyNanos() + 5 * kNanosPerSecond;
