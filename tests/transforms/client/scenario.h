@@ -26,6 +26,9 @@
 // VD_TRANSFORM_TRACE   A file (Windows path) that gets a line for every call: who, which, details,
 //                      result: "nvidia-hevc#1 SetValue MeanBitRate 15000000 00000000". The number
 //                      counts the process's transforms; "platform" calls the functions above.
+// VD_TRANSFORM_PICTURES
+//                      A file (Windows path) that gets every picture that is encoded, as it was
+//                      read out of its sample: width * height * 3 / 2 bytes of NV12 each.
 //
 // Traits, separated by blanks (frames count from 0):
 //

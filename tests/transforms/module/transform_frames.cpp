@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "tests/transforms/common/environment.h"
 #include "tests/transforms/module/picture_reader.h"
 #include "tests/transforms/module/platform.h"
 #include "tests/transforms/module/transform.h"
@@ -22,6 +23,13 @@ std::string Describe(IMFSample& sample) {
   sample.GetTotalLength(&bytes);
   return "time=" + std::to_string(time) + " duration=" + std::to_string(duration) +
          " clean=" + std::to_string(clean) + " bytes=" + std::to_string(bytes);
+}
+
+void Keep(const Picture& picture) {
+  if (ReadVariable(kPicturesVariable).empty()) return;
+  std::string bytes(picture.luma.begin(), picture.luma.end());
+  bytes.append(picture.chroma.begin(), picture.chroma.end());
+  AppendTo(kPicturesVariable, bytes);
 }
 
 const char* MessageName(MFT_MESSAGE_TYPE message) {
@@ -91,7 +99,7 @@ HRESULT Transform::ProcessInput(DWORD id, IMFSample* sample, DWORD) {
   return Answer("ProcessInput", [&](std::string& details) {
     if (id != 0) return MF_E_INVALIDSTREAMNUMBER;
     if (!sample) return E_POINTER;
-    details = Describe(*sample);
+    details = Describe(*sample) + (IsTexture(*sample) ? " in a texture" : " in memory");
     Input input;
     if (const HRESULT result = AdmitInput(*sample, input); FAILED(result)) return result;
     if (!Async()) return Encode(input);
@@ -110,6 +118,7 @@ HRESULT Transform::Encode(const Input& input) {
   }
   const HRESULT read = ReadPicture(*input.sample.Get(), size.width, size.height, picture);
   if (FAILED(read)) return read;
+  Keep(picture);
   Output output;
   input.sample->GetSampleTime(&output.time);
   input.sample->GetSampleDuration(&output.duration);
