@@ -3,7 +3,7 @@
 
 #include "encoder/mf/resident_submit.h"
 #include "platform/system.h"
-#include "tests/gpu/context_watch.h"
+#include "tests/gpu/context_doubles.h"
 #include "tests/gpu/gpu_fixture.h"
 #include "tests/gpu/scripted_allocator.h"
 #include "tests/support/eventually.h"
@@ -48,8 +48,8 @@ class ResidentTest : public GpuTest {
   }
 
   ComPtr<ID3D11Texture2D> MakeArray(UINT slices) {
-    const D3D11_TEXTURE2D_DESC description = {kWidth, kHeight, 1,    slices, DXGI_FORMAT_NV12,
-                                              {1, 0}, D3D11_USAGE_DEFAULT, 0xA8, 0, 0};
+    const D3D11_TEXTURE2D_DESC description = {
+        kWidth, kHeight, 1, slices, DXGI_FORMAT_NV12, {1, 0}, D3D11_USAGE_DEFAULT, 0xA8, 0, 0};
     ComPtr<ID3D11Texture2D> texture;
     EXPECT_EQ(device_.Device()->CreateTexture2D(&description, nullptr, &texture), S_OK);
     return texture;

@@ -108,9 +108,9 @@ class OnAdapterTest : public testing::TestWithParam<Encoder> {
         R"({"id":"0e9b1c34-6f0a-4a5c-9a53-2f2f7d1b8c11","enableAsyncHwEncoders":"true"})");
     ASSERT_NO_FATAL_FAILURE(stage.StartHost(
         {"--size", std::to_string(kWidth) + "x" + std::to_string(kHeight), "--fps", "30"}));
-    StandIn& phone =
-        stage.StartPhone("a", {"--codec", encoder.codec, "--gop", "short", "--mode", "quality", "--quality", "90", "--seconds", "3",
-                               "--record", PathText(stage.File("take.mkv"))});
+    StandIn& phone = stage.StartPhone(
+        "a", {"--codec", encoder.codec, "--gop", "short", "--mode", "quality", "--quality", "90",
+              "--seconds", "3", "--record", PathText(stage.File("take.mkv"))});
     EXPECT_EQ(phone.Wait(), kExitGood) << testing::PrintToString(phone.Complaints());
     ASSERT_NO_FATAL_FAILURE(ExpectGoodPictures(phone.Summary()));
     stage.EndHost();
@@ -185,8 +185,9 @@ TEST_F(OnAdapter, ATextureThatIsRefusedEndsThatRoadAndNotTheStream) {
   EXPECT_GE(stream.refusals, 1U);
   EXPECT_GT(stream.memories, 10U);
   for (const auto& [who, road] : stream.roads) {
-    EXPECT_THAT(road, testing::AnyOf(testing::MatchesRegex("T{0,4}"),
-                                     testing::MatchesRegex("TTTTxM*"))) << who;
+    EXPECT_THAT(road,
+                testing::AnyOf(testing::MatchesRegex("T{0,4}"), testing::MatchesRegex("TTTTxM*")))
+        << who;
   }
   EXPECT_GE(conversions_, 1U);
 }
