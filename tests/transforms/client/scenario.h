@@ -24,7 +24,9 @@
 //                      MFCreateAttributes, MFCreateMediaType, MFCreateSample, MFCreateMemoryBuffer,
 //                      MFCreateDXGIDeviceManager, MFCreateVideoSampleAllocatorEx.
 // VD_TRANSFORM_TRACE   A file (Windows path) that gets a line for every call: who, which, details,
-//                      result: "nvidia-hevc#1 SetValue MeanBitRate 15000000 00000000". The number
+//                      result: "nvidia-hevc#1 SetValue MeanBitRate 15000000 00000000". "Released"
+//                      is a transform's end, and tells how many of the samples that it provided
+//                      the client still had when it asked for the next. The number
 //                      counts the process's transforms; "platform" calls the functions above.
 // VD_TRANSFORM_PICTURES
 //                      A file (Windows path) that gets every picture that is encoded, as it was

@@ -28,7 +28,8 @@ Transform::Transform(const Kind& kind, const Traits& traits, std::string who)
 
 Transform::~Transform() {
   worker_.reset();
-  gate_.Note("Released", "", S_OK);
+  NoteProvided(nullptr);
+  gate_.Note("Released", kept_ > 0 ? std::to_string(kept_) + " samples kept" : "", S_OK);
 }
 
 HRESULT Transform::QueryInterface(REFIID iid, void** object) {

@@ -167,6 +167,14 @@ HRESULT Transform::ChooseOutput(MFT_OUTPUT_DATA_BUFFER& buffer) {
   return MF_E_TRANSFORM_STREAM_CHANGE;
 }
 
+void Transform::NoteProvided(IMFSample* sample) {
+  if (lastProvided_) {
+    lastProvided_->AddRef();
+    kept_ += lastProvided_->Release() > 1 ? 1 : 0;
+  }
+  lastProvided_ = ComPtr(sample);
+}
+
 HRESULT Transform::HandOut(MFT_OUTPUT_DATA_BUFFER& buffer, std::string& details) {
   const Output& output = shelf_.Front();
   ComPtr<IMFSample> provided;
@@ -179,7 +187,10 @@ HRESULT Transform::HandOut(MFT_OUTPUT_DATA_BUFFER& buffer, std::string& details)
     return result;
   }
   details = Describe(sample);
-  if (provided) buffer.pSample = provided.Detach();
+  if (provided) {
+    NoteProvided(provided.Get());
+    buffer.pSample = provided.Detach();
+  }
   shelf_.Pop();
   if (Async()) --announced_;
   return S_OK;
