@@ -5,11 +5,13 @@
 #include <atomic>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "encoder/engine_catalogue.h"
 #include "tests/encoder_mf/mf_encoder.h"
 #include "tests/support/eventually.h"
+#include "tests/support/scratch.h"
 #include "tests/transforms/client/scenario.h"
 
 namespace Veldrift {
@@ -73,19 +75,47 @@ TEST_F(MfCalls, TheTypesSayAllThatAnEncoderMayWantToKnow) {
 }
 
 TEST_F(MfCalls, FramesGoInWithTheirTimesAndWhatTheyHold) {
+  constexpr int kFrames = 8;  // more than an asynchronous encoder has samples
   for (const std::string kind : {"intel", "intel-async"}) {
     SCOPED_TRACE(kind);
     scenario_.ForgetTrace();
     ASSERT_TRUE(Configure(kind, kCodecH264));
-    Encode(2);
-    // The mark of a sample that serves all frames stays; what forces key frames is the property.
-    const std::string second = kind == "intel" ? "1" : "0";
-    EXPECT_THAT(Details("ProcessInput"),
-                ElementsAre("time=0 duration=333333 clean=1 bytes=44928 in memory",
-                            "time=333333 duration=333333 clean=" + second +
-                                " bytes=44928 in memory"));
+    Encode(kFrames);
+    const Texts frames = Details("ProcessInput");
+    ASSERT_EQ(frames.size(), size_t{kFrames});
+    for (int frame = 0; frame < kFrames; ++frame) {
+      // The mark of a sample that serves all frames stays; what forces key frames is the property.
+      const bool marked = frame == 0 || kind == "intel";
+      EXPECT_EQ(frames[size_t(frame)], "time=" + std::to_string(frame * 333'333) +
+                                           " duration=333333 clean=" + (marked ? "1" : "0") +
+                                           " bytes=44928 in memory");
+    }
     EXPECT_THAT(scenario_.PropertiesSet(), testing::Contains("VideoForceKeyFrame 1").Times(1));
   }
+}
+
+// A transform that knows no size gets a buffer of the usual one.
+TEST_F(MfCalls, OutputsGetTheRoomThatTheTransformNames) {
+  for (const auto& [traits, room] :
+       {std::pair{"output-size=345678", "345678"}, {"output-size=0", "1048576"}}) {
+    scenario_.Traits(traits);
+    scenario_.ForgetTrace();
+    ASSERT_TRUE(Configure("intel", kCodecH264));
+    Encode(1);
+    EXPECT_EQ(Details("MFCreateMemoryBuffer").back(), room) << traits;
+  }
+}
+
+TEST_F(MfCalls, AChangeOfTheStreamThatIsntTakenIsTold) {
+  scenario_.Traits("changes=1@2 fail=SetOutputType@2..2=80070057");
+  const size_t logged = ReadPluginLog().size();
+  ASSERT_TRUE(Configure("intel", kCodecH264));
+  Encode(2);
+  encoder_->EncodeFrame(std::vector<uint8_t>(size_t{kWidth} * kHeight * 4).data(), kWidth, kHeight,
+                        kWidth * 4, 0);
+  EXPECT_EQ(CountIn(ReadPluginLog().substr(logged),
+                    "STREAM_CHANGE renegotiation failed get=0x00000000 set=0x80070057"),
+            1U);
 }
 
 TEST_F(MfCalls, MessagesComeInTheirOrder) {
@@ -114,8 +144,8 @@ TEST_F(MfCalls, MessagesComeInTheirOrder) {
 // the last asks for what is preferred first.
 TEST_F(MfCalls, TheListIsAskedForClassByClass) {
   EXPECT_FALSE(Configure("none", kCodecH264));
-  EXPECT_THAT(Details("MFTEnumEx"), ElementsAre("flags=69 count=0", "flags=70 count=0",
-                                                "flags=65 count=0"));
+  EXPECT_THAT(Details("MFTEnumEx"),
+              ElementsAre("flags=69 count=0", "flags=70 count=0", "flags=65 count=0"));
   scenario_.ForgetTrace();
   EnumerateEngines();
   EXPECT_THAT(Details("MFTEnumEx"), ElementsAre("flags=68 count=0", "flags=68 count=0"));
@@ -141,6 +171,25 @@ TEST_F(MfCalls, TheLayerIsStartedOnceForAllEncodersAndGivenBack) {
   scenario_.FailPlatform("");
   first = MakeTestedEncoder();
   EXPECT_EQ(Details("MFStartup").size(), 5U);
+}
+
+// A thread of the host's may know nothing of COM.
+TEST_F(MfCalls, ComIsThereOnEveryThreadAsLongAsAnEncoderIs) {
+  const auto isThere = [] {
+    bool there = false;
+    std::thread([&] {
+      APTTYPE type;
+      APTTYPEQUALIFIER qualifier;
+      there = SUCCEEDED(CoGetApartmentType(&type, &qualifier));
+    }).join();
+    return there;
+  };
+  scenario_.FailPlatform("MFStartup");  // whose own threads have it
+  ASSERT_FALSE(isThere());
+  auto encoder = MakeTestedEncoder();
+  EXPECT_TRUE(isThere());
+  encoder.reset();
+  EXPECT_FALSE(isThere());
 }
 
 // With all that it was given: transforms are expensive, and hardware has few of them.

@@ -51,6 +51,8 @@
 //   32)
 //                         of user data: with lengths, 256 to 511 look like a start code
 //   clean-point=yes|no    marks key frames (yes)
+//   times=yes|no          gives outputs their time (yes)
+//   pieces=N              cuts an output that it provides into N buffers of its sample (1)
 //   changes=N[@FRAME]     announces N stream changes in a row before output FRAME (0)
 //   refuse=FRAME          holds the output before this frame back until the frame has been refused
 //                         once with 0xC00D36B5

@@ -42,7 +42,7 @@ HRESULT Transform::QueryInterface(REFIID iid, void** object) {
   } else if (Async() && IsEqualGUID(iid, IID_IMFMediaEventGenerator) &&
              SUCCEEDED(gate_.CountOrdered("IMFMediaEventGenerator"))) {
     *object = static_cast<IMFMediaEventGenerator*>(&events_);
-  } else if (Async() && IsEqualGUID(iid, IID_IMFShutdown)) {
+  } else if (IsEqualGUID(iid, IID_IMFShutdown)) {
     *object = static_cast<IMFShutdown*>(this);
   } else {
     return E_NOINTERFACE;
@@ -81,7 +81,7 @@ HRESULT Transform::GetAttributes(IMFAttributes** attributes) {
 HRESULT Transform::Shutdown() {
   return gate_.Answer("Shutdown", [&](std::string&) {
     gate_.Close(MF_E_SHUTDOWN);
-    worker_->Clear();
+    if (worker_) worker_->Clear();
     events_.Shutdown();
     return S_OK;
   });

@@ -53,22 +53,37 @@ const char* MessageName(MFT_MESSAGE_TYPE message) {
   }
 }
 
-HRESULT Fill(IMFSample& sample, const Output& output, bool marksCleanPoint) {
-  ComPtr<IMFMediaBuffer> buffer;
-  if (const HRESULT result = sample.GetBufferByIndex(0, buffer.Put()); FAILED(result)) {
-    return result;
+HRESULT FillBuffer(IMFMediaBuffer& buffer, const Bytes& bytes) {
+  BYTE* room = nullptr;
+  DWORD length = 0;
+  if (const HRESULT result = buffer.Lock(&room, &length, nullptr); FAILED(result)) return result;
+  const bool fits = length >= bytes.size();
+  if (fits) std::copy(bytes.begin(), bytes.end(), room);
+  buffer.Unlock();
+  return fits ? buffer.SetCurrentLength(static_cast<DWORD>(bytes.size())) : MF_E_BUFFERTOOSMALL;
+}
+
+HRESULT Fill(IMFSample& sample, const Output& output, const Traits& traits) {
+  DWORD buffers = 0;
+  sample.GetBufferCount(&buffers);
+  auto from = output.bytes.begin();
+  for (DWORD place = 0; place < buffers; ++place) {
+    ComPtr<IMFMediaBuffer> buffer;
+    if (const HRESULT result = sample.GetBufferByIndex(place, buffer.Put()); FAILED(result)) {
+      return result;
+    }
+    const auto end = from + (output.bytes.end() - from) / static_cast<ptrdiff_t>(buffers - place);
+    if (const HRESULT result = FillBuffer(*buffer.Get(), Bytes(from, end)); FAILED(result)) {
+      return result;
+    }
+    from = end;
   }
-  BYTE* bytes = nullptr;
-  DWORD room = 0;
-  if (const HRESULT result = buffer->Lock(&bytes, &room, nullptr); FAILED(result)) return result;
-  const bool fits = room >= output.bytes.size();
-  if (fits) std::copy(output.bytes.begin(), output.bytes.end(), bytes);
-  buffer->Unlock();
-  if (!fits) return MF_E_BUFFERTOOSMALL;
-  buffer->SetCurrentLength(static_cast<DWORD>(output.bytes.size()));
-  sample.SetSampleTime(output.time);
-  sample.SetSampleDuration(output.duration);
-  if (output.keyFrame && marksCleanPoint) sample.SetUINT32(MFSampleExtension_CleanPoint, TRUE);
+  if (traits.timesOutputs) {
+    sample.SetSampleTime(output.time);
+    sample.SetSampleDuration(output.duration);
+  }
+  if (output.keyFrame && traits.marksCleanPoint)
+    sample.SetUINT32(MFSampleExtension_CleanPoint, TRUE);
   return S_OK;
 }
 
@@ -179,11 +194,11 @@ HRESULT Transform::HandOut(MFT_OUTPUT_DATA_BUFFER& buffer, std::string& details)
   const Output& output = shelf_.Front();
   ComPtr<IMFSample> provided;
   if (traits_.providesSamples) {
-    provided = MakeSample(static_cast<DWORD>(output.bytes.size()));
+    provided = MakeSample(static_cast<DWORD>(output.bytes.size()), traits_.pieces);
     if (!provided) return E_OUTOFMEMORY;
   }
   IMFSample& sample = provided ? *provided.Get() : *buffer.pSample;
-  if (const HRESULT result = Fill(sample, output, traits_.marksCleanPoint); FAILED(result)) {
+  if (const HRESULT result = Fill(sample, output, traits_); FAILED(result)) {
     return result;
   }
   details = Describe(sample);
