@@ -165,12 +165,15 @@ TEST_F(MfCalls, TheLayerIsStartedOnceForAllEncodersAndGivenBack) {
   EXPECT_THAT(scenario_.Calls("MFShutdown"), testing::SizeIs(2));
   scenario_.FailPlatform("MFStartup");
   first = MakeTestedEncoder();
+  scenario_.ForgetTrace();
+  EXPECT_FALSE(first->Configure(kWidth, kHeight, 4'000'000, 30));
+  EXPECT_EQ(scenario_.Calls("MFTEnumEx").size(), 0U);  // nothing is asked of what doesn't run
   first.reset();
   EnumerateEngines();
-  EXPECT_THAT(scenario_.Calls("MFShutdown"), testing::SizeIs(2));
+  EXPECT_THAT(scenario_.Calls("MFShutdown"), testing::SizeIs(0));
   scenario_.FailPlatform("");
   first = MakeTestedEncoder();
-  EXPECT_EQ(Details("MFStartup").size(), 5U);
+  EXPECT_EQ(Details("MFStartup").size(), 2U);  // and the failed visit's
 }
 
 // A thread of the host's may know nothing of COM.

@@ -204,6 +204,14 @@ TEST_F(Degraded, WithoutACompilerTheCpuConvertsUntilTheNextTime) {
             1u);
 }
 
+// The transform's threads use it too.
+TEST_F(Degraded, TheDeviceMayBeUsedByManyThreads) {
+  ComPtr<ID3D10Multithread> threads;
+  ComPtr<ID3D11Device> device(device_.Device());
+  ASSERT_EQ(device.As(&threads), S_OK);
+  EXPECT_TRUE(threads->GetMultithreadProtected());
+}
+
 TEST_F(Degraded, AFrameLargerThanAnyTextureIsLeftToTheCpu) {
   EXPECT_TRUE(Convert(64, 48));
   EXPECT_FALSE(Convert(65536, 2));

@@ -39,6 +39,8 @@ struct Stream {
   size_t textures = 0;
   size_t memories = 0;
   size_t refusals = 0;
+  size_t marked = 0;        // as key frames
+  size_t forced = 0;        // key frames, by the property
   size_t unlikeScalar = 0;  // pictures that aren't the plain conversion's, byte for byte
   std::vector<uint32_t> given;
   VideoFile take;
@@ -70,9 +72,11 @@ void JudgeGiven(const std::string& pictures, Stream& stream) {
 void JudgeRoads(const std::string& trace, Stream& stream) {
   std::istringstream lines(trace);
   for (std::string line; std::getline(lines, line);) {
+    stream.forced += line.find(" SetValue VideoForceKeyFrame 1 ") != line.npos ? 1 : 0;
     const size_t who = line.find(" ProcessInput ");
     if (who == line.npos) continue;
     const bool taken = line.ends_with(" 00000000");
+    stream.marked += line.find(" clean=1 ") != line.npos ? 1 : 0;
     const bool texture = line.find(" in a texture ") != line.npos;
     stream.roads[line.substr(0, who)] += !taken ? 'x' : texture ? 'T' : 'M';
     size_t& count = !taken ? stream.refusals : texture ? stream.textures : stream.memories;
@@ -150,10 +154,14 @@ TEST_P(OnAdapter, EveryRoadOfAPictureEndsInTheSameStream) {
   ASSERT_NO_FATAL_FAILURE(Run(GetParam(), kActive, resident));
   EXPECT_EQ(resident.memories, 0U);
   EXPECT_EQ(conversions_, 0U);
+  const bool asynchronous = std::string(GetParam().kind).ends_with("-async");
+  // Samples come back, and the mark of a key frame must not come with them.
+  if (asynchronous) {
+    EXPECT_LE(resident.marked, resident.forced);
+  }
 
   // Of a maker whose encoders get pictures in memory.
   Stream readBack;
-  const bool asynchronous = std::string(GetParam().kind).ends_with("-async");
   ASSERT_NO_FATAL_FAILURE(
       Run({asynchronous ? "amd-async" : "amd", GetParam().codec}, kNotWanted, readBack));
   EXPECT_EQ(readBack.textures, 0U);
