@@ -151,10 +151,10 @@ TEST_F(MfEncoderTest, EveryFormOfOutputBecomesOneStream) {
   };
   const Case cases[] = {
       {"software", kCodecHevc, ""},
-      {"software", kCodecH264, "header=none"},
+      {"software", kCodecH264, "header=none times=no"},
       {"nvidia", kCodecH264, "header=annexb sets-in-stream=no"},
       {"nvidia", kCodecHevc, "header=record sets-in-stream=no units=lengths lead=256"},
-      {"intel", kCodecH264, "header=record units=lengths lead=480 provides=yes"},
+      {"intel", kCodecH264, "header=record units=lengths lead=480 provides=yes pieces=3"},
       {"intel", kCodecHevc, "header=none units=lengths lead=300"},
       {"amd", kCodecHevc, "header=annexb sets-in-stream=no clean-point=no"},
       {"amd", kCodecH264, "late-header=yes sets-in-stream=no changes=1"},
@@ -164,7 +164,7 @@ TEST_F(MfEncoderTest, EveryFormOfOutputBecomesOneStream) {
       {"other", kCodecHevc, "nv12=none"},
       {"nvidia-async", kCodecHevc, "header=record units=lengths lead=300 sets-in-stream=no"},
       {"nvidia-async", kCodecH264, "provides=no credits=1"},
-      {"intel-async", kCodecHevc, "changes=2@3"},
+      {"intel-async", kCodecHevc, "changes=2@3 pieces=2"},
       {"amd-async", kCodecH264, "late-header=yes sets-in-stream=no changes=1"},
   };
   for (const Case& c : cases) {

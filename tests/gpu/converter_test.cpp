@@ -1,6 +1,7 @@
 // The conversion with read-back on an adapter whose driver takes the shader.
 #include "encoder/mf/gpu_converter.h"
 
+#include "tests/gpu/context_doubles.h"
 #include "tests/gpu/gpu_fixture.h"
 
 namespace Veldrift {
@@ -39,6 +40,13 @@ TEST_F(Converter, GivesTheBytesOfThePlainConversion) {
           << size.width << "x" << size.height << ", seed " << seed;
     }
   }
+}
+
+TEST_F(Converter, ATexturesRowsMayBeWiderThanThePictures) {
+  const NoiseFrame frame(64, 48, 1);
+  const WideRows wide(device_.Context());
+  EXPECT_EQ(Differences(Convert(frame), frame.Nv12()), 0u);
+  EXPECT_EQ(wide.Mapped(), 3);  // the picture, and the two planes
 }
 
 TEST_F(Converter, AnOddSideIsLeftToTheCpuFromThereOnUntilItIsClosed) {

@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 
 #include "encoder/mf/resident_submit.h"
+#include "platform/system.h"
+#include "tests/gpu/context_doubles.h"
 #include "tests/gpu/gpu_fixture.h"
+#include "tests/gpu/scripted_allocator.h"
 #include "tests/support/eventually.h"
 
 namespace Veldrift {
@@ -42,6 +45,26 @@ class ResidentTest : public GpuTest {
     device_.Context()->CopySubresourceRegion(staging.Get(), 0, 0, 0, 0, texture.Get(), slice,
                                              nullptr);
     return Planes(staging.Get(), description.Height);
+  }
+
+  ComPtr<ID3D11Texture2D> MakeArray(UINT slices) {
+    const D3D11_TEXTURE2D_DESC description = {
+        kWidth, kHeight, 1, slices, DXGI_FORMAT_NV12, {1, 0}, D3D11_USAGE_DEFAULT, 0xA8, 0, 0};
+    ComPtr<ID3D11Texture2D> texture;
+    EXPECT_EQ(device_.Device()->CreateTexture2D(&description, nullptr, &texture), S_OK);
+    return texture;
+  }
+
+  ComPtr<IMFSample> SampleOf(ID3D11Texture2D* texture, UINT slice) {
+    using Create = HRESULT(WINAPI*)(REFIID, IUnknown*, UINT, BOOL, IMFMediaBuffer**);
+    const auto create = reinterpret_cast<Create>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleA("mfplat.dll"), "MFCreateDXGISurfaceBuffer")));
+    ComPtr<IMFMediaBuffer> buffer;
+    ComPtr<IMFSample> sample;
+    EXPECT_EQ(create(__uuidof(ID3D11Texture2D), texture, slice, FALSE, &buffer), S_OK);
+    EXPECT_EQ(libraries_.media->createSample(&sample), S_OK);
+    EXPECT_EQ(sample->AddBuffer(buffer.Get()), S_OK);
+    return sample;
   }
 
   // The platform takes samples back on a thread of its own, and until then the pool may be empty.
@@ -105,6 +128,33 @@ TEST_F(Resident, ItsSamplesHaveTheBytesOfThePlainConversion) {
   }
   EXPECT_TRUE(ShowsFrame(held.Get(), first));
   EXPECT_FALSE(resident_.Latched());
+}
+
+// A transform may read it from a device of its own, to which this one's order says nothing.
+TEST_F(Resident, ASampleIsGivenAwayWhenTheAdapterIsThroughWithIt) {
+  const NoiseFrame frame(kWidth, kHeight, 1);
+  const ContextWatch watch(device_.Context());
+  EXPECT_TRUE(resident_.Acquire(frame.Picture()) != nullptr);
+  const bool forbidden = GetEnvironment("VD_NO_FENCE") == "1";
+  EXPECT_EQ(watch.Deeds(), forbidden ? "DF" : "DER");
+}
+
+// As some drivers make their pools: one texture, of which a sample has a slice.
+TEST_F(Resident, ASliceOfAnArrayIsWrittenAndNoOther) {
+  ScriptedAllocator allocator;
+  scriptedAllocator = &allocator;
+  libraries_.media->createSampleAllocator = GiveScriptedAllocator;
+  ASSERT_TRUE(resident_.Setup(request_));
+  const ComPtr<ID3D11Texture2D> texture = MakeArray(3);
+  ASSERT_TRUE(texture != nullptr);
+  std::vector<ComPtr<IMFSample>> samples;
+  for (const UINT slice : {2U, 0U, 1U}) {
+    samples.push_back(allocator.next = SampleOf(texture.Get(), slice));
+    ASSERT_TRUE(resident_.Acquire(NoiseFrame(kWidth, kHeight, slice).Picture()) != nullptr);
+  }
+  EXPECT_TRUE(ShowsFrame(samples[0].Get(), NoiseFrame(kWidth, kHeight, 2)));
+  EXPECT_TRUE(ShowsFrame(samples[1].Get(), NoiseFrame(kWidth, kHeight, 0)));
+  EXPECT_TRUE(ShowsFrame(samples[2].Get(), NoiseFrame(kWidth, kHeight, 1)));
 }
 
 TEST_F(Resident, ASampleSaysThatItsBufferIsFull) {

@@ -5,6 +5,9 @@
 #   root.sh run DIR FOLDER PROGRAM.exe...    runs a Windows program of the folder, with a screen that
 #                                            nobody sees, a network of its own, and the scripted
 #                                            encoders of tests/transforms, built for that Wine
+#   root.sh streams DIR FOLDER PROGRAM...    runs a program of this system, outside the root but in
+#                                            its network: the stand-ins' tests, whose Windows host is
+#                                            the folder's, inside
 # All that is mounted or started for that lives in namespaces of its own and goes with them. Wants
 # root.
 set -euo pipefail
@@ -14,6 +17,7 @@ packages=(wine wine64 libwine dxvk mesa-vulkan-drivers libvulkan1 libgl1-mesa-dr
   libegl1 xvfb fonts-dejavu-core
   wine64-tools libwine-dev g++ libavcodec-dev libavutil-dev)
 source=$(cd "$(dirname "$0")/../.." && pwd)
+in_wine=$source/tests/gpu/in_wine.sh
 
 # Runs a command inside, with the kernel's folders there.
 inside() {  # root, command...
@@ -48,29 +52,55 @@ make_root() {  # root, mirror
   echo "${packages[*]}" >"$root/ready"
 }
 
-run_inside() {  # root, folder, program...
-  export VD_ROOT=$1 VD_SOURCE=$source VD_PROGRAMS=$2
-  shift 2
-  # It dies with this shell, and everything inside with it.
-  setpriv --pdeathsig KILL unshare --mount --pid --net --fork --kill-child --propagation private bash -ec '
-    ip link set lo up
-    mount -t proc proc "$VD_ROOT/proc"
-    mount --rbind /dev "$VD_ROOT/dev"
-    mount -t sysfs -o ro sysfs "$VD_ROOT/sys"
-    mount -t tmpfs tmpfs "$VD_ROOT/tmp"
-    mount --bind -o ro "$VD_SOURCE" "$VD_ROOT/veldrift/source"
-    mount --bind -o ro "$VD_PROGRAMS" "$VD_ROOT/veldrift/programs"
-    program=$1
-    shift
-    exec chroot "$VD_ROOT" bash /veldrift/source/tests/gpu/in_wine.sh \
-      "/veldrift/programs/$program" "$@"' _ "$@" &
+# In namespaces that end with this shell, and everything in them too. A shell's background command
+# ignores Ctrl-C, and with it all that it starts, which tests of Ctrl-C can't use.
+run_apart() {  # "run" or "streams", root, folder, command...
+  local scratch
+  scratch=$(mktemp -d)
+  trap 'rm -rf "'"$scratch"'"' EXIT
+  VD_SCRATCH=$scratch setpriv --pdeathsig KILL env --default-signal=INT unshare --mount --pid --net \
+    --fork --kill-child --propagation private "$0" apart "$@" &
   wait $!
+}
+
+# There: the root as a system of its own, beside this one.
+apart() {  # "run" or "streams", root, folder, command...
+  local way=$1 display status=0
+  export VD_ROOT=$2 VD_PROGRAMS=$3
+  shift 3
+  ip link set lo up
+  mount -t proc proc /proc
+  mount -t proc proc "$VD_ROOT/proc"
+  mount --rbind /dev "$VD_ROOT/dev"
+  mount -t sysfs -o ro sysfs "$VD_ROOT/sys"
+  mount -t tmpfs tmpfs "$VD_ROOT/tmp"
+  mount --bind -o ro "$source" "$VD_ROOT/veldrift/source"
+  mount --bind -o ro "$VD_PROGRAMS" "$VD_ROOT/veldrift/programs"
+  # By the same name on both sides.
+  mkdir -p "$VD_ROOT$VD_SCRATCH"
+  mount --bind "$VD_SCRATCH" "$VD_ROOT$VD_SCRATCH"
+  "$in_wine" prepare
+  # It says its number when it is ready.
+  mkfifo "$VD_ROOT/tmp/display"
+  chroot "$VD_ROOT" Xvfb -displayfd 3 -screen 0 1280x1400x24 -nolisten tcp \
+    3>"$VD_ROOT/tmp/display" >"$VD_ROOT/tmp/xvfb.log" 2>&1 &
+  read -r display <"$VD_ROOT/tmp/display"
+  export DISPLAY=:$display
+  if [ "$way" = run ]; then
+    "$in_wine" "$VD_PROGRAMS/$1" "${@:2}" || status=$?
+  else
+    TMPDIR=$VD_SCRATCH VD_WINDOWS_RUN=$in_wine VD_WINDOWS_BIN=$VD_PROGRAMS \
+      VD_WINDOWS_ADAPTER=1 "$@" || status=$?
+  fi
+  "$in_wine" end
+  return $status
 }
 
 command=${1:-}
 [ $# -eq 0 ] || shift
 case $command in
   make) make_root "$@" ;;
-  run) run_inside "$@" ;;
-  *) sed -n '2,10s/^# *//p' "$0" >&2; exit 2 ;;
+  run | streams) run_apart "$command" "$@" ;;
+  apart) apart "$@" ;;
+  *) sed -n '2,13s/^# *//p' "$0" >&2; exit 2 ;;
 esac

@@ -78,6 +78,10 @@ TEST_F(SelfCheckRun, MeasuresBothCodecsAndRunsTheBuiltInTests) {
     expected[id] = "ok";
   }
   expected["P6.2"] = HostIsWindows() ? "ok" : "not-here";
+  for (const nlohmann::json& stream : result_["streams"]) {
+    const bool resident = stream["resident"].get<std::string>().starts_with("ACTIVE (");
+    EXPECT_EQ(resident, HostHasAdapter()) << stream["resident"];
+  }
   EXPECT_EQ(Verdicts(), expected);
   const auto line = result_["line"].get<std::string>();
   EXPECT_TRUE(line.starts_with("veldrift-self-test v")) << line;

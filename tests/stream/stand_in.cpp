@@ -26,9 +26,15 @@ std::string WindowsProgram(const std::string& name) {
   return std::filesystem::exists(path) ? path : std::string();
 }
 
+const char* WindowsRunner() {
+  const char* runner = std::getenv("VD_WINDOWS_RUN");
+  return runner != nullptr ? runner : VD_SOURCE_DIR "/cmake/run-wine-transforms";
+}
+
 }  // namespace
 
 bool HostIsWindows() { return WindowsPrograms() != nullptr; }
+bool HostHasAdapter() { return std::getenv("VD_WINDOWS_ADAPTER") != nullptr; }
 
 StandIn::StandIn(const std::string& program, const std::vector<std::string>& arguments,
                  std::filesystem::path stem)
@@ -42,7 +48,7 @@ StandIn::StandIn(const std::string& program, const std::vector<std::string>& arg
   }
   std::vector<std::string> all = {forWindows};
   all.insert(all.end(), arguments.begin(), arguments.end());
-  process_ = StartProcess(VD_SOURCE_DIR "/cmake/run-wine-transforms", all, files);
+  process_ = StartProcess(WindowsRunner(), all, files);
 }
 
 int StandIn::Wait() {

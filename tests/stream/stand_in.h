@@ -20,7 +20,12 @@ std::filesystem::path BesideThis(const std::string& name);
 // The environment variable VD_WINDOWS_BIN names the Windows build's programs: then the host is the
 // Windows one with the Windows module, under Wine, in the prefix that has encoders
 // (tests/transforms). What that build hasn't, such as the phone, stays this system's.
+// VD_WINDOWS_RUN names what runs these programs, if it isn't cmake/run-wine-transforms.
 bool HostIsWindows();
+
+// There the module has a graphics adapter that takes its shader and has textures that the shader
+// can write: VD_WINDOWS_ADAPTER says so (tests/gpu/root.sh).
+bool HostHasAdapter();
 
 class StandIn {
  public:

@@ -369,7 +369,7 @@ TEST(Trace, TellsOfEveryCallWithItsResult) {
                                              "GetOutputStreamInfo", "ProcessOutput", "Released"}));
   const TracedCall input = scenario.Calls("ProcessInput").at(0);
   EXPECT_TRUE(input.who.starts_with("intel-h264#"));
-  EXPECT_EQ(input.details, "time=0 duration=333333 clean=0 bytes=44928");
+  EXPECT_EQ(input.details, "time=0 duration=333333 clean=0 bytes=44928 in memory");
   EXPECT_EQ(scenario.Calls("ProcessOutput").at(1).result, 0xC00D6D72U);
 }
 

@@ -15,6 +15,13 @@ namespace Veldrift {
 template <typename Interface>
 using ComPtr = Microsoft::WRL::ComPtr<Interface>;
 
+// Takes over the reference that came with `object`. Attach() would not do: that of mingw-w64's
+// header counts one more, which nobody gives back.
+template <typename Interface>
+void Adopt(ComPtr<Interface>& pointer, Interface* object) {
+  *pointer.ReleaseAndGetAddressOf() = object;
+}
+
 struct CoTaskMemoryFree {
   void operator()(void* memory) const { CoTaskMemFree(memory); }
 };

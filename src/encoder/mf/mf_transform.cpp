@@ -241,8 +241,8 @@ EncoderTransform::Output MfTransform::TakeOutput(TransformOutputSink& sink) {
   DWORD status = 0;
   result = transform_->ProcessOutput(0, 1, &output, &status);
   ComPtr<IMFCollection> events;
-  events.Attach(output.pEvents);
-  if (output.pSample != sample.Get()) sample.Attach(output.pSample);
+  Adopt(events, output.pEvents);
+  if (output.pSample != sample.Get()) Adopt(sample, output.pSample);
   if (SUCCEEDED(result) && sample) HandOver(*sample.Get(), sink);
   return {AnswerOf(result), result};
 }
@@ -261,7 +261,7 @@ EncoderTransform::StreamChange MfTransform::AcceptStreamChange() {
 int32_t MfTransform::OpenEvents() {
   ComPtr<IMFMediaEventGenerator> generator;
   const HRESULT result = transform_.As(&generator);
-  if (SUCCEEDED(result)) events_.Attach(new MfEventPump(std::move(generator)));
+  if (SUCCEEDED(result)) Adopt(events_, new MfEventPump(std::move(generator)));
   return result;
 }
 

@@ -41,7 +41,7 @@ Activates List(const MediaApi& media, UINT32 flags, const GUID& subtype) {
   Activates found;
   if (FAILED(result) || entries == nullptr) return found;
   found.resize(count);
-  for (UINT32 i = 0; i < count; ++i) found[i].Attach(entries[i]);
+  for (UINT32 i = 0; i < count; ++i) Adopt(found[i], entries[i]);
   return found;
 }
 

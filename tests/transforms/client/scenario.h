@@ -24,8 +24,13 @@
 //                      MFCreateAttributes, MFCreateMediaType, MFCreateSample, MFCreateMemoryBuffer,
 //                      MFCreateDXGIDeviceManager, MFCreateVideoSampleAllocatorEx.
 // VD_TRANSFORM_TRACE   A file (Windows path) that gets a line for every call: who, which, details,
-//                      result: "nvidia-hevc#1 SetValue MeanBitRate 15000000 00000000". The number
+//                      result: "nvidia-hevc#1 SetValue MeanBitRate 15000000 00000000". "Released"
+//                      is a transform's end, and tells how many of the samples that it provided
+//                      the client still had when it asked for the next. The number
 //                      counts the process's transforms; "platform" calls the functions above.
+// VD_TRANSFORM_PICTURES
+//                      A file (Windows path) that gets every picture that is encoded, as it was
+//                      read out of its sample: width * height * 3 / 2 bytes of NV12 each.
 //
 // Traits, separated by blanks (frames count from 0):
 //
@@ -46,6 +51,8 @@
 //   32)
 //                         of user data: with lengths, 256 to 511 look like a start code
 //   clean-point=yes|no    marks key frames (yes)
+//   times=yes|no          gives outputs their time (yes)
+//   pieces=N              cuts an output that it provides into N buffers of its sample (1)
 //   changes=N[@FRAME]     announces N stream changes in a row before output FRAME (0)
 //   refuse=FRAME          holds the output before this frame back until the frame has been refused
 //                         once with 0xC00D36B5

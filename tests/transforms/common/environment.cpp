@@ -55,18 +55,22 @@ std::string ReadTraits(const Kind& kind) {
 }
 
 void Trace(const std::string& who, const char* call, const std::string& details, HRESULT result) {
-  const std::string path = ReadVariable(kTraceVariable);
-  if (path.empty()) return;
+  if (ReadVariable(kTraceVariable).empty()) return;
   char number[16];
   std::snprintf(number, sizeof number, "%08x", static_cast<unsigned>(result));
-  const std::string line =
-      who + " " + call + (details.empty() ? "" : " " + details) + " " + number + "\n";
+  AppendTo(kTraceVariable,
+           who + " " + call + (details.empty() ? "" : " " + details) + " " + number + "\n");
+}
+
+void AppendTo(const char* variable, std::string_view bytes) {
+  const std::string path = ReadVariable(variable);
+  if (path.empty()) return;
   const HANDLE file =
       CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return;
   DWORD written = 0;
-  WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
   CloseHandle(file);
 }
 

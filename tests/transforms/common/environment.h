@@ -17,6 +17,7 @@ inline constexpr char kListVariable[] = "VD_TRANSFORMS";
 inline constexpr char kExactListVariable[] = "VD_TRANSFORMS_EXACT";
 inline constexpr char kTraitsVariable[] = "VD_TRANSFORM";
 inline constexpr char kTraceVariable[] = "VD_TRANSFORM_TRACE";
+inline constexpr char kPicturesVariable[] = "VD_TRANSFORM_PICTURES";
 inline constexpr char kPlatformFailVariable[] = "VD_PLATFORM_FAIL";
 
 // Empty if it isn't set.
@@ -38,6 +39,10 @@ std::string ReadTraits(const Kind& kind);
 // Appends a line "who call details result" to the trace, whole also beside other threads and
 // processes. Without the variable it does nothing.
 void Trace(const std::string& who, const char* call, const std::string& details, HRESULT result);
+
+// Appends to the file that a variable names, whole also beside other threads and processes. Without
+// the variable it does nothing.
+void AppendTo(const char* variable, std::string_view bytes);
 
 // A decimal number, whole. False: it isn't one.
 bool ReadNumber(std::string_view text, int& number);

@@ -80,6 +80,30 @@ bool FitsInput(IMFMediaType& type, const CodecSize& size) {
          fps == size.fps && perSeconds == 1 && HasOrLacks(type, MF_MT_INTERLACE_MODE, kProgressive);
 }
 
+std::string Describe(IMFMediaType& type) {
+  std::string text = HasGuid(type, MF_MT_SUBTYPE, MFVideoFormat_H264)   ? "H264"
+                     : HasGuid(type, MF_MT_SUBTYPE, MFVideoFormat_HEVC) ? "HEVC"
+                     : HasGuid(type, MF_MT_SUBTYPE, MFVideoFormat_NV12) ? "NV12"
+                                                                        : "other";
+  const auto addPair = [&](REFGUID key, const char* name, const char* between) {
+    int high = 0;
+    int low = 0;
+    if (!ReadPair(type, key, high, low)) return;
+    text += std::string(" ") + name + std::to_string(high) + between + std::to_string(low);
+  };
+  const auto addNumber = [&](REFGUID key, const char* name) {
+    UINT32 value = 0;
+    if (SUCCEEDED(type.GetUINT32(key, &value))) text += name + std::to_string(value);
+  };
+  addPair(MF_MT_FRAME_SIZE, "", "x");
+  addPair(MF_MT_FRAME_RATE, "fps=", "/");
+  addPair(MF_MT_PIXEL_ASPECT_RATIO, "aspect=", ":");
+  addNumber(MF_MT_INTERLACE_MODE, " interlace=");
+  addNumber(MF_MT_AVG_BITRATE, " rate=");
+  addNumber(MF_MT_MPEG2_PROFILE, " profile=");
+  return text;
+}
+
 ComPtr<IMFMediaType> MakeBareOutputType(const Kind& kind) {
   ComPtr<IMFMediaType> type = MakeMediaType();
   type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);

@@ -4,6 +4,8 @@
 #include <mfidl.h>
 #include <windows.h>
 
+#include <string>
+
 #include "tests/transforms/common/com_ptr.h"
 #include "tests/transforms/module/codec.h"
 #include "tests/transforms/module/traits.h"
@@ -21,6 +23,10 @@ bool ReadOutputType(IMFMediaType& type, const Kind& kind, const Traits& traits,
 
 // Whether it is NV12 of the output's size and rate.
 bool FitsInput(IMFMediaType& type, const CodecSize& size);
+
+// What it says, for the trace: "H264 208x144 fps=30/1 aspect=1:1 interlace=2 rate=4000000
+// profile=100", each only if it is there.
+std::string Describe(IMFMediaType& type);
 
 // The subtype alone, before the client has said a size.
 ComPtr<IMFMediaType> MakeBareOutputType(const Kind& kind);

@@ -77,4 +77,10 @@ HRESULT ReadPicture(IMFSample& sample, int width, int height, Picture& picture) 
   return ReadPacked(*buffer.Get(), width, height, picture);
 }
 
+bool IsTexture(IMFSample& sample) {
+  ComPtr<IMFMediaBuffer> buffer;
+  return SUCCEEDED(sample.GetBufferByIndex(0, buffer.Put())) &&
+         Query<IMFDXGIBuffer>(*buffer.Get(), IID_IMFDXGIBuffer);
+}
+
 }  // namespace Veldrift::Transforms

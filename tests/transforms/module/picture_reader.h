@@ -12,4 +12,7 @@ namespace Veldrift::Transforms {
 // E_INVALIDARG: the sample holds less than a picture of this size.
 HRESULT ReadPicture(IMFSample& sample, int width, int height, Picture& picture);
 
+// Whether the sample's first buffer is a Direct3D texture.
+bool IsTexture(IMFSample& sample);
+
 }  // namespace Veldrift::Transforms

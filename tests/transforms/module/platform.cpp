@@ -44,13 +44,15 @@ ComPtr<IMFMediaEventQueue> MakeEventQueue() {
   return queue;
 }
 
-ComPtr<IMFSample> MakeSample(DWORD bytes) {
+ComPtr<IMFSample> MakeSample(DWORD bytes, int buffers) {
   ComPtr<IMFSample> sample;
-  ComPtr<IMFMediaBuffer> buffer;
-  if (FAILED(Call<CreateSample>("MFCreateSample", sample.Put())) ||
-      FAILED(Call<CreateMemoryBuffer>("MFCreateMemoryBuffer", bytes, buffer.Put())) ||
-      FAILED(sample->AddBuffer(buffer.Get()))) {
-    return {};
+  if (FAILED(Call<CreateSample>("MFCreateSample", sample.Put()))) return {};
+  for (int made = 0; made < buffers; ++made) {
+    ComPtr<IMFMediaBuffer> buffer;
+    if (FAILED(Call<CreateMemoryBuffer>("MFCreateMemoryBuffer", bytes, buffer.Put())) ||
+        FAILED(sample->AddBuffer(buffer.Get()))) {
+      return {};
+    }
   }
   return sample;
 }

@@ -17,7 +17,7 @@ inline constexpr GUID kClassFactoryId = {1, 0, 0, {0xc0, 0, 0, 0, 0, 0, 0, 0x46}
 ComPtr<IMFAttributes> MakeAttributes();
 ComPtr<IMFMediaType> MakeMediaType();
 ComPtr<IMFMediaEventQueue> MakeEventQueue();
-// A sample with one buffer of `bytes` bytes, none of them filled.
-ComPtr<IMFSample> MakeSample(DWORD bytes);
+// A sample with buffers of `bytes` bytes each, none of them filled.
+ComPtr<IMFSample> MakeSample(DWORD bytes, int buffers);
 
 }  // namespace Veldrift::Transforms

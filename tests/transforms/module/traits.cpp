@@ -58,13 +58,14 @@ bool ReadLargest(std::string_view value, Traits& traits) {
 }
 
 bool ReadFlags(std::string_view key, std::string_view value, Traits& traits, bool& known) {
-  const std::array<std::pair<std::string_view, bool*>, 8> flags = {
+  const std::array<std::pair<std::string_view, bool*>, 9> flags = {
       {{"d3d", &traits.acceptsD3d},
        {"d3d-aware", &traits.d3d11Aware},
        {"provides", &traits.providesSamples},
        {"late-header", &traits.headerAfterChange},
        {"sets-in-stream", &traits.setsInStream},
        {"clean-point", &traits.marksCleanPoint},
+       {"times", &traits.timesOutputs},
        {"drains", &traits.drains},
        {"own-gop", &traits.ownGop}}};
   for (const auto& [name, flag] : flags) {
@@ -76,13 +77,14 @@ bool ReadFlags(std::string_view key, std::string_view value, Traits& traits, boo
 }
 
 bool ReadNumbers(std::string_view key, std::string_view value, Traits& traits, bool& known) {
-  const std::array<std::pair<std::string_view, int*>, 7> numbers = {
+  const std::array<std::pair<std::string_view, int*>, 8> numbers = {
       {{"lead", &traits.leadBytes},
        {"refuse", &traits.refuseAt},
        {"stall", &traits.stallAt},
        {"delay", &traits.delay},
        {"credits", &traits.credits},
        {"threads", &traits.threads},
+       {"pieces", &traits.pieces},
        {"output-size", &traits.outputSize}}};
   for (const auto& [name, number] : numbers) {
     if (key != name) continue;

@@ -27,6 +27,8 @@ struct Traits {
   Units units = Units::AnnexB;
   int leadBytes = 0;
   bool marksCleanPoint = true;
+  bool timesOutputs = true;
+  int pieces = 1;
   int changes = 0;
   int changeAt = 0;
   int refuseAt = kNever;

@@ -28,7 +28,8 @@ Transform::Transform(const Kind& kind, const Traits& traits, std::string who)
 
 Transform::~Transform() {
   worker_.reset();
-  gate_.Note("Released", "", S_OK);
+  NoteProvided(nullptr);
+  gate_.Note("Released", kept_ > 0 ? std::to_string(kept_) + " samples kept" : "", S_OK);
 }
 
 HRESULT Transform::QueryInterface(REFIID iid, void** object) {
@@ -41,7 +42,7 @@ HRESULT Transform::QueryInterface(REFIID iid, void** object) {
   } else if (Async() && IsEqualGUID(iid, IID_IMFMediaEventGenerator) &&
              SUCCEEDED(gate_.CountOrdered("IMFMediaEventGenerator"))) {
     *object = static_cast<IMFMediaEventGenerator*>(&events_);
-  } else if (Async() && IsEqualGUID(iid, IID_IMFShutdown)) {
+  } else if (IsEqualGUID(iid, IID_IMFShutdown)) {
     *object = static_cast<IMFShutdown*>(this);
   } else {
     return E_NOINTERFACE;
@@ -80,7 +81,7 @@ HRESULT Transform::GetAttributes(IMFAttributes** attributes) {
 HRESULT Transform::Shutdown() {
   return gate_.Answer("Shutdown", [&](std::string&) {
     gate_.Close(MF_E_SHUTDOWN);
-    worker_->Clear();
+    if (worker_) worker_->Clear();
     events_.Shutdown();
     return S_OK;
   });

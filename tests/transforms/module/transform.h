@@ -88,6 +88,8 @@ class Transform final : public TransformBase, public IMFShutdown {
 
   HRESULT ChooseOutput(MFT_OUTPUT_DATA_BUFFER& buffer);
   HRESULT HandOut(MFT_OUTPUT_DATA_BUFFER& buffer, std::string& details);
+  // Counts the last one if the client hasn't given it back, and takes note of the next.
+  void NoteProvided(IMFSample* sample);
 
   const Kind& kind_;
   const Traits traits_;
@@ -112,6 +114,8 @@ class Transform final : public TransformBase, public IMFShutdown {
   bool refused_ = false;
   bool renegotiating_ = false;
   bool changed_ = false;
+  ComPtr<IMFSample> lastProvided_;
+  int kept_ = 0;  // provided samples
 
   // Last: its thread uses the rest.
   std::unique_ptr<Worker> worker_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "tests/transforms/common/environment.h"
 #include "tests/transforms/module/picture_reader.h"
 #include "tests/transforms/module/platform.h"
 #include "tests/transforms/module/transform.h"
@@ -22,6 +23,13 @@ std::string Describe(IMFSample& sample) {
   sample.GetTotalLength(&bytes);
   return "time=" + std::to_string(time) + " duration=" + std::to_string(duration) +
          " clean=" + std::to_string(clean) + " bytes=" + std::to_string(bytes);
+}
+
+void Keep(const Picture& picture) {
+  if (ReadVariable(kPicturesVariable).empty()) return;
+  std::string bytes(picture.luma.begin(), picture.luma.end());
+  bytes.append(picture.chroma.begin(), picture.chroma.end());
+  AppendTo(kPicturesVariable, bytes);
 }
 
 const char* MessageName(MFT_MESSAGE_TYPE message) {
@@ -45,22 +53,37 @@ const char* MessageName(MFT_MESSAGE_TYPE message) {
   }
 }
 
-HRESULT Fill(IMFSample& sample, const Output& output, bool marksCleanPoint) {
-  ComPtr<IMFMediaBuffer> buffer;
-  if (const HRESULT result = sample.GetBufferByIndex(0, buffer.Put()); FAILED(result)) {
-    return result;
+HRESULT FillBuffer(IMFMediaBuffer& buffer, const Bytes& bytes) {
+  BYTE* room = nullptr;
+  DWORD length = 0;
+  if (const HRESULT result = buffer.Lock(&room, &length, nullptr); FAILED(result)) return result;
+  const bool fits = length >= bytes.size();
+  if (fits) std::copy(bytes.begin(), bytes.end(), room);
+  buffer.Unlock();
+  return fits ? buffer.SetCurrentLength(static_cast<DWORD>(bytes.size())) : MF_E_BUFFERTOOSMALL;
+}
+
+HRESULT Fill(IMFSample& sample, const Output& output, const Traits& traits) {
+  DWORD buffers = 0;
+  sample.GetBufferCount(&buffers);
+  auto from = output.bytes.begin();
+  for (DWORD place = 0; place < buffers; ++place) {
+    ComPtr<IMFMediaBuffer> buffer;
+    if (const HRESULT result = sample.GetBufferByIndex(place, buffer.Put()); FAILED(result)) {
+      return result;
+    }
+    const auto end = from + (output.bytes.end() - from) / static_cast<ptrdiff_t>(buffers - place);
+    if (const HRESULT result = FillBuffer(*buffer.Get(), Bytes(from, end)); FAILED(result)) {
+      return result;
+    }
+    from = end;
   }
-  BYTE* bytes = nullptr;
-  DWORD room = 0;
-  if (const HRESULT result = buffer->Lock(&bytes, &room, nullptr); FAILED(result)) return result;
-  const bool fits = room >= output.bytes.size();
-  if (fits) std::copy(output.bytes.begin(), output.bytes.end(), bytes);
-  buffer->Unlock();
-  if (!fits) return MF_E_BUFFERTOOSMALL;
-  buffer->SetCurrentLength(static_cast<DWORD>(output.bytes.size()));
-  sample.SetSampleTime(output.time);
-  sample.SetSampleDuration(output.duration);
-  if (output.keyFrame && marksCleanPoint) sample.SetUINT32(MFSampleExtension_CleanPoint, TRUE);
+  if (traits.timesOutputs) {
+    sample.SetSampleTime(output.time);
+    sample.SetSampleDuration(output.duration);
+  }
+  if (output.keyFrame && traits.marksCleanPoint)
+    sample.SetUINT32(MFSampleExtension_CleanPoint, TRUE);
   return S_OK;
 }
 
@@ -91,7 +114,7 @@ HRESULT Transform::ProcessInput(DWORD id, IMFSample* sample, DWORD) {
   return Answer("ProcessInput", [&](std::string& details) {
     if (id != 0) return MF_E_INVALIDSTREAMNUMBER;
     if (!sample) return E_POINTER;
-    details = Describe(*sample);
+    details = Describe(*sample) + (IsTexture(*sample) ? " in a texture" : " in memory");
     Input input;
     if (const HRESULT result = AdmitInput(*sample, input); FAILED(result)) return result;
     if (!Async()) return Encode(input);
@@ -110,6 +133,7 @@ HRESULT Transform::Encode(const Input& input) {
   }
   const HRESULT read = ReadPicture(*input.sample.Get(), size.width, size.height, picture);
   if (FAILED(read)) return read;
+  Keep(picture);
   Output output;
   input.sample->GetSampleTime(&output.time);
   input.sample->GetSampleDuration(&output.duration);
@@ -158,19 +182,30 @@ HRESULT Transform::ChooseOutput(MFT_OUTPUT_DATA_BUFFER& buffer) {
   return MF_E_TRANSFORM_STREAM_CHANGE;
 }
 
+void Transform::NoteProvided(IMFSample* sample) {
+  if (lastProvided_) {
+    lastProvided_->AddRef();
+    kept_ += lastProvided_->Release() > 1 ? 1 : 0;
+  }
+  lastProvided_ = ComPtr(sample);
+}
+
 HRESULT Transform::HandOut(MFT_OUTPUT_DATA_BUFFER& buffer, std::string& details) {
   const Output& output = shelf_.Front();
   ComPtr<IMFSample> provided;
   if (traits_.providesSamples) {
-    provided = MakeSample(static_cast<DWORD>(output.bytes.size()));
+    provided = MakeSample(static_cast<DWORD>(output.bytes.size()), traits_.pieces);
     if (!provided) return E_OUTOFMEMORY;
   }
   IMFSample& sample = provided ? *provided.Get() : *buffer.pSample;
-  if (const HRESULT result = Fill(sample, output, traits_.marksCleanPoint); FAILED(result)) {
+  if (const HRESULT result = Fill(sample, output, traits_); FAILED(result)) {
     return result;
   }
   details = Describe(sample);
-  if (provided) buffer.pSample = provided.Detach();
+  if (provided) {
+    NoteProvided(provided.Get());
+    buffer.pSample = provided.Detach();
+  }
   shelf_.Pop();
   if (Async()) --announced_;
   return S_OK;

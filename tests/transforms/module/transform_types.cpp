@@ -92,7 +92,8 @@ HRESULT Transform::AcceptOutputType(IMFMediaType& type, bool testOnly) {
 }
 
 HRESULT Transform::SetOutputType(DWORD id, IMFMediaType* type, DWORD flags) {
-  return Answer("SetOutputType", [&](std::string&) {
+  return Answer("SetOutputType", [&](std::string& details) {
+    if (type) details = Describe(*type);
     if (id != 0) return MF_E_INVALIDSTREAMNUMBER;
     if (type) return AcceptOutputType(*type, (flags & MFT_SET_TYPE_TEST_ONLY) != 0);
     const std::lock_guard lock(mutex_);
@@ -117,7 +118,8 @@ HRESULT Transform::AcceptInputType(IMFMediaType& type, bool testOnly) {
 }
 
 HRESULT Transform::SetInputType(DWORD id, IMFMediaType* type, DWORD flags) {
-  return Answer("SetInputType", [&](std::string&) {
+  return Answer("SetInputType", [&](std::string& details) {
+    if (type) details = Describe(*type);
     if (id != 0) return MF_E_INVALIDSTREAMNUMBER;
     if (type) return AcceptInputType(*type, (flags & MFT_SET_TYPE_TEST_ONLY) != 0);
     const std::lock_guard lock(mutex_);

@@ -26,7 +26,14 @@ HRESULT Ordered(const char* call) {
   return failures.Count(ReadVariable(kPlatformFailVariable), "", call);
 }
 
-// The builtin's function of this name, unless the call is to fail.
+template <class Argument>
+void AddNumber(std::string& details, Argument argument) {
+  if constexpr (std::is_integral_v<Argument>) {
+    details += (details.empty() ? "" : " ") + std::to_string(argument);
+  }
+}
+
+// The builtin's function of this name, unless the call is to fail. Numbers show in the trace.
 template <class... Parameters>
 HRESULT Forward(HRESULT(WINAPI*)(Parameters...), const char* name,
                 std::type_identity_t<Parameters>... arguments) {
@@ -35,7 +42,9 @@ HRESULT Forward(HRESULT(WINAPI*)(Parameters...), const char* name,
     const auto real = reinterpret_cast<HRESULT(WINAPI*)(Parameters...)>(BuiltinFunction(name));
     result = real ? real(arguments...) : E_NOTIMPL;
   }
-  Trace("platform", name, "", result);
+  std::string details;
+  (AddNumber(details, arguments), ...);
+  Trace("platform", name, details, result);
   return result;
 }
 
