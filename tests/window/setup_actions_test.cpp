@@ -77,7 +77,9 @@ TEST_F(SetupWindowTest, SaveRenamesAndRenewsTheCode) {
   // What is empty isn't saved, and stays what the user made of it.
   type(L"");
   Click(Item(kSave));
-  Tick();
+  EXPECT_TRUE(Soon([&] { return FocusIn(window_) == Item(kSave); }));
+  TypeKey({VK_TAB});  // behind the click
+  EXPECT_TRUE(Soon([&] { return FocusIn(window_) == Item(kDiscoverable); }));
   EXPECT_EQ(name(), "Second");
   EXPECT_EQ(Text(kName), L"");
 }
