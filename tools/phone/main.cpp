@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "decoding_sink.h"
+#include "live_sink.h"
+#include "net/control_protocol.h"
 #include "phone_exit.h"
 #include "phone_options.h"
 #include "plugin_finder.h"
@@ -18,6 +20,7 @@
 #include "support/clock.h"
 #include "tools/platform/interrupt.h"
 #include "tools/platform/posix/output_file.h"
+#include "tools/platform/posix/output_pipe.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
@@ -89,7 +92,8 @@ CodeReader TerminalReader() {
 // What a run is made of, in the order of what uses what.
 class Phone {
  public:
-  Phone(const PhoneOptions& options, const FoundPlugins& found,
+  // `player`: where the live stream goes; null: there is none.
+  Phone(const PhoneOptions& options, const FoundPlugins& found, std::unique_ptr<OutputPipe> player,
         const std::atomic<bool>& interrupted);
 
   int Run();
@@ -108,6 +112,7 @@ class Phone {
   std::string sentence_;
   std::unique_ptr<SnapshotWriter> snapshots_;
   std::unique_ptr<RecordingSink> recording_;
+  std::unique_ptr<LiveSink> live_;
   DecodingSink decoding_;
   std::vector<FrameSink*> sinks_;
   MediaReceiver receiver_;
@@ -116,6 +121,14 @@ class Phone {
   Screen screen_;
 };
 
+std::optional<AVCodecID> CodecAskedFor(const PhoneOptions& options) {
+  for (const Command& command : options.settings) {
+    if (command.opcode != kSetCodec || command.payload.empty()) continue;
+    return command.payload[0] == std::byte{1} ? AV_CODEC_ID_H264 : AV_CODEC_ID_HEVC;
+  }
+  return std::nullopt;
+}
+
 MediaReceiverOptions ReceiverOptions(const PhoneOptions& options) {
   AssemblerLimits limits;
   limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
@@ -123,7 +136,7 @@ MediaReceiverOptions ReceiverOptions(const PhoneOptions& options) {
 }
 
 Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
-             const std::atomic<bool>& interrupted)
+             std::unique_ptr<OutputPipe> player, const std::atomic<bool>& interrupted)
     : options_(options),
       found_(found),
       interrupted_(interrupted),
@@ -133,6 +146,8 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       recording_(options.record.empty()
                      ? nullptr
                      : std::make_unique<RecordingSink>(options.record, options.overwrite)),
+      live_(player ? std::make_unique<LiveSink>(std::move(player), CodecAskedFor(options))
+                   : nullptr),
       decoding_(snapshots_.get()),
       sinks_{&decoding_},
       receiver_(ReceiverOptions(options)),
@@ -140,6 +155,7 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       whereabouts_(found.chosenId, options.plugin, options.host.port),
       screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
   if (recording_) sinks_.push_back(recording_.get());
+  if (live_) sinks_.push_back(live_.get());
 }
 
 // Before anything is connected, so that it isn't in vain.
@@ -200,6 +216,10 @@ int Phone::Run() {
   for (FrameSink* sink : sinks_) sink->Finish();
   link_.Close();
   screen_.Clear();
+  if (live_ && live_->LeftOut() > 0) {
+    std::fprintf(stderr, "veldrift-phone: the player was too slow: %zu frames were left out\n",
+                 live_->LeftOut());
+  }
   if (result.end == SessionEnd::NeverOpened) {
     return Fail(options_, ExitOf(result.link), result.sentence);
   }
@@ -212,10 +232,15 @@ int Phone::Run() {
 int Run(PhoneOptions options) {
   const std::atomic<bool>& interrupted = InstallInterruptFlag();
   SurviveFailedWrites();
+  // Before anything is said.
+  std::unique_ptr<OutputPipe> player;
+  if (options.live && !(player = OutputPipe::TakeStandardOutput())) {
+    return Complain(kExitUsage, "--record -: standard output is a terminal; pipe it into a player");
+  }
   FoundPlugins found;
   if (const auto exit = LocatePlugin(options, found, interrupted)) return *exit;
   av_log_set_level(AV_LOG_FATAL);
-  return Phone(options, found, interrupted).Run();
+  return Phone(options, found, std::move(player), interrupted).Run();
 }
 
 }  // namespace

@@ -44,6 +44,15 @@ Recordings:
   second or two plays even if this program is killed; an .mp4 or .mov plays only once it is finished.
   Files are for their owner alone.
 
+A player on standard output:
+  With --record - the stream goes there as Matroska, picture by picture, and everything that is said
+  to standard error. It begins with a key frame; a player that is too slow loses everything up to the
+  next one; a player that goes ends the run, as it was meant. A size may change on the way, a codec
+  may not.
+      veldrift-phone --host ADDR --token-file F --record - | mpv --profile=low-latency -
+      veldrift-phone --host ADDR --token-file F --record - |
+          ffplay -flags low_delay -framedrop -probesize 100000 -analyzeduration 100000 -i -
+
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
   veldrift-phone --discover --token-file phone.token --record take.mkv
@@ -158,7 +167,8 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
                  "milliseconds that a whole frame waits for older ones")
       ->capture_default_str()
       ->check(CLI::Range(1, 60'000));
-  app.add_option("--record", typed.record, "records to FILE: .mkv, .mp4 or .mov");
+  app.add_option("--record", typed.record,
+                 "records to FILE: .mkv, .mp4 or .mov; -: live to standard output, for a player");
   app.add_flag("--overwrite", options.overwrite, "recordings may replace files");
   app.add_option(
       "--snapshots", typed.snapshots,
@@ -234,8 +244,10 @@ std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
     return Complain(kExitUsage, "--name must have 128 bytes at most");
   }
   const std::string extension = PathFromText(typed.record).extension().string();
-  if (!typed.record.empty() && extension != ".mkv" && extension != ".mp4" && extension != ".mov") {
-    return Complain(kExitUsage, "--record " + typed.record + " must end in .mkv, .mp4 or .mov");
+  if (!typed.record.empty() && typed.record != "-" && extension != ".mkv" && extension != ".mp4" &&
+      extension != ".mov") {
+    return Complain(kExitUsage,
+                    "--record " + typed.record + " must end in .mkv, .mp4 or .mov, or be -");
   }
   return std::nullopt;
 }
@@ -292,7 +304,8 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   options.tokenFile = PathFromText(typed.tokenFile);
   options.codeFromLog = PathFromText(typed.codeFromLog);
   options.pluginLog = typed.pluginLog.empty() ? options.codeFromLog : PathFromText(typed.pluginLog);
-  options.record = PathFromText(typed.record);
+  options.live = typed.record == "-";
+  if (!options.live) options.record = PathFromText(typed.record);
   options.snapshots = PathFromText(typed.snapshots);
   if (!options.selfTests.empty() && options.pluginLog.empty()) {
     return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");

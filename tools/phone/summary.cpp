@@ -84,6 +84,8 @@ const char* NameOf(SessionEnd end) {
       return "time-up";
     case SessionEnd::Stopped:
       return "stopped";
+    case SessionEnd::Unwanted:
+      return "unwanted";
     case SessionEnd::NeverOpened:
       return "never-opened";
     case SessionEnd::Lost:

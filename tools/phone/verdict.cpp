@@ -45,6 +45,7 @@ std::optional<Verdict> JudgeEnd(const Findings& findings) {
   switch (session.end) {
     case SessionEnd::TimeUp:
     case SessionEnd::Stopped:
+    case SessionEnd::Unwanted:
       break;
     case SessionEnd::NeverOpened:
     case SessionEnd::TurnedAway:

@@ -22,6 +22,9 @@ class FrameSink {
   // Why it can't go on, in one sentence; empty while it can. It ends the session.
   virtual std::string Failure() const { return {}; }
 
+  // Whether nobody wants what it makes any more, which is no failure. It ends the session.
+  virtual bool Done() const { return false; }
+
   // Works off everything that has come, and closes what it has open. Nothing is taken after it.
   virtual void Finish() = 0;
 };

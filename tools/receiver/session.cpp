@@ -47,6 +47,8 @@ bool Session::Step() {
       options_.seconds > 0 && nowNs - result_.startNs >= int64_t(options_.seconds * 1e9);
   if (const std::string failure = SinkFailure(); !failure.empty()) {
     End(SessionEnd::SinkFailed, failure);
+  } else if (SinkDone()) {
+    End(SessionEnd::Unwanted, "");
   } else if ((parts_.stopped || timeUp) && !waiting_.empty()) {
     End(SessionEnd::Lost, "the connection was lost and didn't come back within " +
                               Seconds(nowNs - lostNs_) + ": " + waiting_);
@@ -66,6 +68,10 @@ std::string Session::SinkFailure() const {
     if (std::string failure = sink->Failure(); !failure.empty()) return failure;
   }
   return {};
+}
+
+bool Session::SinkDone() const {
+  return std::ranges::any_of(parts_.sinks, [](const FrameSink* sink) { return sink->Done(); });
 }
 
 bool Session::WantsKeyFrame() const {

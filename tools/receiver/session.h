@@ -30,6 +30,7 @@ struct SessionOptions {
 enum class SessionEnd {
   TimeUp,
   Stopped,      // by the user
+  Unwanted,     // a sink is done
   NeverOpened,  // the first connection didn't come about; see SessionResult::link
   Lost,         // the connection, and it wasn't to be or couldn't be had again
   TurnedAway,   // on coming back; see SessionResult::link
@@ -110,6 +111,7 @@ class Session {
   void Resume(int64_t nowNs);
   void LookAround(int64_t nowNs);
   std::string SinkFailure() const;
+  bool SinkDone() const;
   std::string WhyLost(int64_t nowNs) const;
   bool WantsKeyFrame() const;
 

@@ -1,0 +1,201 @@
+#include "live_sink.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "net/media_datagram.h"
+#include "support/clock.h"
+
+namespace Veldrift {
+namespace {
+
+// What may wait for the player: half a second of picture and sound.
+constexpr size_t kMostWaiting = 60;
+constexpr int64_t kPatienceNs = kNanosPerSecond;  // with a player that has stopped reading
+// Whether there is sound is known so long behind the first picture.
+constexpr int64_t kWaitForSoundMicros = 150'000;
+constexpr int64_t kWaitForCodecNs = 3 * kNanosPerSecond;
+// Blocks follow each other unless they are further apart than a clock's unrest.
+constexpr int64_t kToleratedGapMicros = 30'000;
+// Many players throw away what they have looked at to learn what it is.
+constexpr int64_t kAskAgainNs[] = {1 * kNanosPerSecond, 3 * kNanosPerSecond};
+
+std::optional<SoundFormat> SoundOf(const WholeFrame& frame) {
+  const std::optional<AudioBlockHead> head = ParseAudioHead(frame.data);
+  if (!head) return std::nullopt;
+  return SoundFormat{int(head->sampleRate), head->channels};
+}
+
+std::vector<float> SamplesOf(const WholeFrame& frame) {
+  std::vector<float> samples((frame.data.size() - kAudioHeadBytes) / sizeof(float));
+  std::memcpy(samples.data(), frame.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
+  return samples;
+}
+
+}  // namespace
+
+LiveSink::LiveSink(std::unique_ptr<OutputPipe> pipe, std::optional<AVCodecID> codec)
+    : pipe_(std::move(pipe)), wanted_(codec), thread_([this] { Run(); }) {}
+
+void LiveSink::Take(const SharedFrame& frame) {
+  const MutexLock lock(mutex_);
+  if (finishing_ || done_) return;
+  const bool video = frame->stream == StreamType::Video;
+  if (queue_.size() >= kMostWaiting) {
+    leftOut_ += queue_.size();
+    queue_.clear();
+    toNextKeyFrame_ = true;
+    wantsKeyFrame_ = true;
+  }
+  if (toNextKeyFrame_ && !(video && frame->keyFrame)) {
+    ++leftOut_;
+    return;
+  }
+  toNextKeyFrame_ = false;
+  queue_.push_back(frame);
+  changed_.NotifyOne();
+}
+
+std::string LiveSink::Failure() const {
+  const MutexLock lock(mutex_);
+  return failure_;
+}
+
+size_t LiveSink::LeftOut() const {
+  const MutexLock lock(mutex_);
+  return leftOut_;
+}
+
+// What waits still goes out; a player that doesn't read any more isn't waited for.
+void LiveSink::Finish() {
+  {
+    MutexLock lock(mutex_);
+    finishing_ = true;
+    changed_.NotifyAll();
+    const int64_t deadline = SteadyNanos() + kPatienceNs;
+    while (!ended_ && SteadyNanos() < deadline) SystemClock().WaitUntil(changed_, lock, deadline);
+  }
+  pipe_->GiveUp();
+  if (thread_.joinable()) thread_.join();
+}
+
+SharedFrame LiveSink::Next() {
+  MutexLock lock(mutex_);
+  while (queue_.empty() && !finishing_) changed_.Wait(lock);
+  if (queue_.empty()) return nullptr;
+  SharedFrame frame = std::move(queue_.front());
+  queue_.pop_front();
+  return frame;
+}
+
+void LiveSink::Run() {
+  while (const SharedFrame frame = Next()) {
+    if (!done_) Write(frame);
+  }
+  container_.reset();
+  const MutexLock lock(mutex_);
+  ended_ = true;
+  changed_.NotifyAll();
+}
+
+void LiveSink::Stop(std::string failure) {
+  {
+    const MutexLock lock(mutex_);
+    failure_ = std::move(failure);
+  }
+  done_ = true;
+}
+
+// Another connection has another timeline: it goes on as much later as it came.
+void LiveSink::FollowConnection(const WholeFrame& frame) {
+  if (frame.connection == connection_) return;
+  const bool first = connection_ == 0;
+  connection_ = frame.connection;
+  timeline_ = {};
+  const int64_t awayMicros = first ? 0 : (frame.wholeNs - lastWallNs_) / kNanosPerMicro;
+  shiftMicros_ = lastMicros_ + awayMicros - timeline_.Place(frame.stream, frame.timestamp);
+  references_ = false;
+  waiting_.clear();
+  wantsKeyFrame_ = true;
+}
+
+// The picture that greets a phone can be older than what the phone has asked for.
+void LiveSink::NoteKeyFrame(const WholeFrame& frame) {
+  const std::optional<KeyFrameInfo> info = InspectKeyFrame(frame.data);
+  if (!info) return;
+  const bool same = video_ && video_->codec == info->codec;
+  if (container_ && !same) {
+    return Stop("the stream's codec has changed, which no player follows: start again");
+  }
+  if (!same) waiting_.clear();
+  if (!container_ && wanted_ && info->codec != wanted_ &&
+      frame.wholeNs - firstNs_ < kWaitForCodecNs) {
+    return;
+  }
+  video_ = info;
+  references_ = true;
+  wantsKeyFrame_ = false;
+}
+
+void LiveSink::Write(const SharedFrame& frame) {
+  if (frame->connection < connection_) return;
+  if (firstNs_ == 0) firstNs_ = frame->wholeNs;
+  FollowConnection(*frame);
+  const Entry entry{frame, timeline_.Place(frame->stream, frame->timestamp) + shiftMicros_};
+  lastMicros_ = std::max(lastMicros_, entry.timeMicros);
+  lastWallNs_ = frame->wholeNs;
+  if (frame->stream == StreamType::Audio && !container_) sound_ = SoundOf(*frame);
+  if (frame->stream == StreamType::Video && frame->keyFrame) NoteKeyFrame(*frame);
+  if (done_) return;
+  if (container_) {
+    frame->stream == StreamType::Video ? WritePicture(entry) : WriteBlock(entry);
+    return AskAgainAtTheStart(frame->wholeNs);
+  }
+  if (!references_) return;
+  waiting_.push_back(entry);
+  const bool soundKnown = sound_.has_value() && waiting_.size() > 1;
+  if (soundKnown || entry.timeMicros - waiting_.front().timeMicros >= kWaitForSoundMicros) Begin();
+}
+
+void LiveSink::Begin() {
+  container_ = std::make_unique<LiveContainer>(
+      [this](std::span<const std::byte> bytes) { return pipe_->Write(bytes); });
+  if (!container_->Open(*video_, sound_)) return Stop("");
+  beginNs_ = waiting_.front().frame->wholeNs;
+  const int64_t start = waiting_.front().timeMicros;
+  shiftMicros_ -= start;
+  lastMicros_ -= start;
+  for (Entry& entry : std::exchange(waiting_, {})) {
+    entry.timeMicros -= start;
+    entry.frame->stream == StreamType::Video ? WritePicture(entry) : WriteBlock(entry);
+  }
+}
+
+void LiveSink::WritePicture(const Entry& entry) {
+  if (!references_) return;
+  // Matroska counts milliseconds, and players want each picture later than the one before.
+  constexpr int64_t kStep = 1000;
+  const int64_t time = std::max(entry.timeMicros, lastVideoMicros_ + kStep);
+  lastVideoMicros_ = time;
+  if (!container_->WriteVideo(*entry.frame, time)) Stop("");
+}
+
+void LiveSink::WriteBlock(const Entry& entry) {
+  if (!sound_ || entry.timeMicros < 0 || SoundOf(*entry.frame) != sound_) return;
+  const std::vector<float> samples = SamplesOf(*entry.frame);
+  const bool follows = std::abs(entry.timeMicros - soundEndMicros_) < kToleratedGapMicros;
+  const int64_t time = follows ? soundEndMicros_ : std::max(entry.timeMicros, soundEndMicros_);
+  soundEndMicros_ =
+      time + int64_t(samples.size()) / sound_->channels * 1'000'000 / sound_->sampleRate;
+  if (!container_->WriteSound(samples, time)) Stop("");
+}
+
+void LiveSink::AskAgainAtTheStart(int64_t nowNs) {
+  if (asked_ >= int(std::size(kAskAgainNs)) || nowNs - beginNs_ < kAskAgainNs[asked_]) return;
+  ++asked_;
+  wantsKeyFrame_ = true;
+}
+
+}  // namespace Veldrift
