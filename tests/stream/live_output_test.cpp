@@ -11,8 +11,8 @@
 namespace Veldrift {
 namespace {
 
-// A shell's line with the phone in it as "$@"; its exit code is in the file `code`, and what it says
-// in the file `said`.
+// A shell's line with the phone in it as "$@"; its exit code is in the file `code`, and what it
+// says in the file `said`.
 class Pipeline {
  public:
   Pipeline(Stage& stage, const std::string& id, const std::string& script,
@@ -55,8 +55,8 @@ class Pipeline {
 
 TEST(LiveOutput, APlayerGetsPictureAndSoundInStepAlsoOverAnotherSize) {
   Stage stage;
-  ASSERT_NO_FATAL_FAILURE(stage.StartHost(
-      {"--size", "640x360", "--clapper", "--script", "4 size 320x180"}));
+  ASSERT_NO_FATAL_FAILURE(
+      stage.StartHost({"--size", "640x360", "--clapper", "--script", "4 size 320x180"}));
   Pipeline player(stage, "a", "phone \"$@\" >live.mkv",
                   {"--codec", "h264", "--gop", "long", "--seconds", "6"});
   EXPECT_EQ(player.Wait(), kExitGood) << player.Said();
@@ -95,8 +95,9 @@ TEST(LiveOutput, APlayerThatGoesEndsItAndOneThatSleepsMissesSome) {
 TEST(LiveOutput, AnotherCodecEndsItWithASentence) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
-  Pipeline player(stage, "a", "phone \"$@\" >live.mkv",
-                  {"--codec", "h264", "--interval", "2000", "--send", "request-idr", "--send", "set-codec=00"});
+  Pipeline player(
+      stage, "a", "phone \"$@\" >live.mkv",
+      {"--codec", "h264", "--interval", "2000", "--send", "request-idr", "--send", "set-codec=00"});
   EXPECT_EQ(player.Wait(), kExitFailed);
   EXPECT_NE(player.Said().find("the stream's codec has changed"), std::string::npos)
       << player.Said();

@@ -1,5 +1,5 @@
-// A stream for players that show it as it comes: Matroska with the video as it arrived and the sound
-// as floats, each packet handed on at once.
+// A stream for players that show it as it comes: Matroska with the video as it arrived and the
+// sound as floats, each packet handed on at once.
 //
 // Threads: belongs to one thread.
 #pragma once

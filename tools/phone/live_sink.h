@@ -1,6 +1,6 @@
-// What a session receives, live to a player that reads this program's standard output. It begins with
-// a key frame. A player that is too slow loses everything up to the next one; one that goes ends the
-// session, as it was meant.
+// What a session receives, live to a player that reads this program's standard output. It begins
+// with a key frame. A player that is too slow loses everything up to the next one; one that goes
+// ends the session, as it was meant.
 //
 // Threads: as FrameSink; a thread of its own writes.
 #pragma once

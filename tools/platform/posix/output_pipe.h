@@ -1,5 +1,5 @@
-// Standard output as a stream of bytes for another program, which may stop reading or go at any time.
-// Only where the receivers are.
+// Standard output as a stream of bytes for another program, which may stop reading or go at any
+// time. Only where the receivers are.
 //
 // Threads: one thread writes; GiveUp may come from any.
 #pragma once
@@ -13,8 +13,8 @@ namespace Veldrift {
 
 class OutputPipe {
  public:
-  // From now on what this process prints on standard output goes to standard error. Null if standard
-  // output is closed, or a terminal, on which nobody wants bytes.
+  // From now on what this process prints on standard output goes to standard error. Null if
+  // standard output is closed, or a terminal, on which nobody wants bytes.
   static std::unique_ptr<OutputPipe> TakeStandardOutput();
   // Writes to that descriptor, and closes it in the end.
   explicit OutputPipe(int descriptor) : descriptor_(descriptor) {}
