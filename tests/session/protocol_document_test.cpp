@@ -109,7 +109,8 @@ TEST(ProtocolExamples, APhonePairsSo) {
                                5 * kNanosPerSecond, error));
     std::string kept;
     auto paired = std::async(std::launch::async, [&] {
-      return client.Pair({"phone-1", "Anna", token}, [] { return "042799"; }, kept);
+      return client.Pair(
+          {"phone-1", "Anna", token}, [] { return "042799"; }, kept);
     });
     TestPhone plugIn(listener->Accept(5 * kNanosPerSecond));
     std::vector<std::string> said;
@@ -164,9 +165,8 @@ TEST(ProtocolExamples, CommandsAreMadeAndCutApartSo) {
   for (const DocumentLine& message : MessagesBehind(kFromPhone)) {
     const auto known = CommandsWithMeaning().find(message.text);
     std::string error;
-    const std::optional<Command> made = known != CommandsWithMeaning().end()
-                                            ? known->second
-                                            : ParseCommand(message.text, error);
+    const std::optional<Command> made =
+        known != CommandsWithMeaning().end() ? known->second : ParseCommand(message.text, error);
     ASSERT_TRUE(made) << error;
     EXPECT_EQ(message.bytes, Raw(*made)) << message.text;
     wanted.push_back(Raw(*made));
