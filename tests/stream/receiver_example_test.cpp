@@ -84,10 +84,9 @@ class ReceiverExample : public testing::Test {
     const std::string terminal = stage_->NewStem("terminal");
     EXPECT_EQ(mkfifo(terminal.c_str(), 0600), 0);
     const int keys = open(terminal.c_str(), O_RDWR | O_CLOEXEC);
-    StandIn receiver("/bin/sh",
-                     Together({"-c", "exec \"$0\" \"$@\" <'" + terminal + "'", kPython},
-                              Usual(more)),
-                     stage_->NewStem("receiver"));
+    StandIn receiver(
+        "/bin/sh", Together({"-c", "exec \"$0\" \"$@\" <'" + terminal + "'", kPython}, Usual(more)),
+        stage_->NewStem("receiver"));
     std::optional<std::string> code;
     EXPECT_TRUE(Eventually([&] { return (code = log.Find()).has_value(); }));
     const std::string typed = "oops\n" + code.value_or("") + "\n";
@@ -102,8 +101,8 @@ class ReceiverExample : public testing::Test {
 
 TEST_F(ReceiverExample, PairsByTypedDigitsAndWritesWhatPlays) {
   const auto pictures = stage_->File("typed.h264"), sound = stage_->File("typed.wav");
-  StandIn receiver = StartAndType(
-      {"--seconds", "2", "--video", PathText(pictures), "--sound", PathText(sound)});
+  StandIn receiver =
+      StartAndType({"--seconds", "2", "--video", PathText(pictures), "--sound", PathText(sound)});
   EXPECT_EQ(receiver.Wait(), 0) << LastComplaint(receiver);
   const VideoFile video = ReadVideoFile(pictures);
   EXPECT_EQ(video.error, "");
