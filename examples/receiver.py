@@ -41,7 +41,10 @@ class Control:
         self.socket.sendall(bytes([opcode]) + payload)
 
     def read(self):
-        more = self.socket.recv(65536)
+        try:
+            more = self.socket.recv(65536)
+        except socket.timeout:
+            raise Failure("the plug-in doesn't answer") from None
         if not more:
             raise Failure("the plug-in has ended the connection")
         self.bytes += more
