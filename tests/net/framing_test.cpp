@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cctype>
-#include <fstream>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "net/block_code.h"
@@ -249,41 +246,6 @@ TEST(Repair, RandomLossesOfLargeFrames) {
       EXPECT_TRUE(frame.RepairedWithout(lost)) << dataCount;
     }
   }
-}
-
-// ---- The document ------------------------------------------------------------------------------
-
-// The bytes of the code block in docs/protocol.md that follows the line with `marker`.
-std::vector<std::byte> HexFromDocument(const std::string& marker) {
-  std::ifstream document(VD_SOURCE_DIR "/docs/protocol.md");
-  std::string line;
-  while (std::getline(document, line) && line.find(marker) == std::string::npos) {
-  }
-  while (std::getline(document, line) && line.find("```") == std::string::npos) {
-  }
-  std::vector<std::byte> bytes;
-  while (std::getline(document, line) && line.find("```") == std::string::npos) {
-    for (size_t at = 0; at + 1 < line.size() && std::isxdigit(line[at]) != 0; at += 3) {
-      bytes.push_back(std::byte(std::stoi(line.substr(at, 2), nullptr, 16)));
-    }
-  }
-  return bytes;
-}
-
-TEST(ProtocolDocument, ItsWorkedExampleIsWhatIsSent) {
-  const std::string text = "Veldrift";
-  FrameToSend frame = VideoFrame(std::as_bytes(std::span(text)));
-  frame.keyFrame = true;
-  frame.frameNumber = 258;
-  frame.timestamp = 1'000'000;
-  uint32_t sequence = 4'660;
-  const Datagrams datagrams = Fragment(frame, sequence, 2'500'000'000);
-  ASSERT_EQ(datagrams.size(), 2U);
-
-  EXPECT_EQ(HexFromDocument("Data fragment, whole"), datagrams[0]);
-  const std::vector<std::byte> parityStart = HexFromDocument("Parity fragment, its first 32 bytes");
-  ASSERT_EQ(parityStart.size(), 32U);
-  EXPECT_TRUE(std::equal(parityStart.begin(), parityStart.end(), datagrams[1].begin()));
 }
 
 }  // namespace
