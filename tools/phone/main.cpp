@@ -21,10 +21,12 @@
 #include "tools/platform/interrupt.h"
 #include "tools/platform/posix/output_file.h"
 #include "tools/platform/posix/output_pipe.h"
+#include "tools/platform/terminal.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
 #include "tools/receiver/session.h"
+#include "web_view.h"
 
 namespace Veldrift {
 namespace {
@@ -102,6 +104,7 @@ class Phone {
   // False: `exit_` and `sentence_` say why not.
   bool Prepare();
   bool OpenFiles();
+  bool OpenWeb();
   Session::Parts Parts();
   Findings Judgement(SessionResult session) const;
 
@@ -119,6 +122,7 @@ class Phone {
   PhoneLink link_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
+  std::unique_ptr<WebView> web_;
 };
 
 std::optional<AVCodecID> CodecAskedFor(const PhoneOptions& options) {
@@ -156,6 +160,9 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
   if (recording_) sinks_.push_back(recording_.get());
   if (live_) sinks_.push_back(live_.get());
+  if (!options.web.on) return;
+  web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, screen_);
+  sinks_.push_back(&web_->Sink());
 }
 
 // Before anything is connected, so that it isn't in vain.
@@ -170,7 +177,17 @@ bool Phone::OpenFiles() {
 bool Phone::Prepare() {
   const MediaReceiver::OpenResult opened = receiver_.Open(sentence_);
   if (opened == MediaReceiver::OpenResult::PortInUse) exit_ = kExitPortInUse;
-  return opened == MediaReceiver::OpenResult::Opened && OpenFiles();
+  return opened == MediaReceiver::OpenResult::Opened && OpenFiles() && OpenWeb();
+}
+
+bool Phone::OpenWeb() {
+  if (!web_) return true;
+  if (!web_->Start(sentence_)) return false;
+  const auto drawing = PrepareTerminalForDrawing();
+  std::FILE* out = options_.json ? stderr : stdout;
+  std::fputs(web_->Invitation(!options_.json && StandardOutputIsTerminal()).c_str(), out);
+  std::fflush(out);
+  return true;
 }
 
 Session::Parts Phone::Parts() {
@@ -178,7 +195,7 @@ Session::Parts Phone::Parts() {
   return {link_,
           sinks_,
           [this](uint32_t number) { receiver_.BeginConnection(number); },
-          screen_,
+          web_ ? static_cast<SessionObserver&>(*web_) : screen_,
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
           interrupted_};
@@ -213,6 +230,7 @@ int Phone::Run() {
   Session session({options_.host, options_.expected.seconds, !options_.noReconnect}, Parts());
   SessionResult result = session.Run();
   receiver_.Stop();
+  if (web_) web_->Stop();
   for (FrameSink* sink : sinks_) sink->Finish();
   link_.Close();
   screen_.Clear();

@@ -53,6 +53,12 @@ A player on standard output:
       veldrift-phone --host ADDR --token-file F --record - |
           ffplay -flags low_delay -framedrop -probesize 100000 -analyzeduration 100000 -i -
 
+Page (--web):
+  Who has its address, which holds a random key, sees the picture and steers the host; a second address
+  only shows. The picture goes to browsers as it comes, so unless --codec and --gop say otherwise it
+  is asked for as H.264 with long groups. There is no encryption, on this way as on the others: serve
+  it (--web 0.0.0.0:8080) only on a network that you trust. Eight may watch at once.
+
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
   veldrift-phone --discover --token-file phone.token --record take.mkv
@@ -62,6 +68,7 @@ Examples:
   veldrift-phone --host 127.0.0.1:47110 --codec h264 --gop long --drop 5 --reorder 2 --seed 7
   veldrift-phone --host 192.0.2.10 --token-file phone.token --seconds 3600 --record take.mkv \
       --most-lost 1 --want-sound --json
+  veldrift-phone --discover --token-file phone.token --web 192.0.2.20:8080
   veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --send set-gop=01 --key play --json
   veldrift-phone --host 127.0.0.1 --code-from-log plugin.log --self-test P0.1 --self-test P3
 )";
@@ -69,7 +76,7 @@ Examples:
 // What the user typed, before it means anything.
 struct Typed {
   std::string host, uri, bind, codec, gop, mode, tokenFile, codeFromLog, pluginLog, record,
-      snapshots;
+      snapshots, web, webKeyFile;
   std::vector<std::string> keys, sends, markers;
   std::optional<int> maxShortSide;
   bool atOnce = false;
@@ -192,6 +199,14 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
       "on files with --stamp)");
 }
 
+void AddViews(CLI::App& app, Typed& typed) {
+  app.add_option("--web", typed.web,
+                 "serves a page with the live picture, sound and keys to browsers at [ADDR:]PORT; "
+                 "without ADDR to this machine's alone");
+  app.add_option("--web-key-file", typed.webKeyFile,
+                 "keeps the page's keys between runs, so that its address stays the same");
+}
+
 bool ParseHost(const std::string& text, Ipv4Endpoint& host) {
   const size_t colon = text.find(':');
   const std::optional<uint32_t> address = ParseAddress(text.substr(0, colon));
@@ -226,6 +241,16 @@ std::optional<int> InterpretWhere(const Typed& typed, PhoneOptions& options) {
   return std::nullopt;
 }
 
+std::optional<int> InterpretWeb(const Typed& typed, PhoneOptions& options) {
+  options.web.on = !typed.web.empty();
+  options.web.keyFile = PathFromText(typed.webKeyFile);
+  if (!options.web.on && !typed.webKeyFile.empty()) {
+    return Complain(kExitUsage, "--web-key-file goes with --web");
+  }
+  if (!options.web.on || ParseWebPlace(typed.web, options.web.local)) return std::nullopt;
+  return Complain(kExitUsage, "--web " + typed.web + " isn't a port, or an address and a port");
+}
+
 std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
   if (const std::optional<int> bad = InterpretWhere(typed, options)) return bad;
   if (!typed.bind.empty()) {
@@ -249,7 +274,7 @@ std::optional<int> Interpret(const Typed& typed, PhoneOptions& options) {
     return Complain(kExitUsage,
                     "--record " + typed.record + " must end in .mkv, .mp4 or .mov, or be -");
   }
-  return std::nullopt;
+  return InterpretWeb(typed, options);
 }
 
 template <typename Map>
@@ -300,6 +325,12 @@ std::optional<int> FillCommands(const Typed& typed, PhoneOptions& options) {
   return std::nullopt;
 }
 
+// Every browser plays H.264, and few take key frames alone over a wireless network.
+void ChooseForBrowsers(Typed& typed) {
+  if (typed.codec.empty()) typed.codec = "h264";
+  if (typed.gop.empty()) typed.gop = "long";
+}
+
 std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   options.tokenFile = PathFromText(typed.tokenFile);
   options.codeFromLog = PathFromText(typed.codeFromLog);
@@ -324,8 +355,10 @@ std::optional<int> ParsePhoneOptions(int argc, char** argv, PhoneOptions& option
   AddSettings(app, typed);
   AddCommands(app, options, typed);
   AddOutput(app, options, typed);
+  AddViews(app, typed);
   if (const std::optional<int> exit = ParseCommandLine(app, argc, argv)) return exit;
   if (const std::optional<int> bad = Interpret(typed, options)) return bad;
+  if (options.web.on) ChooseForBrowsers(typed);
   return Fill(typed, options);
 }
 

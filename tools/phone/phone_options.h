@@ -10,6 +10,7 @@
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/phone_link.h"
 #include "verdict.h"
+#include "web_options.h"
 
 namespace Veldrift {
 
@@ -30,6 +31,7 @@ struct PhoneOptions : LinkOptions {
   Expectations expected;
   bool noReconnect = false;  // the connection's end is the run's
   bool json = false;
+  WebOptions web;
 };
 
 // The exit code to end with, if the program isn't to run: --help, or a bad option, which has been
