@@ -25,7 +25,6 @@ constexpr std::pair<const char*, const char*> kHeaders[] = {
      "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; media-src "
      "blob:; "
      "img-src data:; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
-    {"Cross-Origin-Opener-Policy", "same-origin"},
     {"Cross-Origin-Resource-Policy", "same-origin"},
     {"Referrer-Policy", "no-referrer"},
     {"X-Content-Type-Options", "nosniff"},

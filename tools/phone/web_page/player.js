@@ -9,6 +9,10 @@ const HOLD = 0.2;            // seconds that a picture lasts if none follows
 const LEAST_AHEAD = 0.02;    // how long before its time a picture must be there
 const LEAST_AHEAD_SOUND = 0.15;
 const MOST_AHEAD = 0.4;
+// How fast it is tried again with less: a picture that comes late is hardly seen, a hole in the
+// sound is heard.
+const EASE_MS = 3000;
+const EASE_SOUND_MS = 10000;
 const LEAP = 0.5;            // further behind than that is caught up at once
 const TOO_FAR = 1.5;
 const PICTURE_BYTES = 64;    // less is no picture: the server says that it is there
@@ -30,7 +34,7 @@ export class Player extends EventTarget {
   sound = false;
 
   #video; #key; #media = null; #buffer = null; #type = ''; #stop = new AbortController();
-  #arrivedAt = 0; #beganAt = 0; #rebuiltAt = 0; #behindAt = -1e9; #calmSince = 0;
+  #arrivedAt = 0; #beganAt = 0; #rebuiltAt = 0; #behindAt = -1e9; #calmSince = 0; #leapt = 0;
   #fresh = true; #aheads = []; #newest = 0;
 
   constructor(video, key) {
@@ -169,7 +173,7 @@ export class Player extends EventTarget {
       if (lost || this.ahead > LEAP) video.currentTime = Math.max(start, newest - this.margin - 0.05);
       this.#fresh = false;
       this.#aheads = [];
-      this.#calmSince = now;
+      this.#calmSince = this.#leapt = now;
       return;
     }
     if (this.ahead > TOO_FAR && now - this.#behindAt > 2000) {
@@ -180,6 +184,7 @@ export class Player extends EventTarget {
     if (this.ahead > LEAP && !this.sound) {
       video.playbackRate = 16;
       this.#aheads = [];
+      this.#leapt = now;
       return;
     }
     if (newest !== this.#newest) {
@@ -190,8 +195,8 @@ export class Player extends EventTarget {
     const off = Math.min(...this.#aheads) - this.margin;
     video.playbackRate = this.#aheads.length === 0 || Math.abs(off) < 0.012 ? 1
       : 1 + Math.max(-0.05, Math.min(0.25, off));
-    if (now - this.#calmSince > 10000) {
-      this.margin *= 0.9;
+    if (now - this.#calmSince > (this.sound ? EASE_SOUND_MS : EASE_MS)) {
+      this.margin *= 0.85;
       this.#calmSince = now;
     }
   }
@@ -199,7 +204,8 @@ export class Player extends EventTarget {
   #waited() {
     const now = performance.now();
     this.waits++;
-    if (now - this.#arrivedAt > 150) return;  // the host stands still
+    // The host stands still, or this page did, or jumps.
+    if (now - this.#arrivedAt > 150 || this.#video.seeking || now - this.#leapt < 1000) return;
     if (now - this.#calmSince > 1500) this.margin = Math.min(MOST_AHEAD, this.margin * 1.5 + 0.01);
     this.#calmSince = now;
   }
