@@ -26,12 +26,13 @@ async function command(text) {
   } catch { return false; }
 }
 
+// Two rows of five on a phone: the keys that are pressed most in the first, within a thumb's reach.
 const KEYS = [
-  ['go-to-in', '⇤', 'In point'], ['jump-back', '«', 'Jump back'], ['step-back', '‹', 'Step back'],
-  ['play', '▶❚❚', 'Play or pause'], ['step-forward', '›', 'Step forward'],
-  ['jump-forward', '»', 'Jump forward'], ['go-to-out', '⇥', 'Out point'],
-  ['shuttle-back', 'J', 'Shuttle back'], ['shuttle-stop', 'K', 'Stop'],
-  ['shuttle-forward', 'L', 'Shuttle forward'],
+  ['jump-back', '«', 'Jump back'], ['step-back', '‹', 'Step back'], ['play', '▶❚❚', 'Play or pause'],
+  ['step-forward', '›', 'Step forward'], ['jump-forward', '»', 'Jump forward'],
+  ['go-to-in', '⇤', 'To the in point'], ['shuttle-back', 'J', 'Shuttle back'],
+  ['shuttle-stop', 'K', 'Stop'], ['shuttle-forward', 'L', 'Shuttle forward'],
+  ['go-to-out', '⇥', 'To the out point'],
 ];
 for (const [name, label, title] of KEYS) {
   const button = document.createElement('button');
@@ -57,19 +58,21 @@ addEventListener('keydown', event => {
 // ---- Settings: what was set last, by whomever, stands in the lists.
 const SETTINGS = {
   codec: [['codec=h264', 'H.264'], ['codec=hevc', 'HEVC']],
-  size: [['size=0', 'as it is'], ['size=1080', '1080'], ['size=720', '720'], ['size=540', '540'],
+  size: [['size=0', 'full'], ['size=1080', '1080'], ['size=720', '720'], ['size=540', '540'],
     ['size=360', '360']],
   quality: [['bitrate', 'by bit rate'], ['quality=90', 'best'], ['quality=70', 'good'],
     ['quality=50', 'fair'], ['quality=30', 'small']],
-  gop: [['gop=long', 'seldom'], ['gop=short', 'each 5'], ['gop=intra', 'all']],
+  gop: [['gop=long', 'few'], ['gop=short', 'every 5th'], ['gop=intra', 'all']],
 };
 for (const [id, choices] of Object.entries(SETTINGS)) {
   for (const [value, label] of choices) at(id).append(new Option(label, value));
-  at(id).selectedIndex = -1;
+  at(id).prepend(new Option('as it is', ''));  // nobody here has set it
+  at(id).options[0].disabled = at(id).options[0].hidden = true;
+  at(id).value = '';
   at(id).onchange = () => command(at(id).value);
 }
 const HEVC = ['hvc1.1.6.L93.90', 'hvc1.1.6.L120.90'];
-if (!HEVC.some(canPlay)) at('codec').options[1].disabled = true;
+if (!HEVC.some(canPlay)) at('codec').options[2].disabled = true;
 
 function showSettings(texts) {
   for (const [id, choices] of Object.entries(SETTINGS)) {
@@ -157,7 +160,7 @@ async function follow() {
 // ---- Sound, screen, and what the browser can't do.
 at('sound').onclick = () => {
   player.setSound(!player.sound);
-  at('sound').textContent = player.sound ? 'Sound on' : 'Sound off';
+  at('sound').textContent = player.sound ? 'Sound: on' : 'Sound: off';
   at('sound').setAttribute('aria-pressed', player.sound);
   at('video').play().catch(() => {});
 };
