@@ -74,10 +74,9 @@ TEST(Gate, LetsInWhoHasTheKeyAndComesFromThePage) {
   };
   for (const Row& row : rows) {
     const WebVerdict verdict = gate.Judge(row.request);
-    const std::string what = std::string(row.request.method) + " " +
-                             std::string(row.request.path) + " host=" +
-                             std::string(row.request.host) + " origin=" +
-                             std::string(row.request.origin);
+    const std::string what = std::string(row.request.method) + " " + std::string(row.request.path) +
+                             " host=" + std::string(row.request.host) +
+                             " origin=" + std::string(row.request.origin);
     EXPECT_EQ(verdict.status, row.status) << what;
     EXPECT_EQ(verdict.maySteer, row.maySteer) << what;
   }
@@ -119,7 +118,8 @@ TEST(Place, IsThisMachineAloneUnlessAnAddressIsGiven) {
   EXPECT_EQ(local.port, 8080);
   ASSERT_TRUE(ParseWebPlace("0.0.0.0:81", local));
   EXPECT_EQ(local.address, 0U);
-  for (const char* bad : {"", ":", ":8080", "host:80", "1.2.3:80", "80000", "-1", "80x", "1.2.3.4"}) {
+  for (const char* bad :
+       {"", ":", ":8080", "host:80", "1.2.3:80", "80000", "-1", "80x", "1.2.3.4"}) {
     EXPECT_FALSE(ParseWebPlace(bad, local)) << bad;
   }
 }
@@ -131,10 +131,17 @@ TEST(PageCommand, IsOneOfFew) {
     std::vector<int> payload;
   };
   const Known known[] = {
-      {"play", 0x20, {}},           {"step-forward", 0x21, {}}, {"shuttle-forward", 0x29, {}},
-      {"codec=h264", 0x05, {1}},    {"codec=hevc", 0x05, {0}},  {"gop=intra", 0x04, {0}},
-      {"gop=long", 0x04, {3}},      {"size=720", 0x07, {0xD0, 0x02}},
-      {"size=65535", 0x07, {255, 255}}, {"quality=30", 0x08, {1, 30}}, {"bitrate", 0x08, {0, 0}},
+      {"play", 0x20, {}},
+      {"step-forward", 0x21, {}},
+      {"shuttle-forward", 0x29, {}},
+      {"codec=h264", 0x05, {1}},
+      {"codec=hevc", 0x05, {0}},
+      {"gop=intra", 0x04, {0}},
+      {"gop=long", 0x04, {3}},
+      {"size=720", 0x07, {0xD0, 0x02}},
+      {"size=65535", 0x07, {255, 255}},
+      {"quality=30", 0x08, {1, 30}},
+      {"bitrate", 0x08, {0, 0}},
       {"request-idr", 0x01, {}},
   };
   for (const Known& row : known) {

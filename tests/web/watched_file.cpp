@@ -81,8 +81,15 @@ WatchedFile ReadWatched(const ByteVector& bytes) {
     std::vector<Decoder> decoders;
     for (unsigned i = 0; i < format->nb_streams; ++i) {
       const AVCodecParameters& has = *format->streams[i]->codecpar;
-      file.streams.push_back({has.codec_id, has.width, has.height, has.sample_rate,
-                              has.ch_layout.nb_channels, {}, {}, {}, 0, {}});
+      file.streams.push_back({has.codec_id,
+                              has.width,
+                              has.height,
+                              has.sample_rate,
+                              has.ch_layout.nb_channels,
+                              {},
+                              {},
+                              0,
+                              {}});
       decoders.emplace_back(*format->streams[i], file, i);
     }
     const Packet packet(av_packet_alloc());
@@ -91,7 +98,6 @@ WatchedFile ReadWatched(const ByteVector& bytes) {
       const double base = av_q2d(format->streams[index]->time_base);
       WatchedStream& stream = file.streams[index];
       stream.times.push_back(double(packet->pts) * base);
-      stream.durations.push_back(double(packet->duration) * base);
       stream.keys.push_back((packet->flags & AV_PKT_FLAG_KEY) != 0);
       decoders[index].Decode(packet.get());
       av_packet_unref(packet.get());

@@ -11,8 +11,7 @@ namespace Veldrift {
 struct WatchedStream {
   AVCodecID codec = AV_CODEC_ID_NONE;
   int width = 0, height = 0, sampleRate = 0, channels = 0;
-  std::vector<double> times;      // of the packets, in seconds
-  std::vector<double> durations;  // as the container has them
+  std::vector<double> times;  // of the packets, in seconds
   std::vector<bool> keys;
   size_t decoded = 0;         // pictures, or samples a channel
   std::vector<float> levels;  // of sound: the loudest sample of each 10 ms
