@@ -109,8 +109,8 @@ TEST_F(Stream, EachPictureLiesWhereItsTimeStampSays) {
 
 // The library works durations out anew: they are looked at where they stand.
 TEST(Fragment, SaysThatAPictureLastsUntilTheNext) {
-  const ByteVector unit = {std::byte{0}, std::byte{0}, std::byte{0}, std::byte{1}, std::byte{0x65},
-                           std::byte{7}, std::byte{0}, std::byte{0}, std::byte{1}, std::byte{0x41}};
+  ByteVector unit;
+  for (const int byte : {0, 0, 0, 1, 0x65, 7, 0, 0, 0, 1, 0x41}) unit.push_back(std::byte(byte));
   const ByteVector bytes = PictureFragment(1, 1'000'000, true, unit).bytes;
   const auto number = [&](size_t at) {
     uint32_t value = 0;
@@ -171,6 +171,37 @@ TEST_F(Stream, MissingSoundIsSilenceAndLateSoundIsntTakenTwice) {
   EXPECT_NEAR(double(silent), 50, 8);  // each 10 ms; the half second, and the beginning
   EXPECT_NEAR(double(sound.decoded) / kSoundRate,
               sound.times.back() - sound.times.front() + 1024.0 / kSoundRate, 0.03);
+}
+
+TEST_F(Stream, SoundThatComesTooLateDoesntPushTheRestBack) {
+  sound_ = true;
+  Play(1);
+  Play(10, true);
+  Viewer viewer = Watch();
+  sound_ = false;
+  Play(8);
+  for (int i = 0; i < 8; ++i) {  // all of what was missing, at once
+    track_.Take(Stamped(ToneBlock(micros_ - (8 - i) * kPicture, kPicture)), clock_.NowNanos());
+  }
+  sound_ = true;
+  Play(8);
+  const WatchedFile file = ReadWatched(Drain(*viewer).bytes);
+  ASSERT_EQ(file.streams.size(), 2U);
+  EXPECT_NEAR(file.streams[1].times.back(), file.streams[0].times.back(), 0.08);
+}
+
+TEST_F(Stream, ThePictureHasSoundBehindItAlsoWhereNoneComes) {
+  sound_ = true;
+  Play(1);
+  Play(10, true);
+  Viewer viewer = Watch();
+  sound_ = false;
+  Play(10);
+  Pass(600'000);  // and a pause
+  const WatchedFile file = ReadWatched(Drain(*viewer).bytes);
+  ASSERT_EQ(file.streams.size(), 2U);
+  // But for the patience, and what the encoder holds.
+  EXPECT_NEAR(file.streams[1].times.back() - file.streams[0].times.back(), 0.52, 0.06);
 }
 
 TEST_F(Stream, ALossLeavesOutWhatCantBeDecodedAndGoesOnInTheSameFile) {

@@ -137,11 +137,10 @@ void WebTrack::TakePicture(const WholeFrame& frame, int64_t micros, int64_t nowN
   pictureMicros_ = micros;
   groupBytes_ += frame.data.size();
   broadcast_.Push(PictureFragment(++fragments_, micros, frame.keyFrame, frame.data));
-  if (sound_) sound_->FillTo(micros - soundPatienceMicros_);
 }
 
-// A picture that stands still has silence behind it, for as long as the file goes on: else a
-// browser waits for the sound.
+// Where no sound comes there is silence behind the picture, also behind one that stands still, for
+// as long as the file goes on: else a browser waits for it.
 void WebTrack::Tick(int64_t nowNs) {
   const int64_t silentNs = nowNs - pictureNs_;
   if (!sound_ || pictureNs_ == 0 || silentNs > kLongPauseNs) return;
