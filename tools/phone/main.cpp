@@ -117,6 +117,7 @@ class Phone {
   std::vector<FrameSink*> sinks_;
   MediaReceiver receiver_;
   PhoneLink link_;
+  std::unique_ptr<Adapter> adapter_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
 };
@@ -133,6 +134,21 @@ MediaReceiverOptions ReceiverOptions(const PhoneOptions& options) {
   AssemblerLimits limits;
   limits.maxWaitNs = options.patienceMs * kNanosPerMilli;
   return {.bindAddress = options.bindAddress, .loss = options.loss, .limits = limits};
+}
+
+ArrivalCounters ArrivalsOf(const MediaReceiver& receiver) {
+  const AssemblerCounters video = receiver.Counters(StreamType::Video).assembler;
+  return {video.datagrams, video.missingDatagrams, video.gaps,
+          video.bytes,     video.framesWhole,      video.framesLost};
+}
+
+// Null: the stream stays as it was asked for.
+std::unique_ptr<Adapter> MakeAdapter(const PhoneOptions& options, const MediaReceiver& receiver,
+                                     const PhoneLink& link) {
+  if (!options.adapt.value_or(false)) return nullptr;
+  return std::make_unique<Adapter>(
+      options.adaptation, [&receiver] { return ArrivalsOf(receiver); },
+      [&link] { return link.SourceShortSide(); });
 }
 
 Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
@@ -152,10 +168,12 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       sinks_{&decoding_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
+      adapter_(MakeAdapter(options, receiver_, link_)),
       whereabouts_(found.chosenId, options.plugin, options.host.port),
       screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
   if (recording_) sinks_.push_back(recording_.get());
   if (live_) sinks_.push_back(live_.get());
+  if (adapter_) sinks_.push_back(adapter_.get());
 }
 
 // Before anything is connected, so that it isn't in vain.
@@ -181,7 +199,8 @@ Session::Parts Phone::Parts() {
           screen_,
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
-          interrupted_};
+          interrupted_,
+          adapter_.get()};
 }
 
 Findings Phone::Judgement(SessionResult session) const {
@@ -226,7 +245,8 @@ int Phone::Run() {
   return Report(options_, {Judgement(std::move(result)), receiver_.Counters(StreamType::Video),
                            receiver_.Counters(StreamType::Audio), receiver_.Lost(StreamType::Video),
                            decoding_, recording_.get(), snapshots_.get(), link_.EncoderText(),
-                           link_.Messages(), link_.Sent(), found_.services, link_.ConnectNs()});
+                           link_.Messages(), link_.Sent(), found_.services, link_.ConnectNs(),
+                           adapter_ ? &adapter_->Report() : nullptr});
 }
 
 int Run(PhoneOptions options) {
