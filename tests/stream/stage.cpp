@@ -168,7 +168,7 @@ void ExpectGoodPictures(const nlohmann::json& summary, int exit) {
   EXPECT_EQ(summary["stamps"]["unreadable"], 0);
   EXPECT_EQ(summary["stamps"]["stamped"], summary["decoder"]["decoded"]);
   // How many is the machine's matter: some, even on one that a sanitizer slows down.
-  EXPECT_GE(summary["decoder"]["decoded"], 3);
+  EXPECT_GE(summary["decoder"]["decoded"], 2);
 }
 
 }  // namespace Veldrift
