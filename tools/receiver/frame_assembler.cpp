@@ -184,12 +184,14 @@ void FrameAssembler::BeginAnew() {
   StartOver(0);
   started_ = false;
   missingBefore_ += sequences_.Missing();
+  gapsBefore_ += sequences_.Gaps();
   sequences_ = {};
 }
 
 AssemblerCounters FrameAssembler::Counters() const {
   AssemblerCounters counters = counters_;
   counters.missingDatagrams = missingBefore_ + sequences_.Missing();
+  counters.gaps = gapsBefore_ + sequences_.Gaps();
   return counters;
 }
 

@@ -42,6 +42,7 @@ struct AssemblerCounters {
   uint64_t late = 0;              // data for a frame that was delivered or given up before
   uint64_t spareParity = 0;       // parity for such a frame
   uint64_t missingDatagrams = 0;  // by their running number
+  uint64_t gaps = 0;              // runs of missing numbers, also of those that came later
   uint64_t framesWhole = 0;
   uint64_t framesRepaired = 0;
   uint64_t fragmentsRepaired = 0;
@@ -101,6 +102,7 @@ class FrameAssembler {
   size_t wholeBytes_ = 0;
   SequenceTracker sequences_;
   uint64_t missingBefore_ = 0;  // of the senders before
+  uint64_t gapsBefore_ = 0;
   AssemblerCounters counters_;
 };
 

@@ -5,6 +5,7 @@ namespace Veldrift {
 void SequenceTracker::Advance(uint32_t sequence) {
   const auto ahead = uint32_t(AheadBy(sequence));
   span_ += ahead;
+  if (ahead > 1) ++gaps_;
   if (ahead >= kWindow) {
     seen_.reset();
   } else {

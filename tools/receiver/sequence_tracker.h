@@ -20,6 +20,8 @@ class SequenceTracker {
 
   uint64_t Received() const { return received_; }
   uint64_t Missing() const { return span_ - received_; }
+  // How often numbers were left out when a higher one came: runs of missing ones.
+  uint64_t Gaps() const { return gaps_; }
 
  private:
   static constexpr size_t kWindow = 1 << 16;
@@ -30,6 +32,7 @@ class SequenceTracker {
   uint32_t highest_ = 0;
   uint64_t span_ = 0;  // numbers from the lowest to the highest that came
   uint64_t received_ = 0;
+  uint64_t gaps_ = 0;
   std::bitset<kWindow> seen_;  // by number modulo the window
 };
 
