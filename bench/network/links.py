@@ -16,7 +16,6 @@ import time
 
 DESK = "10.77.0.1"
 PORT = 47130
-BURST = "16kb"  # of the token bucket
 IDENTITY = '{"id":"0e9b1c34-6f0a-4a5c-9a53-2f2f7d1b8c11","name":"Bench"}'
 FREE = (None, None, 0)
 RATES = (5, 15, 50, 150, 400)  # Mbit/s
@@ -38,7 +37,7 @@ def shape(link):
         subprocess.run(["tc", "qdisc", "del", "dev", "desk0", "root"], stderr=subprocess.DEVNULL)
         return
     subprocess.run(["tc", "qdisc", "replace", "dev", "desk0", "root", "tbf", "rate",
-                    f"{rate}mbit", "burst", BURST, "limit", f"{queue}kb"], check=True)
+                    f"{rate}mbit", "burst", f"{max(5, rate // 10):.0f}kb", "limit", f"{queue}kb"], check=True)
 
 
 def name_of(link):

@@ -120,6 +120,7 @@ class Phone {
   std::vector<FrameSink*> sinks_;
   MediaReceiver receiver_;
   PhoneLink link_;
+  std::unique_ptr<Adapter> adapter_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
   std::unique_ptr<WebView> web_;
@@ -139,6 +140,21 @@ MediaReceiverOptions ReceiverOptions(const PhoneOptions& options) {
   return {.bindAddress = options.bindAddress, .loss = options.loss, .limits = limits};
 }
 
+ArrivalCounters ArrivalsOf(const MediaReceiver& receiver) {
+  const AssemblerCounters video = receiver.Counters(StreamType::Video).assembler;
+  return {video.datagrams, video.missingDatagrams, video.gaps,
+          video.bytes,     video.framesWhole,      video.framesLost};
+}
+
+// Null: the stream stays as it was asked for.
+std::unique_ptr<Adapter> MakeAdapter(const PhoneOptions& options, const MediaReceiver& receiver,
+                                     const PhoneLink& link) {
+  if (!options.adapt.value_or(false)) return nullptr;
+  return std::make_unique<Adapter>(
+      options.adaptation, [&receiver] { return ArrivalsOf(receiver); },
+      [&link] { return link.SourceShortSide(); });
+}
+
 Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
              std::unique_ptr<OutputPipe> player, const std::atomic<bool>& interrupted)
     : options_(options),
@@ -156,10 +172,12 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
       sinks_{&decoding_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
+      adapter_(MakeAdapter(options, receiver_, link_)),
       whereabouts_(found.chosenId, options.plugin, options.host.port),
       screen_(options.json, receiver_, decoding_, recording_.get(), link_) {
   if (recording_) sinks_.push_back(recording_.get());
   if (live_) sinks_.push_back(live_.get());
+  if (adapter_) sinks_.push_back(adapter_.get());
   if (!options.web.on) return;
   web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, screen_);
   sinks_.push_back(&web_->Sink());
@@ -198,7 +216,8 @@ Session::Parts Phone::Parts() {
           web_ ? static_cast<SessionObserver&>(*web_) : screen_,
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
-          interrupted_};
+          interrupted_,
+          adapter_.get()};
 }
 
 Findings Phone::Judgement(SessionResult session) const {
@@ -244,7 +263,8 @@ int Phone::Run() {
   return Report(options_, {Judgement(std::move(result)), receiver_.Counters(StreamType::Video),
                            receiver_.Counters(StreamType::Audio), receiver_.Lost(StreamType::Video),
                            decoding_, recording_.get(), snapshots_.get(), link_.EncoderText(),
-                           link_.Messages(), link_.Sent(), found_.services, link_.ConnectNs()});
+                           link_.Messages(), link_.Sent(), found_.services, link_.ConnectNs(),
+                           adapter_ ? &adapter_->Report() : nullptr});
 }
 
 int Run(PhoneOptions options) {

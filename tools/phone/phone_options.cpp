@@ -79,6 +79,7 @@ struct Typed {
       snapshots, web, webKeyFile;
   std::vector<std::string> keys, sends, markers;
   std::optional<int> maxShortSide;
+  bool adapt = false, noAdapt = false;
   bool atOnce = false;
   std::string engine;
   int quality = 75;
@@ -140,8 +141,15 @@ void AddSettings(CLI::App& app, Typed& typed) {
       ->check(CLI::Range(0, 100));
   app.add_option("--max-short-side", typed.maxShortSide, "pixels; 0 is no limit")
       ->check(CLI::Range(0, 65'535));
-  app.add_flag("--settings-at-once", typed.atOnce,
-               "sends the settings in one message, as an app does");
+  CLI::Option* const atOnce = app.add_flag("--settings-at-once", typed.atOnce,
+                                           "sends the settings in one message, as an app does");
+  CLI::Option* const adapt = app.add_flag(
+      "--adapt", typed.adapt,
+      "asks for as much as the network carries: steers size, quality and GOP, and says so; "
+      "--max-short-side and --mode quality --quality are then the most to ask for");
+  adapt->excludes(atOnce);
+  app.add_flag("--no-adapt", typed.noAdapt, "leaves the stream as it is asked for")
+      ->excludes(adapt);
 }
 
 void AddCommands(CLI::App& app, PhoneOptions& options, Typed& typed) {
@@ -305,9 +313,21 @@ Command SettingsAtOnce(const Typed& typed) {
                           ValueOf(kModes, typed.mode).value_or(0), typed.engine});
 }
 
+// The rest is the adaptation's to send.
+void AddCeilings(const Typed& typed, PhoneOptions& options) {
+  options.adaptation.shortSide = uint16_t(typed.maxShortSide.value_or(0));
+  if (typed.mode == "quality") options.adaptation.quality = uint8_t(typed.quality);
+  Typed fixed;
+  fixed.engine = typed.engine;
+  fixed.codec = typed.codec;
+  AddSeparateSettings(fixed, options.settings);
+}
+
 // In the order in which they go out. Otherwise the exit code.
 std::optional<int> FillCommands(const Typed& typed, PhoneOptions& options) {
-  if (typed.atOnce) {
+  if (typed.adapt) {
+    AddCeilings(typed, options);
+  } else if (typed.atOnce) {
     options.settings.push_back(SettingsAtOnce(typed));
   } else {
     AddSeparateSettings(typed, options.settings);
@@ -341,6 +361,7 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   if (!options.selfTests.empty() && options.pluginLog.empty()) {
     return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");
   }
+  if (typed.adapt || typed.noAdapt) options.adapt = typed.adapt;
   return FillCommands(typed, options);
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/receiver/adaptation.h"
 #include "tools/receiver/loss_simulator.h"
 #include "tools/receiver/phone_link.h"
 #include "verdict.h"
@@ -29,6 +30,8 @@ struct PhoneOptions : LinkOptions {
   std::filesystem::path snapshots;
   double snapshotEvery = 0;  // seconds; 0: at growing distances
   Expectations expected;
+  std::optional<bool> adapt;  // --adapt, --no-adapt; none: as it is best for what is done
+  AdaptationLimits adaptation{0, AdaptationLimits{}.quality};
   bool noReconnect = false;  // the connection's end is the run's
   bool json = false;
   WebOptions web;

@@ -184,6 +184,26 @@ Json MessageJson(const StatusMessage& message, int64_t startNs) {
   return json;
 }
 
+Json AdaptationJson(const AdapterReport& report, int64_t startNs) {
+  Json json = {{"steps", report.steps},
+               {"max_short_side", report.setting.shortSide},
+               {"quality", report.setting.quality},
+               {"key_frames_only", report.setting.intra},
+               {"said", Json::array()}};
+  for (const AdapterReport::Entry& entry : report.entries) {
+    json["said"].push_back(
+        {{"ms", MillisBetween(startNs, entry.timeNs)}, {"sentence", entry.sentence}});
+  }
+  return json;
+}
+
+std::string AdaptationLine(const AdapterReport* report) {
+  if (report == nullptr) return "";
+  return Line("  %-22s %llu steps, in the end %dp, quality %d%s", "adapted to the network",
+              (unsigned long long)report->steps, report->setting.shortSide, report->setting.quality,
+              report->setting.intra ? ", key frames only" : "");
+}
+
 Json SentJson(const SentCommand& sent, int64_t startNs) {
   Json json = {{"ms", MillisBetween(startNs, sent.sentNs)},
                {"opcode", sent.command.opcode},
@@ -250,6 +270,7 @@ std::string SummaryText(const RunResult& result) {
       Line("  %-22s %llu received, %llu missing, %llu fragments restored", "video datagrams",
            Count(video.datagrams), Count(video.missingDatagrams), Count(video.fragmentsRepaired));
   text += InterruptionLine(session);
+  text += AdaptationLine(result.adaptation);
   if (result.video.simulatedDrops + result.video.simulatedReorders > 0) {
     text += Line("  %-22s %llu dropped, %llu delayed", "simulated",
                  Count(result.video.simulatedDrops), Count(result.video.simulatedReorders));
@@ -302,6 +323,9 @@ std::string SummaryJson(const RunResult& result, const Verdict& verdict) {
   json["delay"] = {{"push_to_whole", DelayJson(checker.PushToWhole())},
                    {"push_to_picture", DelayJson(checker.PushToPicture())},
                    {"framing_to_whole", DelayJson(checker.FramingToWhole())}};
+  if (result.adaptation != nullptr) {
+    json["adaptation"] = AdaptationJson(*result.adaptation, session.startNs);
+  }
   if (result.recording != nullptr) json["recording"] = RecordingJson(*result.recording);
   if (result.snapshots != nullptr) json["snapshots"] = result.snapshots->Written();
   for (const FoundService& service : result.found) json["found"].push_back(FoundJson(service));

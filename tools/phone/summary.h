@@ -8,6 +8,7 @@
 #include "recording_sink.h"
 #include "snapshot_writer.h"
 #include "tools/discovery/service_browser.h"
+#include "tools/receiver/adapter.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
@@ -29,6 +30,7 @@ struct RunResult {
   std::vector<SentCommand> sent;
   std::vector<FoundService> found;  // by discovery
   int64_t connectNs = 0;
+  const AdapterReport* adaptation = nullptr;  // null: the stream stayed as it was asked for
 };
 
 std::string SummaryText(const RunResult& result);

@@ -24,7 +24,13 @@ constexpr double kBadRadio = 0.003;  // of the datagrams
 constexpr double kGoodRadio = 0.001;
 constexpr int64_t kForgiveRadioNs = 20 * kNanosPerSecond;
 constexpr double kHeadroom = 0.7;
-constexpr double kStartWeightSide = 720;
+constexpr int64_t kResizeNs = 200 * kNanosPerMilli;
+constexpr double kFewer = 0.1;  // of the pictures: what a larger one may cost
+constexpr double kWorthLarger = 0.05;
+constexpr double kWorthSmaller = 0.1;
+constexpr double kEnoughDatagrams = 800;  // that tell the share of losses
+constexpr size_t kFewestPictures = 8;     // that tell a size
+constexpr double kStartSide = 720;
 constexpr double kStartQuality = 40;
 constexpr double kIntraCost = 4;  // times the rate, on a network whose limit has been met
 
@@ -65,23 +71,19 @@ double PictureLossShare(double bytes, double lossShare) {
 Adaptation::Adaptation(const AdaptationLimits& limits) : limits_(limits) { BuildLadder(); }
 
 void Adaptation::BuildLadder() {
-  struct Size {
-    uint16_t shortSide;
-    uint8_t qualities[2];
-  };
-  constexpr Size kSizes[] = {{270, {15, 25}}, {360, {30, 40}},  {540, {35, 45}}, {720, {40, 50}},
-                             {1080, {45, 55}}, {1440, {50, 60}}, {2160, {50, 60}}};
+  // Few sizes: an encoder begins each with a key frame of its own quality, which is a large one.
+  constexpr StreamSetting kBelowLimit[] = {{270, 15}, {360, 20}, {360, 30}, {360, 40}, {360, 50},
+                                           {720, 30}, {720, 40}, {720, 50}, {720, 60}};
   ladder_.clear();
   const auto add = [this](uint16_t side, uint8_t quality) {
     const double weight = WeightOf(side, quality);
     if (quality > limits_.quality || (!ladder_.empty() && weight <= ladder_.back().weight)) return;
     ladder_.push_back({side, quality, weight});
   };
-  for (const Size& size : kSizes) {
-    if (size.shortSide >= limits_.shortSide) break;
-    for (const uint8_t quality : size.qualities) add(size.shortSide, quality);
+  for (const StreamSetting& each : kBelowLimit) {
+    if (each.shortSide < limits_.shortSide) add(each.shortSide, each.quality);
   }
-  for (const int quality : {15, 25, 35, 45, 55, 65, 75}) add(limits_.shortSide, uint8_t(quality));
+  for (const int quality : {10, 20, 30, 40, 50, 60, 70}) add(limits_.shortSide, uint8_t(quality));
   add(limits_.shortSide, limits_.quality);
   if (ladder_.empty()) ladder_.push_back({limits_.shortSide, limits_.quality, 1});
   rung_ = std::min(rung_, ladder_.size() - 1);
@@ -102,7 +104,7 @@ StreamSetting Adaptation::Setting() const {
 
 Adaptation::Step Adaptation::BeginConnection(int64_t nowNs) {
   if (!metLimit_) {
-    const double start = WeightOf(kStartWeightSide, kStartQuality);
+    const double start = WeightOf(kStartSide, kStartQuality);
     rung_ = 0;
     while (rung_ + 1 < ladder_.size() && ladder_[rung_ + 1].weight <= start) ++rung_;
   }
@@ -151,11 +153,16 @@ double Adaptation::StandingDelayMs() const {
   return delaysMs_.size() < kDelaysKept ? 0 : *std::ranges::min_element(delaysMs_);
 }
 
+// Of the present setting; 0 while it isn't known.
 double Adaptation::PictureBytes() const {
-  if (pictures_.empty()) return 0;
   double bytes = 0;
-  for (const PictureArrival& picture : pictures_) bytes += double(picture.bytes);
-  return bytes / double(pictures_.size());
+  size_t count = 0;
+  for (const PictureArrival& picture : pictures_) {
+    if (picture.firstNs < changedNs_ + kSettleNs) continue;
+    bytes += double(picture.bytes);
+    ++count;
+  }
+  return count < kFewestPictures ? 0 : bytes / double(count);
 }
 
 void Adaptation::Note(const ArrivalCounters& counters, int64_t nowNs) {
@@ -191,7 +198,7 @@ int64_t Adaptation::KeyFrameTravelNs() const {
 
 Adaptation::Step Adaptation::Settle(const std::string& why, int64_t nowNs) {
   changedNs_ = calmNs_ = nowNs;
-  judgedFromNs_ = nowNs + kSettleNs;
+  judgedFromNs_ = delaysFromNs_ = nowNs + kSettleNs;
   delayAtChangeMs_ = StandingDelayMs();
   delaysMs_.clear();
   trainRates_.clear();
@@ -215,12 +222,11 @@ std::optional<Adaptation::Step> Adaptation::FleeCongestion(int64_t nowNs) {
   const Change last = Since(std::max(nowNs - kWindowNs, judgedFromNs_));
   const double sent = last.datagrams + last.missing;
   if (last.seconds <= 0 || sent <= 0) return std::nullopt;
-  const bool runs =
-      last.missing >= kFewestMissing && last.missing >= kRunOfFullNetwork * last.gaps;
+  const bool runs = last.missing >= kFewestMissing && last.missing >= kRunOfFullNetwork * last.gaps;
   const double standing = StandingDelayMs();
   // What stood in the queue when less was asked for takes its time.
   const bool drains = standing < 0.8 * delayAtChangeMs_;
-  const bool late = standing > kCongestedMs && !drains;
+  const bool late = standing > kCongestedMs && !drains && nowNs >= delaysFromNs_;
   if (drains) delayAtChangeMs_ = std::max(standing, kCongestedMs);
   const bool nothing = last.whole <= 0 && last.datagrams > 0 && last.seconds > 0.5;
   if (!nothing && !late && (!runs || last.lost <= 0)) return std::nullopt;
@@ -233,22 +239,22 @@ std::optional<Adaptation::Step> Adaptation::FleeCongestion(int64_t nowNs) {
     return Down(0.6, "network carries " + Number(bits / 1e6) + " Mbit/s: ", nowNs);
   }
   return Down(std::clamp(0.75 * last.datagrams / sent, 0.3, 0.7),
-              "network loses " + Number(100 * last.missing / sent) + " % at " +
-                  Number(bits / 1e6) + " Mbit/s: ",
+              "network loses " + Number(100 * last.missing / sent) + " % at " + Number(bits / 1e6) +
+                  " Mbit/s: ",
               nowNs);
+}
+
+double Adaptation::ArrivingShare(size_t rung, double lossShare) const {
+  const double bytes = PictureBytes() * ladder_[rung].weight / ladder_[rung_].weight;
+  return 1 - PictureLossShare(bytes, lossShare);
 }
 
 // The highest rung on which nearly as many pictures arrive as on the best.
 size_t Adaptation::BestRungFor(double lossShare) const {
-  const double bytes = PictureBytes() / ladder_[rung_].weight;
   double best = 0;
-  std::vector<double> shares;
-  for (const Rung& rung : ladder_) {
-    shares.push_back(1 - PictureLossShare(bytes * rung.weight, lossShare));
-    best = std::max(best, shares.back());
-  }
+  for (size_t i = 0; i < ladder_.size(); ++i) best = std::max(best, ArrivingShare(i, lossShare));
   size_t chosen = ladder_.size() - 1;
-  while (chosen > 0 && shares[chosen] < best - 0.02) --chosen;
+  while (chosen > 0 && ArrivingShare(chosen, lossShare) < best - kFewer) --chosen;
   return chosen;
 }
 
@@ -271,13 +277,11 @@ std::optional<Adaptation::Step> Adaptation::AnswerRadio(int64_t nowNs) {
     intra_ = false;
     return Settle("network loses hardly anything any more: ", nowNs);
   }
-  if (!intra_ || last.seconds < 1 || pictures_.empty()) return std::nullopt;
+  if (!intra_ || sent < kEnoughDatagrams || PictureBytes() <= 0) return std::nullopt;
   const size_t best = BestRungFor(share);
-  if (best >= rung_) return std::nullopt;  // up in single steps, as always
-  const double now = 1 - PictureLossShare(PictureBytes(), share);
-  const double then =
-      1 - PictureLossShare(PictureBytes() * ladder_[best].weight / ladder_[rung_].weight, share);
-  if (then < now + 0.05) return std::nullopt;
+  if (best > rung_ && metLimit_) return std::nullopt;  // in single steps, as always
+  const double gain = ArrivingShare(best, share) - ArrivingShare(rung_, share);
+  if (gain < (best > rung_ ? kWorthLarger : kWorthSmaller)) return std::nullopt;
   rung_ = best;
   return Settle(why, nowNs);
 }
@@ -297,6 +301,7 @@ bool Adaptation::MayClimb(int64_t nowNs) const {
     if (last.bytes * 8 / last.seconds * growth > kHeadroom * rates[rates.size() / 2]) return false;
   }
   if (!intra_) return true;
+  if (PictureBytes() <= 0) return false;
   const Change radio = Since(nowNs - kRadioWindowNs);
   const double share = radio.missing / std::max(radio.datagrams + radio.missing, 1.0);
   return BestRungFor(share) > rung_;
@@ -304,15 +309,17 @@ bool Adaptation::MayClimb(int64_t nowNs) const {
 
 std::optional<Adaptation::Step> Adaptation::Climb(int64_t nowNs) {
   if (!MayClimb(nowNs)) return std::nullopt;
-  ++rung_;
   climbed_ = true;
+  const bool resized = ladder_[rung_ + 1].shortSide != ladder_[rung_].shortSide;
+  ++rung_;
   Step step = Settle("network has room: ", nowNs);
-  judgedFromNs_ = nowNs;  // what goes wrong from now on is this step's fault
+  // What goes wrong from now on is this step's fault, but for a new size's first key frame.
+  judgedFromNs_ = nowNs + (resized ? kResizeNs : 0);
+  if (!resized) delaysFromNs_ = nowNs;
   return step;
 }
 
-std::optional<Adaptation::Step> Adaptation::Decide(const ArrivalCounters& counters,
-                                                   int64_t nowNs) {
+std::optional<Adaptation::Step> Adaptation::Decide(const ArrivalCounters& counters, int64_t nowNs) {
   Note(counters, nowNs);
   if (nowNs < judgedFromNs_) return std::nullopt;
   if (std::optional<Step> step = FleeCongestion(nowNs)) return step;

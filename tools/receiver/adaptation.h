@@ -2,10 +2,10 @@
 // goes down fast and up slowly, on a ladder of sizes and qualities. Pure arithmetic on what the
 // caller measures.
 //
-// Two kinds of trouble look alike and want opposite answers. A full network loses datagrams in runs,
-// or delivers them later and later: less is sent. A bad radio loses single ones whatever is sent:
-// then every picture is a key frame, so that a loss costs one picture, and of a size whose parity
-// is worth most.
+// Two kinds of trouble look alike and want opposite answers. A full network loses datagrams in
+// runs, or delivers them later and later: less is sent. A bad radio loses single ones whatever is
+// sent: then every picture is a key frame, so that a loss costs one picture, and of a size whose
+// parity is worth most.
 //
 // Threads: the caller's matter.
 #pragma once
@@ -82,7 +82,7 @@ class Adaptation {
 
   static constexpr int64_t kSettleNs = 400 * kNanosPerMilli;  // before a step shows in the figures
   static constexpr int64_t kWindowNs = kNanosPerSecond;       // that full networks are judged by
-  static constexpr int64_t kRadioWindowNs = 3 * kNanosPerSecond;  // that radios are judged by
+  static constexpr int64_t kRadioWindowNs = 6 * kNanosPerSecond;  // that radios are judged by
   // From one step up to the next, before the network's limit has been met, and after.
   static constexpr int64_t kFirstClimbNs = kNanosPerSecond;
   static constexpr int64_t kClimbNs = 5 * kNanosPerSecond;
@@ -112,6 +112,7 @@ class Adaptation {
   std::optional<Step> AnswerRadio(int64_t nowNs);
   std::optional<Step> Climb(int64_t nowNs);
   bool MayClimb(int64_t nowNs) const;
+  double ArrivingShare(size_t rung, double lossShare) const;
   size_t BestRungFor(double lossShare) const;
   Step Down(double factor, const std::string& why, int64_t nowNs);
   Step Settle(const std::string& why, int64_t nowNs);
@@ -128,8 +129,9 @@ class Adaptation {
   int64_t memoryNs_ = kShortestMemoryNs;
   int64_t changedNs_ = 0;
   int64_t judgedFromNs_ = 0;  // what came before was sent for the setting before
+  int64_t delaysFromNs_ = 0;  // the same for delays
   int64_t radioFromNs_ = 0;   // a full network loses single datagrams too
-  int64_t calmNs_ = 0;  // nothing has been wrong since
+  int64_t calmNs_ = 0;        // nothing has been wrong since
   int64_t radioBadNs_ = 0;
   double delayAtChangeMs_ = 0;
   double carriesBitsPerSecond_ = 0;  // what came while there was too much; 0: not known
@@ -140,8 +142,8 @@ class Adaptation {
   std::optional<int64_t> floorMicros_, floorBeforeMicros_;
   int64_t floorSinceNs_ = 0;
   std::optional<uint32_t> clocksApart_;  // in microseconds, at the first picture
-  std::deque<double> delaysMs_;  // of the last pictures' first datagrams, above the floor
-  std::deque<double> trainRates_;  // bits a second inside the last pictures of many datagrams
+  std::deque<double> delaysMs_;          // of the last pictures' first datagrams, above the floor
+  std::deque<double> trainRates_;        // bits a second inside the last pictures of many datagrams
 };
 
 }  // namespace Veldrift

@@ -15,7 +15,7 @@ bool KeyFrameAsker::Due(bool wanted, int64_t nowNs) {
     return false;
   }
   if (nowNs < nextNs_) return false;
-  nextNs_ = nowNs + periodNs_;
+  nextNs_ = nowNs + std::max(periodNs_, travelNs_);
   periodNs_ = std::min(periodNs_ * 2, kLongestNs);
   return true;
 }

@@ -1,5 +1,6 @@
 #include "tools/receiver/phone_link.h"
 
+#include <algorithm>
 #include <future>
 #include <utility>
 
@@ -193,6 +194,11 @@ void PhoneLink::SendDue(int64_t nowNs) {
 void PhoneLink::Note(const StatusMessage& message) {
   if (message.opcode == kHeartbeat) return;
   if (message.opcode == kPlaybackState) playing_ = message.payload[0] != std::byte{0};
+  if (const auto source = ParseStreamInfo(message)) {
+    sourceShortSide_ = uint16_t(std::min(source->width, source->height));
+  } else if (const auto change = ParseSourceChange(message)) {
+    sourceShortSide_ = uint16_t(std::min(change->width, change->height));
+  }
   const MutexLock lock(mutex_);
   if (message.opcode == kEncoderInfo) encoderText_ = message.Text();
   if (messages_.size() < kMostRemembered) messages_.push_back(message);

@@ -77,6 +77,8 @@ class PhoneLink : public ControlLink {
   std::string EncoderText() const;
   // Whether the host plays: it does unless the plug-in has said that it doesn't.
   bool Playing() const { return playing_; }
+  // The shorter side of the host's picture; 0 while it isn't known.
+  uint16_t SourceShortSide() const { return sourceShortSide_; }
 
  private:
   LinkResult Connect(std::string& sentence);
@@ -103,6 +105,7 @@ class PhoneLink : public ControlLink {
   int64_t nextCommandNs_ = 0;
   std::atomic<bool> asking_{false};  // somebody is typing the code
   std::atomic<bool> playing_{true};
+  std::atomic<uint16_t> sourceShortSide_{0};
   mutable Mutex mutex_;
   std::vector<StatusMessage> messages_ VD_GUARDED_BY(mutex_);
   std::vector<SentCommand> sent_ VD_GUARDED_BY(mutex_);

@@ -98,8 +98,19 @@ bool Session::Watch(int64_t nowNs) {
   }
   if (const std::string reason = WhyLost(nowNs); !reason.empty()) return Lose(reason, nowNs);
   parts_.link.SendDue(nowNs);
+  Steer(nowNs);
   if (asker_.Due(WantsKeyFrame(), nowNs)) parts_.link.Send({kRequestIdr, {}});
   return true;
+}
+
+void Session::Steer(int64_t nowNs) {
+  if (parts_.adapter == nullptr) return;
+  parts_.adapter->Steer(parts_.link, TellObserver(), nowNs);
+  asker_.SetTravel(parts_.adapter->KeyFrameTravelNs());
+}
+
+Adapter::Teller Session::TellObserver() const {
+  return [this](const std::string& sentence) { parts_.observer.Tell(sentence); };
 }
 
 bool Session::Lose(const std::string& reason, int64_t nowNs) {
@@ -171,6 +182,9 @@ void Session::Resume(int64_t nowNs) {
   ++connections_;
   connectedNs_ = watchedNs_ = nowNs;
   asker_.BeginConnection(nowNs);
+  if (parts_.adapter != nullptr) {
+    parts_.adapter->BeginConnection(parts_.link, TellObserver(), nowNs);
+  }
   if (waiting_.empty()) return;
   waiting_.clear();
   result_.interruptedNs += nowNs - lostNs_;

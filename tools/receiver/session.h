@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/clock.h"
+#include "tools/receiver/adapter.h"
 #include "tools/receiver/control_link.h"
 #include "tools/receiver/frame_sink.h"
 #include "tools/receiver/key_frame_asker.h"
@@ -90,6 +91,7 @@ class Session {
     PluginWhereabouts* whereabouts;  // null: it stays where it is
     Clock& clock;
     const std::atomic<bool>& stopped;
+    Adapter* adapter = nullptr;  // null: the stream stays as it was asked for
   };
 
   Session(const SessionOptions& options, Parts parts);
@@ -110,6 +112,8 @@ class Session {
   bool TryAgain();
   void Resume(int64_t nowNs);
   void LookAround(int64_t nowNs);
+  void Steer(int64_t nowNs);
+  Adapter::Teller TellObserver() const;
   std::string SinkFailure() const;
   bool SinkDone() const;
   std::string WhyLost(int64_t nowNs) const;
