@@ -95,17 +95,17 @@ def row(link, adapt, found, free_rate):
     delay = found["delay"]["push_to_whole"]
     sound = found["audio"]
     return [name_of(link), "yes" if adapt else "no",
-            number(100 - found["lost_percent"], 1),
+            number(100 - found["lost_percent"] if decoder["decoded"] else 0, 1),
             number(100 * decoder["decoded"] / seconds / free_rate),
             number(delay["p50_ms"]), number(delay["p99_ms"]),
             number(found["bits_per_second"] / 1e6, 1),
             number(found.get("first_picture_ms", 0) / 1000 or None, 2),
-            number(sound.get("seconds_without"), 2),
+            number(sound["seconds_without"], 2), number(sound["seconds_concealed"], 2),
             f"{found['width']}x{found['height']}"]
 
 
 HEAD = ["link", "adapt", "decoded %", "of free %", "p50 ms", "p99 ms", "Mbit/s", "first s",
-        "no sound s", "size"]
+        "no sound s", "bridged s", "size"]
 
 
 def main():

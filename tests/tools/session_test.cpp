@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,8 @@ class SessionRun : public testing::Test, protected SessionObserver, protected Pl
                                *this,
                                this,
                                clock_,
-                               stopped_});
+                               stopped_,
+                               adapter_.get()});
     return session.Run();
   }
 
@@ -70,6 +72,7 @@ class SessionRun : public testing::Test, protected SessionObserver, protected Pl
   std::vector<std::string> told_;
   std::vector<double> toldAt_;
   std::string waiting_;
+  std::unique_ptr<Adapter> adapter_;
   std::vector<Ipv4Endpoint> seen_;
   int looks_ = 0;
   int rests_ = 0;
@@ -274,6 +277,63 @@ TEST_F(SessionRun, KeyFramesAreAskedForWhileAnySinkWaitsAndEverMoreSeldom) {
   // At 0, 0.3, 0.9, 2.1, 4.5, 6.9 and 9.3 s, and once for the second wish.
   EXPECT_EQ(link_.sent.size(), 8U);
   for (const Command& command : link_.sent) EXPECT_EQ(command.opcode, kRequestIdr);
+}
+
+// 30 pictures a second of a plug-in that does as it is told, over a network that has room until it
+// is full; then the connection is made anew.
+TEST_F(SessionRun, AdaptingAsksForWhatTheNetworkCarriesAndTellsEachStep) {
+  ArrivalCounters arrivals;
+  adapter_ = std::make_unique<Adapter>(
+      AdaptationLimits{}, [&] { return arrivals; }, [] { return uint16_t{1080}; });
+  for (int i = 0; i < 300; ++i) {
+    clock_.At(i / 30.0, [&, i] {
+      const bool full = i >= 100 && i < 130;
+      arrivals.datagrams += 20;
+      arrivals.missing += full ? 10 : 0;
+      arrivals.gaps += full ? 1 : 0;
+      arrivals.bytes += 20 * 1'440;
+      ++(full ? arrivals.framesLost : arrivals.framesWhole);
+      if (full) return;
+      auto frame = std::make_shared<WholeFrame>();
+      frame->data.resize(10'000);
+      frame->firstDatagramNs = frame->wholeNs = clock_.NowNanos();
+      frame->sendTimeMicros = uint32_t(clock_.NowNanos() / 1'000);
+      adapter_->Take(frame);
+    });
+  }
+  options_.seconds = 20;
+  link_.lives = 12;
+  Run();
+
+  std::vector<int> qualities;
+  std::vector<int> sides;
+  std::vector<int> gops;
+  for (const Command& command : link_.sent) {
+    const auto byte = [&command](size_t at) { return int(command.payload[at]); };
+    if (command.opcode == kSetEncoderMode) {
+      EXPECT_EQ(byte(0), 1);  // quality: the others know no rate
+      qualities.push_back(byte(1));
+    } else if (command.opcode == kSetMaxResolution) {
+      sides.push_back(byte(0) + 256 * byte(1));
+    } else if (command.opcode == kSetGopMode) {
+      gops.push_back(byte(0));
+    }
+  }
+  EXPECT_EQ(gops, (std::vector<int>{3, 3}));  // once a connection
+  ASSERT_GE(sides.size(), 4U);
+  EXPECT_EQ(sides[0], 720);
+  EXPECT_EQ(sides[1], 1080);                         // it had room
+  EXPECT_LT(sides[2], 1080);                         // and then not
+  EXPECT_EQ(sides.back(), sides[sides.size() - 2]);  // the next connection begins there
+  // An encoder begins a size with a quality of its own, so that is told again behind each.
+  ASSERT_GE(qualities.size(), 5U);
+  EXPECT_EQ(std::vector<int>(qualities.begin(), qualities.begin() + 5), std::vector<int>(5, 40));
+  EXPECT_EQ(adapter_->Report().steps + 2, adapter_->Report().entries.size());
+  EXPECT_EQ(std::ranges::count_if(told_,
+                                  [](const std::string& text) {
+                                    return text.find("p, quality ") != std::string::npos;
+                                  }),
+            std::ptrdiff_t(adapter_->Report().entries.size()));
 }
 
 }  // namespace

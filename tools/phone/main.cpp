@@ -149,7 +149,7 @@ ArrivalCounters ArrivalsOf(const MediaReceiver& receiver) {
 // Null: the stream stays as it was asked for.
 std::unique_ptr<Adapter> MakeAdapter(const PhoneOptions& options, const MediaReceiver& receiver,
                                      const PhoneLink& link) {
-  if (!options.adapt.value_or(false)) return nullptr;
+  if (!options.adapt) return nullptr;
   return std::make_unique<Adapter>(
       options.adaptation, [&receiver] { return ArrivalsOf(receiver); },
       [&link] { return link.SourceShortSide(); });

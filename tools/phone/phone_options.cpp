@@ -146,7 +146,8 @@ void AddSettings(CLI::App& app, Typed& typed) {
   CLI::Option* const adapt = app.add_flag(
       "--adapt", typed.adapt,
       "asks for as much as the network carries: steers size, quality and GOP, and says so; "
-      "--max-short-side and --mode quality --quality are then the most to ask for");
+      "--max-short-side and --mode quality --quality are then the most to ask for (default: for a "
+      "live stream that no setting is given for)");
   adapt->excludes(atOnce);
   app.add_flag("--no-adapt", typed.noAdapt, "leaves the stream as it is asked for")
       ->excludes(adapt);
@@ -325,7 +326,7 @@ void AddCeilings(const Typed& typed, PhoneOptions& options) {
 
 // In the order in which they go out. Otherwise the exit code.
 std::optional<int> FillCommands(const Typed& typed, PhoneOptions& options) {
-  if (typed.adapt) {
+  if (options.adapt) {
     AddCeilings(typed, options);
   } else if (typed.atOnce) {
     options.settings.push_back(SettingsAtOnce(typed));
@@ -361,7 +362,10 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   if (!options.selfTests.empty() && options.pluginLog.empty()) {
     return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");
   }
-  if (typed.adapt || typed.noAdapt) options.adapt = typed.adapt;
+  // Who looks on wants a picture, unless they say which; a recording or a measurement wants the
+  // stream as it is.
+  const bool said = !typed.gop.empty() || !typed.mode.empty() || typed.maxShortSide || typed.atOnce;
+  options.adapt = typed.adapt || (options.live && !said && !typed.noAdapt);
   return FillCommands(typed, options);
 }
 

@@ -30,7 +30,7 @@ struct PhoneOptions : LinkOptions {
   std::filesystem::path snapshots;
   double snapshotEvery = 0;  // seconds; 0: at growing distances
   Expectations expected;
-  std::optional<bool> adapt;  // --adapt, --no-adapt; none: as it is best for what is done
+  bool adapt = false;  // asks for what the network carries
   AdaptationLimits adaptation{0, AdaptationLimits{}.quality};
   bool noReconnect = false;  // the connection's end is the run's
   bool json = false;

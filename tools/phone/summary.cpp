@@ -137,6 +137,9 @@ Json StreamJson(const MediaCounters& counters) {
           {"frames_repaired", a.framesRepaired},
           {"fragments_repaired", a.fragmentsRepaired},
           {"frames_lost", a.framesLost},
+          {"frames_concealed", a.framesConcealed},
+          {"seconds_concealed", a.secondsConcealed},
+          {"seconds_without", a.secondsLost},
           {"simulated_drops", counters.simulatedDrops},
           {"simulated_reorders", counters.simulatedReorders},
           {"violations", a.violations},
@@ -275,8 +278,9 @@ std::string SummaryText(const RunResult& result) {
     text += Line("  %-22s %llu dropped, %llu delayed", "simulated",
                  Count(result.video.simulatedDrops), Count(result.video.simulatedReorders));
   }
-  text += Line("  %-22s %llu blocks, %llu lost", "sound", Count(audio.framesWhole),
-               Count(audio.framesLost));
+  text += Line("  %-22s %llu blocks whole, %llu with gaps filled (%.2f s), %llu lost (%.2f s)",
+               "sound", Count(audio.framesWhole), Count(audio.framesConcealed),
+               audio.secondsConcealed, Count(audio.framesLost), audio.secondsLost);
   if (decoder.Counters().skipped > 0) {
     text += Line("  %-22s %llu", "awaited a key frame", Count(decoder.Counters().skipped));
   }

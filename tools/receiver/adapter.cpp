@@ -1,6 +1,7 @@
 #include "tools/receiver/adapter.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "net/control_protocol.h"
 
@@ -13,9 +14,8 @@ constexpr std::byte kIntraGop{0};
 constexpr std::byte kLongGop{3};
 // An encoder begins another size with a quality of its own, at a picture that the host has yet to
 // push.
-constexpr int64_t kRepeatsNs[] = {40 * kNanosPerMilli, 80 * kNanosPerMilli,
-                                  150 * kNanosPerMilli, 300 * kNanosPerMilli,
-                                  1000 * kNanosPerMilli};
+constexpr int64_t kRepeatsNs[] = {40 * kNanosPerMilli, 80 * kNanosPerMilli, 150 * kNanosPerMilli,
+                                  300 * kNanosPerMilli, 1000 * kNanosPerMilli};
 
 AdaptationLimits WithSource(AdaptationLimits limits) {
   if (limits.shortSide == 0) limits.shortSide = AdaptationLimits{}.shortSide;
@@ -34,6 +34,7 @@ Adapter::Adapter(const AdaptationLimits& limits, std::function<ArrivalCounters()
 void Adapter::Take(const SharedFrame& frame) {
   if (frame->stream != StreamType::Video) return;
   const MutexLock lock(mutex_);
+  keyFrameCame_ = keyFrameCame_ || frame->keyFrame;
   policy_.NotePicture({frame->data.size(), frame->keyFrame, frame->firstDatagramNs, frame->wholeNs,
                        frame->sendTimeMicros});
 }
@@ -57,8 +58,10 @@ void Adapter::Steer(ControlLink& link, const Teller& tell, int64_t nowNs) {
   const ArrivalCounters arrivals = arrivals_();
   const uint16_t source = sourceShortSide_();
   std::optional<Adaptation::Step> step;
+  bool keyFrameCame = false;
   {
     const MutexLock lock(mutex_);
+    keyFrameCame = std::exchange(keyFrameCame_, false);
     if (source != 0) {
       policy_.SetShortSide(mostShortSide_ == 0 ? source : std::min(source, mostShortSide_));
     }
@@ -68,6 +71,8 @@ void Adapter::Steer(ControlLink& link, const Teller& tell, int64_t nowNs) {
     ++report_.steps;
     Obey(*step, link, tell, nowNs);
   }
+  // The size may change with the first picture after a long pause only.
+  if (keyFrameCame && !setting_.intra) SendQuality(link);
   while (!repeatNs_.empty() && nowNs >= repeatNs_.front()) {
     repeatNs_.pop_front();
     SendQuality(link);

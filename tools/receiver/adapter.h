@@ -17,7 +17,7 @@
 namespace Veldrift {
 
 struct AdapterReport {
-  uint64_t steps = 0;    // after the first setting
+  uint64_t steps = 0;     // after the first setting
   StreamSetting setting;  // the last
   // What was said, the first kMostKept sentences, and when, on the steady clock.
   struct Entry {
@@ -31,7 +31,8 @@ struct AdapterReport {
 
 class Adapter : public FrameSink {
  public:
-  // `arrivals`: the video's counters of now. `sourceShortSide`: the source's, 0 while it isn't known.
+  // `arrivals`: the video's counters of now. `sourceShortSide`: the source's, 0 while it isn't
+  // known.
   Adapter(const AdaptationLimits& limits, std::function<ArrivalCounters()> arrivals,
           std::function<uint16_t()> sourceShortSide);
 
@@ -57,8 +58,9 @@ class Adapter : public FrameSink {
   const std::function<uint16_t()> sourceShortSide_;
   mutable Mutex mutex_;
   Adaptation policy_ VD_GUARDED_BY(mutex_);
+  bool keyFrameCame_ VD_GUARDED_BY(mutex_) = false;
   StreamSetting setting_;
-  bool known_ = false;             // what the plug-in has of `setting_`
+  bool known_ = false;            // what the plug-in has of `setting_`
   std::deque<int64_t> repeatNs_;  // when the quality is sent again
   AdapterReport report_;
 };

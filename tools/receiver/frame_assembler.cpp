@@ -148,16 +148,49 @@ void FrameAssembler::MakeRoom(int64_t number) {
 
 void FrameAssembler::DeliverFirst() {
   const auto first = whole_.begin();
-  counters_.framesLost += uint64_t(first->first - next_);
+  GiveUpBefore(first->first);
   next_ = first->first + 1;
-  while (!pending_.empty() && pending_.begin()->first < next_) {
-    pendingBytes_ -= pending_.begin()->second.Bytes();
-    pending_.erase(pending_.begin());
-  }
   WholeFrame frame = std::move(first->second);
   whole_.erase(first);
   wholeBytes_ -= frame.data.size();
+  if (stream_ == StreamType::Audio) NoteSound(frame);
   sink_(std::move(frame));
+}
+
+// Older blocks of sound come before the one that gave them up.
+void FrameAssembler::GiveUpBefore(int64_t number) {
+  uint64_t lost = uint64_t(number - next_);
+  while (!pending_.empty() && pending_.begin()->first < number) {
+    PendingFrame& frame = pending_.begin()->second;
+    pendingBytes_ -= frame.Bytes();
+    const bool inTurn = pending_.begin()->first >= next_;
+    if (inTurn && stream_ == StreamType::Audio && Conceal(frame)) --lost;
+    pending_.erase(pending_.begin());
+  }
+  counters_.framesLost += lost;
+  if (sound_) {
+    counters_.secondsLost += double(lost) * double(sound_->blockBytes - kAudioHeadBytes) /
+                             (sizeof(float) * sound_->head.channels) / sound_->head.sampleRate;
+  }
+}
+
+void FrameAssembler::NoteSound(const WholeFrame& block) {
+  const std::optional<AudioBlockHead> head = ParseAudioHead(block.data);
+  if (head && head->channels > 0 && head->sampleRate > 0) sound_ = {*head, block.data.size()};
+}
+
+bool FrameAssembler::Conceal(PendingFrame& frame) {
+  if (!sound_) return false;
+  PartialFrame part;
+  WholeFrame block = frame.TakePart(part);
+  const std::optional<double> seconds = ConcealSound(part, *sound_);
+  if (!seconds) return false;
+  ++counters_.framesConcealed;
+  counters_.secondsConcealed += *seconds;
+  block.data = std::move(part.data);
+  block.concealed = true;
+  sink_(std::move(block));
+  return true;
 }
 
 void FrameAssembler::DeliverReady() {

@@ -5,6 +5,8 @@
 // that may still be completed, but only so long: then those are given up, and so are frame numbers
 // of which nothing came. A gap is a loss and never an error: senders leave numbers out.
 //
+// Sound has no parity and bears a gap: of a block that is given up, what came is delivered.
+//
 // Whatever comes in, memory stays bounded by AssemblerLimits: what doesn't fit pushes out the frame
 // that has waited longest for its next fragment.
 //
@@ -15,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,6 +50,9 @@ struct AssemblerCounters {
   uint64_t framesRepaired = 0;
   uint64_t fragmentsRepaired = 0;
   uint64_t framesLost = 0;
+  uint64_t framesConcealed = 0;             // sound of which a part came, and was handed on
+  double secondsConcealed = 0;              // of what was made up in it
+  double secondsLost = 0;                   // of sound of which nothing could be handed on
   uint64_t violations = 0;                  // datagrams that no sender of this format makes
   std::vector<std::string> violationTexts;  // of the first few
 };
@@ -84,6 +90,9 @@ class FrameAssembler {
   void MakeRoom(int64_t number);
   void DeliverReady();
   void DeliverFirst();
+  void GiveUpBefore(int64_t number);
+  void NoteSound(const WholeFrame& block);
+  bool Conceal(PendingFrame& frame);
   void StartOver(int64_t number);
   void Violate(std::string text);
 
@@ -100,6 +109,7 @@ class FrameAssembler {
   size_t pendingBytes_ = 0;
   std::map<int64_t, WholeFrame> whole_;  // waiting for older ones
   size_t wholeBytes_ = 0;
+  std::optional<SoundShape> sound_;  // of the last whole block
   SequenceTracker sequences_;
   uint64_t missingBefore_ = 0;  // of the senders before
   uint64_t gapsBefore_ = 0;

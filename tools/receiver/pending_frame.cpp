@@ -77,8 +77,30 @@ void PendingFrame::Gather(std::vector<std::byte>& out) {
   }
 }
 
+WholeFrame PendingFrame::TakePart(PartialFrame& part) {
+  part.endKnown = lastLength_ != 0;
+  part.data.resize((dataCount_ - 1) * kFragmentBytes +
+                   (part.endKnown ? lastLength_ : kFragmentBytes));
+  for (size_t i = 0; i < dataCount_; ++i) {
+    if (slotOf_[i] == kNoSlot) {
+      part.missing.push_back(i);
+      continue;
+    }
+    const size_t at = i * kFragmentBytes;
+    std::memcpy(part.data.data() + at, Block(slotOf_[i]),
+                std::min(kFragmentBytes, part.data.size() - at));
+  }
+  return Properties();
+}
+
 std::optional<WholeFrame> PendingFrame::Take() {
   if (endContradicts_ || (dataHere_ < dataCount_ && !Repair())) return std::nullopt;
+  WholeFrame frame = Properties();
+  Gather(frame.data);
+  return frame;
+}
+
+WholeFrame PendingFrame::Properties() const {
   WholeFrame frame;
   frame.stream = first_.streamType;
   frame.frameNumber = first_.frameNumber;
@@ -88,7 +110,6 @@ std::optional<WholeFrame> PendingFrame::Take() {
   frame.wholeNs = lastNs_;
   frame.sendTimeMicros = sendTimeMicros_;
   frame.repairedFragments = repaired_;
-  Gather(frame.data);
   return frame;
 }
 

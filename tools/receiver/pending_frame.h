@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "net/media_datagram.h"
+#include "tools/receiver/sound_concealment.h"
 #include "tools/receiver/whole_frame.h"
 
 namespace Veldrift {
@@ -35,6 +36,10 @@ class PendingFrame {
   // contradicts itself. The object is used up.
   std::optional<WholeFrame> Take();
 
+  // What has come, of a frame that won't be complete: its properties without bytes, and the bytes
+  // with their gaps. The object is used up.
+  WholeFrame TakePart(PartialFrame& part);
+
   int64_t FirstNs() const { return firstNs_; }
   int64_t LastNs() const { return lastNs_; }
   size_t Bytes() const { return blocks_.size() + slotOf_.size() * sizeof(uint32_t); }
@@ -46,6 +51,7 @@ class PendingFrame {
   std::byte* Block(uint32_t slot) { return blocks_.data() + size_t{slot} * kFragmentBytes; }
   void NoteEnd(const MediaDatagram& datagram);
   bool Repair();
+  WholeFrame Properties() const;
   void Gather(std::vector<std::byte>& out);
 
   const DatagramHeader first_;

@@ -24,6 +24,7 @@ struct WholeFrame {
   int64_t wholeNs = 0;                     // when nothing was missing any more
   std::optional<uint32_t> sendTimeMicros;  // the sender's clock at framing; wraps
   size_t repairedFragments = 0;            // restored by the block code
+  bool concealed = false;                  // a part of this sound was made up
 };
 
 using SharedFrame = std::shared_ptr<const WholeFrame>;
