@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 
 #include "tests/tools/simulated_link.h"
@@ -62,6 +64,87 @@ TEST(Adaptation, KeepsAPictureOnEveryNetwork) {
       for (size_t i = 0; i < stream.steps.size(); ++i) {
         std::printf("%6.2f %s\n", stream.stepSeconds[i], stream.steps[i].sentence.c_str());
       }
+    }
+  }
+}
+
+size_t StepsDown(const SimulatedStream& stream, double from) {
+  size_t count = 0;
+  for (size_t i = 1; i < stream.steps.size(); ++i) {
+    const StreamSetting& before = stream.steps[i - 1].setting;
+    const StreamSetting& after = stream.steps[i].setting;
+    const bool down = after.shortSide < before.shortSide ||
+                      (after.shortSide == before.shortSide && after.quality < before.quality);
+    count += down && stream.stepSeconds[i] >= from ? 1 : 0;
+  }
+  return count;
+}
+
+TEST(Adaptation, WhatFailedIsTriedAgainEverMoreSeldom) {
+  SimulatedStream stream(true);
+  stream.link = {15, 64e3, 0};
+  stream.Run(300);
+  EXPECT_LE(StepsDown(stream, 0), 6U);
+  EXPECT_GE(StepsDown(stream, 0), 3U);  // but it is tried
+  EXPECT_LE(StepsDown(stream, 150), 2U);
+}
+
+TEST(Adaptation, GoesDownFastAndUpSlowly) {
+  SimulatedStream stream(true);
+  stream.Run(10);
+  EXPECT_EQ(stream.Setting(), (StreamSetting{1080, 80, false}));
+  for (size_t i = 1; i < stream.steps.size(); ++i) {
+    EXPECT_GE(stream.stepSeconds[i] - stream.stepSeconds[i - 1], 1);
+  }
+  stream.link = {5, 1e6, 0};
+  stream.Run(4);  // what had been sent for more stands in the queue
+  EXPECT_LT(stream.Setting().shortSide, 1080);
+  const size_t steps = stream.steps.size();
+  stream.Forget();
+  stream.Run(6);
+  EXPECT_GE(stream.Share(), 0.95);
+  EXPECT_LE(stream.P99(), 250);
+  EXPECT_LE(stream.steps.size() - steps, 2U);
+  EXPECT_TRUE(std::ranges::any_of(stream.steps, [](const Adaptation::Step& step) {
+    return step.sentence.starts_with("network carries 4.") ||
+           step.sentence.starts_with("network carries 5.");
+  }));
+  stream.link = {};
+  stream.Run(9);
+  EXPECT_LT(stream.Setting().shortSide, 1080);
+  stream.Run(180);
+  EXPECT_EQ(stream.Setting(), (StreamSetting{1080, 80, false}));
+}
+
+// One that lost and got better takes the key frames only back.
+TEST(Adaptation, ForgivesARadio) {
+  SimulatedStream stream(true);
+  stream.link = {0, 0, 0.03};
+  stream.Run(10);
+  EXPECT_TRUE(stream.Setting().intra);
+  stream.link = {};
+  stream.Run(15);
+  EXPECT_TRUE(stream.Setting().intra);
+  stream.Run(15);
+  EXPECT_FALSE(stream.Setting().intra);
+}
+
+// A wish for more than the user or the source allow is none.
+TEST(Adaptation, KeepsToItsLimits) {
+  for (const int side : {144, 480, 720, 2160}) {
+    for (const int quality : {5, 40, 100}) {
+      Adaptation policy({uint16_t(side), uint8_t(quality)});
+      policy.BeginConnection(0);
+      ArrivalCounters counters;
+      for (int64_t nowNs = 0; nowNs < 60 * kNanosPerSecond; nowNs += kNanosPerSecond / 30) {
+        ++counters.framesWhole;
+        ++counters.datagrams;
+        policy.NotePicture({1'000, false, nowNs, nowNs, uint32_t(nowNs / 1'000)});
+        policy.Decide(counters, nowNs);
+        ASSERT_LE(policy.Setting().shortSide, side);
+        ASSERT_LE(policy.Setting().quality, quality);
+      }
+      EXPECT_EQ(policy.Setting(), (StreamSetting{uint16_t(side), uint8_t(quality), false}));
     }
   }
 }

@@ -37,9 +37,8 @@ std::vector<std::byte> BlockOf(size_t number) {
 class SoundStream : public testing::Test {
  protected:
   SoundStream()
-      : assembler_(StreamType::Audio, {}, [this](WholeFrame&& frame) {
-          frames_.push_back(std::move(frame));
-        }) {}
+      : assembler_(StreamType::Audio, {},
+                   [this](WholeFrame&& frame) { frames_.push_back(std::move(frame)); }) {}
 
   // The next block, without the fragments of `lost`.
   void Send(const std::vector<size_t>& lost = {}) {
@@ -84,11 +83,11 @@ TEST_F(SoundStream, WhatCameOfABlockIsHandedOnInTurnAndTheGapsAreBridged) {
   const struct {
     std::vector<size_t> lost;
     double seconds;
-  } kCases[] = {{{0}, 179.0 / 48'000},            // the head with it
-                {{4}, 181.0 / 48'000},            // split samples count as missing
-                {{3, 4}, 361.0 / 48'000},         // one gap
-                {{1, 6}, 362.0 / 48'000},         // two
-                {{8}, 160.0 / 48'000},            // the end, whose length nothing tells
+  } kCases[] = {{{0}, 179.0 / 48'000},     // the head with it
+                {{4}, 181.0 / 48'000},     // split samples count as missing
+                {{3, 4}, 361.0 / 48'000},  // one gap
+                {{1, 6}, 362.0 / 48'000},  // two
+                {{8}, 160.0 / 48'000},     // the end, whose length nothing tells
                 {{0, 1, 2, 3, 4, 5, 6}, 1'260.0 / 48'000}};
   for (const auto& each : kCases) {
     SCOPED_TRACE(each.lost.front());

@@ -165,6 +165,17 @@ double Adaptation::PictureBytes() const {
   return count < kFewestPictures ? 0 : bytes / double(count);
 }
 
+// Of the last pictures, by the sender's clock: more than what comes while a queue fills.
+double Adaptation::SentBitsPerSecond() const {
+  if (pictures_.size() < kFewestPictures) return 0;
+  const std::optional<uint32_t> first = pictures_.front().sendTimeMicros;
+  const std::optional<uint32_t> last = pictures_.back().sendTimeMicros;
+  if (!first || !last || int32_t(*last - *first) <= 0) return 0;
+  double bytes = 0;
+  for (const PictureArrival& picture : pictures_) bytes += double(picture.bytes);
+  return bytes * 8e6 / double(*last - *first);
+}
+
 void Adaptation::Note(const ArrivalCounters& counters, int64_t nowNs) {
   entries_.push_back({counters, nowNs});
   while (nowNs - entries_.front().timeNs > kRadioWindowNs) entries_.pop_front();
@@ -199,7 +210,8 @@ int64_t Adaptation::KeyFrameTravelNs() const {
 Adaptation::Step Adaptation::Settle(const std::string& why, int64_t nowNs) {
   changedNs_ = calmNs_ = nowNs;
   judgedFromNs_ = delaysFromNs_ = nowNs + kSettleNs;
-  delayAtChangeMs_ = StandingDelayMs();
+  drainedToMs_ = StandingDelayMs();
+  drainedNs_ = drainedToMs_ > kCongestedMs ? nowNs + kSettleNs : 0;
   delaysMs_.clear();
   trainRates_.clear();
   return {Setting(), why + Name(Setting())};
@@ -218,16 +230,22 @@ Adaptation::Step Adaptation::Down(double factor, const std::string& why, int64_t
   return Settle(why, nowNs);
 }
 
+// What stood in the queue when less was asked for takes its time.
+bool Adaptation::Drains(double standingMs, int64_t nowNs) {
+  if (standingMs < 0.9 * drainedToMs_) {
+    drainedToMs_ = standingMs;
+    drainedNs_ = nowNs;
+  }
+  return nowNs - drainedNs_ < kSettleNs;
+}
+
 std::optional<Adaptation::Step> Adaptation::FleeCongestion(int64_t nowNs) {
   const Change last = Since(std::max(nowNs - kWindowNs, judgedFromNs_));
   const double sent = last.datagrams + last.missing;
   if (last.seconds <= 0 || sent <= 0) return std::nullopt;
   const bool runs = last.missing >= kFewestMissing && last.missing >= kRunOfFullNetwork * last.gaps;
   const double standing = StandingDelayMs();
-  // What stood in the queue when less was asked for takes its time.
-  const bool drains = standing < 0.8 * delayAtChangeMs_;
-  const bool late = standing > kCongestedMs && !drains && nowNs >= delaysFromNs_;
-  if (drains) delayAtChangeMs_ = std::max(standing, kCongestedMs);
+  const bool late = standing > kCongestedMs && nowNs >= delaysFromNs_ && !Drains(standing, nowNs);
   const bool nothing = last.whole <= 0 && last.datagrams > 0 && last.seconds > 0.5;
   if (!nothing && !late && (!runs || last.lost <= 0)) return std::nullopt;
   calmNs_ = nowNs;
@@ -236,7 +254,9 @@ std::optional<Adaptation::Step> Adaptation::FleeCongestion(int64_t nowNs) {
   const double bits = last.bytes * 8 / last.seconds;
   if (late) {
     carriesBitsPerSecond_ = bits;
-    return Down(0.6, "network carries " + Number(bits / 1e6) + " Mbit/s: ", nowNs);
+    const double sentBits = SentBitsPerSecond();
+    const double factor = sentBits > 0 ? std::clamp(0.75 * bits / sentBits, 0.2, 0.6) : 0.6;
+    return Down(factor, "network carries " + Number(bits / 1e6) + " Mbit/s: ", nowNs);
   }
   return Down(std::clamp(0.75 * last.datagrams / sent, 0.3, 0.7),
               "network loses " + Number(100 * last.missing / sent) + " % at " + Number(bits / 1e6) +

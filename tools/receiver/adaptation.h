@@ -108,6 +108,7 @@ class Adaptation {
   void Note(const ArrivalCounters& counters, int64_t nowNs);
   Change Since(int64_t fromNs) const;
   double StandingDelayMs() const;
+  bool Drains(double standingMs, int64_t nowNs);
   std::optional<Step> FleeCongestion(int64_t nowNs);
   std::optional<Step> AnswerRadio(int64_t nowNs);
   std::optional<Step> Climb(int64_t nowNs);
@@ -117,6 +118,7 @@ class Adaptation {
   Step Down(double factor, const std::string& why, int64_t nowNs);
   Step Settle(const std::string& why, int64_t nowNs);
   double PictureBytes() const;
+  double SentBitsPerSecond() const;
 
   AdaptationLimits limits_;
   std::vector<Rung> ladder_;
@@ -133,7 +135,8 @@ class Adaptation {
   int64_t radioFromNs_ = 0;   // a full network loses single datagrams too
   int64_t calmNs_ = 0;        // nothing has been wrong since
   int64_t radioBadNs_ = 0;
-  double delayAtChangeMs_ = 0;
+  double drainedToMs_ = 0;  // the queue, since the last step
+  int64_t drainedNs_ = 0;
   double carriesBitsPerSecond_ = 0;  // what came while there was too much; 0: not known
   double keyFrameBytes_ = 0;
   std::deque<Entry> entries_;
