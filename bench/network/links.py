@@ -33,11 +33,12 @@ def links(quick):
 
 def shape(link):
     rate, queue, _ = link
-    if rate is None:
-        subprocess.run(["tc", "qdisc", "del", "dev", "desk0", "root"], stderr=subprocess.DEVNULL)
-        return
-    subprocess.run(["tc", "qdisc", "replace", "dev", "desk0", "root", "tbf", "rate",
-                    f"{rate}mbit", "burst", f"{max(5, rate // 10):.0f}kb", "limit", f"{queue}kb"], check=True)
+    # A queue that is only changed keeps what stands in it, which is the last run's.
+    subprocess.run(["tc", "qdisc", "del", "dev", "desk0", "root"], stderr=subprocess.DEVNULL)
+    if rate is not None:
+        subprocess.run(["tc", "qdisc", "add", "dev", "desk0", "root", "tbf", "rate",
+                        f"{rate}mbit", "burst", f"{max(5, rate // 10):.0f}kb",
+                        "limit", f"{queue}kb"], check=True)
 
 
 def name_of(link):
