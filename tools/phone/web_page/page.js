@@ -28,7 +28,7 @@ async function command(text) {
 
 // Two rows of five on a phone: the keys that are pressed most in the first, within a thumb's reach.
 const KEYS = [
-  ['jump-back', '«', 'Jump back'], ['step-back', '‹', 'Step back'], ['play', '▶❚❚', 'Play or pause'],
+  ['jump-back', '«', 'Jump back'], ['step-back', '‹', 'Step back'], ['play', '▶\ufe0e❚❚', 'Play or pause'],
   ['step-forward', '›', 'Step forward'], ['jump-forward', '»', 'Jump forward'],
   ['go-to-in', '⇤', 'To the in point'], ['shuttle-back', 'J', 'Shuttle back'],
   ['shuttle-stop', 'K', 'Stop'], ['shuttle-forward', 'L', 'Shuttle forward'],
