@@ -66,13 +66,16 @@ class SetupWindowTest : public testing::Test {
   }
   // What a tick would do some time, at once.
   void Tick() const { SendMessageW(window_, WM_TIMER, 1, 0); }
-  // Something that is done on the window's thread by what the hands did.
+  // Something that is done on the window's thread by what the hands did; and all of it is done
+  // then.
   template <typename Condition>
   bool Soon(Condition&& condition) const {
-    return Eventually([&] {
+    const bool done = Eventually([&] {
       Settle(window_);
       return condition();
     });
+    Settle(window_);
+    return done;
   }
   bool IsOpen() const { return SizeOfClient().cy == 1066; }
   SIZE SizeOfClient() const {
