@@ -27,6 +27,7 @@ TEST(Gate, LetsInWhoHasTheKeyAndComesFromThePage) {
   const WebGate gate({kSteer, kLook}, 8080);
   const std::string_view here = "127.0.0.1:8080";
   const std::string longKey = kSteer + "a";
+  const std::string shortKey = kSteer.substr(1);
   const Row rows[] = {
       // The page itself, to anybody.
       {{"GET", "/", here, "", "", ""}, 200},
@@ -47,7 +48,7 @@ TEST(Gate, LetsInWhoHasTheKeyAndComesFromThePage) {
       {{"GET", "/live", here, "", kSteer, ""}, 200, true},
       {{"GET", "/live", here, "", kLook, ""}, 200},
       {{"GET", "/live", here, "", "", ""}, 403},
-      {{"GET", "/live", here, "", kSteer.substr(1), ""}, 403},
+      {{"GET", "/live", here, "", shortKey, ""}, 403},
       {{"GET", "/live", here, "", longKey, ""}, 403},
       {{"GET", "/live", here, "", "", kLook}, 200},
       {{"GET", "/live", here, "", "", kSteer}, 200},

@@ -162,10 +162,10 @@ uint32_t Mirrored(uint32_t bits) {
 // constraints (6), level (1).
 std::string HevcText(std::span<const std::byte> init) {
   constexpr std::string_view kBox = "hvcC";
-  const auto found =
-      std::ranges::search(init, kBox, [](std::byte a, char b) { return a == std::byte(b); });
-  if (init.end() - found.begin() < 4 + 13) return "hvc1";
-  const std::byte* record = &*found.begin() + 4;
+  const auto found = std::search(init.begin(), init.end(), kBox.begin(), kBox.end(),
+                                 [](std::byte a, char b) { return a == std::byte(b); });
+  if (init.end() - found < 4 + 13) return "hvc1";
+  const std::byte* record = &*found + 4;
   const auto at = [record](int i) { return std::to_integer<uint32_t>(record[i]); };
   char text[64];
   std::snprintf(text, sizeof text, "hvc1.%u.%X.%c%u", at(1) & 31,
