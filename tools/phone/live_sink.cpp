@@ -22,18 +22,6 @@ constexpr int64_t kToleratedGapMicros = 30'000;
 // Many players throw away what they have looked at to learn what it is.
 constexpr int64_t kAskAgainNs[] = {1 * kNanosPerSecond, 3 * kNanosPerSecond};
 
-std::optional<SoundFormat> SoundOf(const WholeFrame& frame) {
-  const std::optional<AudioBlockHead> head = ParseAudioHead(frame.data);
-  if (!head) return std::nullopt;
-  return SoundFormat{int(head->sampleRate), head->channels};
-}
-
-std::vector<float> SamplesOf(const WholeFrame& frame) {
-  std::vector<float> samples((frame.data.size() - kAudioHeadBytes) / sizeof(float));
-  std::memcpy(samples.data(), frame.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
-  return samples;
-}
-
 }  // namespace
 
 LiveSink::LiveSink(std::unique_ptr<OutputPipe> pipe, std::optional<AVCodecID> codec)

@@ -20,18 +20,6 @@ constexpr int64_t kToleratedDriftMicros = 5'000;
 constexpr int64_t kLookAheadMicros = 500'000;
 constexpr int64_t kLongestSilenceMicros = 60'000'000;  // that is worth its bytes
 
-std::optional<SoundFormat> SoundOf(const WholeFrame& frame) {
-  const std::optional<AudioBlockHead> head = ParseAudioHead(frame.data);
-  if (!head) return std::nullopt;
-  return SoundFormat{int(head->sampleRate), head->channels};
-}
-
-std::vector<float> SamplesOf(const WholeFrame& frame) {
-  std::vector<float> samples((frame.data.size() - kAudioHeadBytes) / sizeof(float));
-  std::memcpy(samples.data(), frame.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
-  return samples;
-}
-
 int64_t DurationMicros(const WholeFrame& frame, const SoundFormat& format) {
   const size_t samples =
       (frame.data.size() - kAudioHeadBytes) / sizeof(float) / size_t(format.channels);

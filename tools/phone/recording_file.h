@@ -12,6 +12,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "key_frame_info.h"
 #include "tools/av/av_handles.h"
@@ -25,6 +26,11 @@ struct SoundFormat {
   int channels = 0;
   bool operator==(const SoundFormat&) const = default;
 };
+
+// Of an audio block; nothing for one that isn't whole.
+std::optional<SoundFormat> SoundOf(const WholeFrame& block);
+// Interleaved. The block must have a format.
+std::vector<float> SamplesOf(const WholeFrame& block);
 
 class RecordingFile {
  public:
