@@ -48,6 +48,7 @@ set(VD_ENCODER_LIBS)
 set(VD_MEDIA_LIBS)
 set(VD_RESPONDER_LIBS)
 set(VD_WEB_LIBS)
+set(VD_WINDOW_LIBS)
 if(WIN32)
   # Identifiers, and what every Windows has: the media layer and Direct3D are loaded at run time.
   set(VD_ENCODER_LIBS mfuuid strmiids dxguid uuid ole32 oleaut32)
@@ -60,10 +61,13 @@ else()
   pkg_check_modules(AVAHI REQUIRED IMPORTED_TARGET avahi-core)
   # The receiver's small server for browsers.
   pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
+  # The receiver's window.
+  pkg_check_modules(SDL REQUIRED IMPORTED_TARGET sdl2 SDL2_gfx)
   set(VD_ENCODER_LIBS PkgConfig::AVCODEC)
   set(VD_MEDIA_LIBS PkgConfig::AVMEDIA)
   set(VD_RESPONDER_LIBS PkgConfig::AVAHI)
   set(VD_WEB_LIBS PkgConfig::MICROHTTPD)
+  set(VD_WINDOW_LIBS PkgConfig::SDL)
 endif()
 
 # GoogleTest: the distribution's build natively, its source where it has to be compiled for the

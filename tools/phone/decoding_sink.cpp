@@ -1,5 +1,7 @@
 #include "decoding_sink.h"
 
+#include <utility>
+
 #include "support/clock.h"
 
 namespace Veldrift {
@@ -7,14 +9,16 @@ namespace Veldrift {
 namespace {
 
 constexpr size_t kMostWaiting = 600;  // ten seconds of 60 pictures each, for a slow machine
+constexpr size_t kMostForViewer = 15;
 
 }  // namespace
 
-DecodingSink::DecodingSink(SnapshotWriter* snapshots)
+DecodingSink::DecodingSink(SnapshotWriter* snapshots, VideoDecoder::PictureSink viewer)
     : snapshots_(snapshots),
+      viewer_(std::move(viewer)),
       decoder_(
           [this](const AVFrame& picture, const WholeFrame& frame) { OnPicture(picture, frame); }),
-      worker_(kMostWaiting) {
+      worker_(viewer_ ? kMostForViewer : kMostWaiting) {
   worker_.Start([this](const SharedFrame& frame) { decoder_.Decode(*frame); });
 }
 
@@ -37,6 +41,7 @@ void DecodingSink::OnPicture(const AVFrame& picture, const WholeFrame& frame) {
   width_ = picture.width;
   height_ = picture.height;
   codec_ = decoder_.CodecName();
+  if (viewer_) viewer_(picture, frame);
   checker_.Look(picture, frame, nowNs);
   if (snapshots_ != nullptr) snapshots_->Offer(picture, nowNs);
 }

@@ -26,8 +26,9 @@ struct LivePicture {
 
 class DecodingSink : public FrameSink {
  public:
-  // `snapshots`: takes pictures; may be null, else it outlives this.
-  explicit DecodingSink(SnapshotWriter* snapshots);
+  // `snapshots`: takes pictures; may be null, else it outlives this. `viewer`: gets each picture,
+  // on the decoder's thread, and is better served by few pictures than by old ones; may be empty.
+  explicit DecodingSink(SnapshotWriter* snapshots, VideoDecoder::PictureSink viewer = {});
   ~DecodingSink() override { Finish(); }
 
   void Take(const SharedFrame& frame) override;
@@ -51,6 +52,7 @@ class DecodingSink : public FrameSink {
   void NoteArrival(const WholeFrame& frame);
 
   SnapshotWriter* const snapshots_;
+  const VideoDecoder::PictureSink viewer_;
   StreamChecker checker_;
   VideoDecoder decoder_;
   std::atomic<uint64_t> decoded_{0};

@@ -26,6 +26,8 @@
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
 #include "tools/receiver/session.h"
+#include "tools/view/live_view.h"
+#include "tools/view/view_window.h"
 #include "web_view.h"
 
 namespace Veldrift {
@@ -105,7 +107,10 @@ class Phone {
   bool Prepare();
   bool OpenFiles();
   bool OpenWeb();
+  // Shows decoded pictures; empty: there is no window.
+  VideoDecoder::PictureSink Viewer();
   Session::Parts Parts();
+  SessionResult RunSession();
   Findings Judgement(SessionResult session) const;
 
   const PhoneOptions& options_;
@@ -116,6 +121,7 @@ class Phone {
   std::unique_ptr<SnapshotWriter> snapshots_;
   std::unique_ptr<RecordingSink> recording_;
   std::unique_ptr<LiveSink> live_;
+  std::unique_ptr<LiveView> view_;
   DecodingSink decoding_;
   std::vector<FrameSink*> sinks_;
   MediaReceiver receiver_;
@@ -123,7 +129,9 @@ class Phone {
   std::unique_ptr<Adapter> adapter_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
+  SessionObserver* observer_ = &screen_;  // passes on to the others
   std::unique_ptr<WebView> web_;
+  std::unique_ptr<ViewWindow> window_;
 };
 
 std::optional<AVCodecID> CodecAskedFor(const PhoneOptions& options) {
@@ -168,7 +176,8 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
                      : std::make_unique<RecordingSink>(options.record, options.overwrite)),
       live_(player ? std::make_unique<LiveSink>(std::move(player), CodecAskedFor(options))
                    : nullptr),
-      decoding_(snapshots_.get()),
+      view_(options.view ? std::make_unique<LiveView>() : nullptr),
+      decoding_(snapshots_.get(), Viewer()),
       sinks_{&decoding_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
@@ -178,13 +187,29 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
   if (recording_) sinks_.push_back(recording_.get());
   if (live_) sinks_.push_back(live_.get());
   if (adapter_) sinks_.push_back(adapter_.get());
-  if (!options.web.on) return;
-  web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, screen_);
-  sinks_.push_back(&web_->Sink());
+  if (options.web.on) {
+    web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, *observer_);
+    sinks_.push_back(&web_->Sink());
+    observer_ = web_.get();
+  }
+  if (view_) {
+    window_ = std::make_unique<ViewWindow>(*view_, receiver_, link_, *observer_);
+    sinks_.push_back(view_.get());
+    observer_ = window_.get();
+  }
+}
+
+VideoDecoder::PictureSink Phone::Viewer() {
+  if (!view_) return {};
+  return [this](const AVFrame& picture, const WholeFrame& frame) {
+    view_->Show(picture, frame);
+    window_->OnPicture();
+  };
 }
 
 // Before anything is connected, so that it isn't in vain.
 bool Phone::OpenFiles() {
+  if (window_ && !window_->Open(sentence_)) return false;
   if (snapshots_ && !snapshots_->Start()) {
     sentence_ = snapshots_->Error();
     return false;
@@ -213,7 +238,7 @@ Session::Parts Phone::Parts() {
   return {link_,
           sinks_,
           [this](uint32_t number) { receiver_.BeginConnection(number); },
-          web_ ? static_cast<SessionObserver&>(*web_) : screen_,
+          *observer_,
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
           interrupted_,
@@ -235,6 +260,15 @@ Findings Phone::Judgement(SessionResult session) const {
           recording_ ? recording_->LeftOut() : 0};
 }
 
+// Windows belong to the main thread, which this is.
+SessionResult Phone::RunSession() {
+  Session session({options_.host, options_.expected.seconds, !options_.noReconnect}, Parts());
+  if (!window_) return session.Run();
+  SessionResult result;
+  window_->ShowDuring([&] { result = session.Run(); });
+  return result;
+}
+
 int Phone::Run() {
   if (!Prepare()) return Fail(options_, exit_, sentence_);
   if (!options_.selfTests.empty()) {
@@ -246,8 +280,7 @@ int Phone::Run() {
     const auto shared = std::make_shared<const WholeFrame>(std::move(frame));
     for (FrameSink* sink : sinks_) sink->Take(shared);
   });
-  Session session({options_.host, options_.expected.seconds, !options_.noReconnect}, Parts());
-  SessionResult result = session.Run();
+  SessionResult result = RunSession();
   receiver_.Stop();
   if (web_) web_->Stop();
   for (FrameSink* sink : sinks_) sink->Finish();

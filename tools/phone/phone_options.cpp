@@ -59,6 +59,11 @@ Page (--web):
   is asked for as H.264 with long groups. There is no encryption, on this way as on the others: serve
   it (--web 0.0.0.0:8080) only on a network that you trust. Eight may watch at once.
 
+Window (--view):
+  It shows picture and sound in step, as late as the unrest of what arrives makes it. Space and
+  the arrows, J K L, I and O go to the host, F is full screen, Tab shows figures, ? all keys; Esc, Q
+  and closing the window end the run. A machine without a sound device shows the picture alone.
+
 Examples:
   veldrift-phone --host 192.0.2.10 --token-file phone.token
   veldrift-phone --discover --token-file phone.token --record take.mkv
@@ -185,6 +190,9 @@ void AddOutput(CLI::App& app, PhoneOptions& options, Typed& typed) {
       ->check(CLI::Range(1, 60'000));
   app.add_option("--record", typed.record,
                  "records to FILE: .mkv, .mp4 or .mov; -: live to standard output, for a player");
+  app.add_flag("--view", options.view,
+               "a window with picture and sound, whose keys steer the host (? shows them); closing "
+               "it ends the run");
   app.add_flag("--overwrite", options.overwrite, "recordings may replace files");
   app.add_option(
       "--snapshots", typed.snapshots,
@@ -362,10 +370,15 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   if (!options.selfTests.empty() && options.pluginLog.empty()) {
     return Complain(kExitUsage, "--self-test finds its verdict in the log: give --plugin-log FILE");
   }
+  if (options.view && !options.selfTests.empty()) {
+    return Complain(kExitUsage, "--view shows nothing of a --self-test");
+  }
   // Who looks on wants a picture, unless they say which; a recording or a measurement wants the
   // stream as it is.
   const bool said = !typed.gop.empty() || !typed.mode.empty() || typed.maxShortSide || typed.atOnce;
-  options.adapt = typed.adapt || (options.live && !said && !typed.noAdapt);
+  const bool recording = !options.record.empty();
+  const bool looking = options.live || (options.view && !recording);
+  options.adapt = typed.adapt || (looking && !said && !typed.noAdapt);
   return FillCommands(typed, options);
 }
 

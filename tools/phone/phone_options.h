@@ -26,6 +26,7 @@ struct PhoneOptions : LinkOptions {
   int patienceMs = 60;  // how long a whole frame waits for older ones
   std::filesystem::path record;
   bool live = false;       // a stream on standard output; all else goes to standard error
+  bool view = false;       // a window with picture and sound
   bool overwrite = false;  // recordings that exist
   std::filesystem::path snapshots;
   double snapshotEvery = 0;  // seconds; 0: at growing distances
