@@ -242,7 +242,7 @@ def read_identity(path):
     """Our id and the token. Who keeps none needs no id of his own."""
     if not path or not os.path.exists(path):
         return str(uuid.uuid4()) if path else "receiver.py", ""
-    with open(path, encoding="utf-8") as file:
+    with open(path, encoding="utf-8", errors="replace") as file:
         words = file.read().split()
     if len(words) != 2:
         raise Failure(f"{path} isn't a token file of this receiver's")

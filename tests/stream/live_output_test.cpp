@@ -76,6 +76,27 @@ TEST(LiveOutput, APlayerGetsPictureAndSoundInStepAlsoOverAnotherSize) {
   stage.EndHost();
 }
 
+// A player's clock stands still while nothing comes: it would stay behind by what a pause took.
+TEST(LiveOutput, APauseTakesNoTimeInThePlayer) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost(
+      {"--size", "320x180", "--clapper", "--script", "0.1 pause, 2 play, 4 pause, 6 play"}));
+  Pipeline player(stage, "a", "phone \"$@\" >live.mkv",
+                  {"--codec", "h264", "--gop", "long", "--seconds", "8"});
+  EXPECT_EQ(player.Wait(), kExitGood) << player.Said();
+  const VideoFile live = ReadVideoFile(player.File("live.mkv"));
+  EXPECT_EQ(live.error, "");
+  ASSERT_GT(live.times.size(), 60U);
+  double longestStep = 0;
+  for (size_t i = 1; i < live.times.size(); ++i) {
+    longestStep = std::max(longestStep, live.times[i] - live.times[i - 1]);
+  }
+  EXPECT_LT(longestStep, 0.5);
+  EXPECT_GT(live.soundSeconds, 2);
+  EXPECT_LT(MeasureSync(live).worst, 1.0 / 30);
+  stage.EndHost();
+}
+
 TEST(LiveOutput, APlayerThatGoesEndsItAndOneThatSleepsMissesSome) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());

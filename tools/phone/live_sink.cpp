@@ -19,6 +19,9 @@ constexpr int64_t kWaitForSoundMicros = 150'000;
 constexpr int64_t kWaitForCodecNs = 3 * kNanosPerSecond;
 // Blocks follow each other unless they are further apart than a clock's unrest.
 constexpr int64_t kToleratedGapMicros = 30'000;
+// While nothing comes, a player's clock stands still: what then came so much later would stay late.
+constexpr int64_t kLongestGapMicros = 250'000;
+constexpr int64_t kBridgeMicros = 40'000;
 // Many players throw away what they have looked at to learn what it is.
 constexpr int64_t kAskAgainNs[] = {1 * kNanosPerSecond, 3 * kNanosPerSecond};
 
@@ -96,17 +99,27 @@ void LiveSink::Stop(std::string failure) {
   done_ = true;
 }
 
-// Another connection has another timeline: it goes on as much later as it came.
+// Another connection has another timeline: it goes on behind the last one's.
 void LiveSink::FollowConnection(const WholeFrame& frame) {
   if (frame.connection == connection_) return;
   const bool first = connection_ == 0;
   connection_ = frame.connection;
   timeline_ = {};
-  const int64_t awayMicros = first ? 0 : (frame.wholeNs - lastWallNs_) / kNanosPerMicro;
-  shiftMicros_ = lastMicros_ + awayMicros - timeline_.Place(frame.stream, frame.timestamp);
+  shiftMicros_ =
+      (first ? 0 : lastMicros_ + kBridgeMicros) - timeline_.Place(frame.stream, frame.timestamp);
   references_ = false;
   waiting_.clear();
   wantsKeyFrame_ = true;
+}
+
+int64_t LiveSink::Place(const WholeFrame& frame) {
+  int64_t micros = timeline_.Place(frame.stream, frame.timestamp) + shiftMicros_;
+  if (micros - lastMicros_ > kLongestGapMicros) {
+    shiftMicros_ -= micros - lastMicros_ - kBridgeMicros;
+    micros = lastMicros_ + kBridgeMicros;
+  }
+  lastMicros_ = std::max(lastMicros_, micros);
+  return micros;
 }
 
 // The picture that greets a phone can be older than what the phone has asked for.
@@ -131,9 +144,7 @@ void LiveSink::Write(const SharedFrame& frame) {
   if (frame->connection < connection_) return;
   if (firstNs_ == 0) firstNs_ = frame->wholeNs;
   FollowConnection(*frame);
-  const Entry entry{frame, timeline_.Place(frame->stream, frame->timestamp) + shiftMicros_};
-  lastMicros_ = std::max(lastMicros_, entry.timeMicros);
-  lastWallNs_ = frame->wholeNs;
+  const Entry entry{frame, Place(*frame)};
   if (frame->stream == StreamType::Audio && !container_) sound_ = SoundOf(*frame);
   if (frame->stream == StreamType::Video && frame->keyFrame) NoteKeyFrame(*frame);
   if (done_) return;

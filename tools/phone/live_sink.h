@@ -46,6 +46,8 @@ class LiveSink : public FrameSink {
   SharedFrame Next();
   void Write(const SharedFrame& frame);
   void FollowConnection(const WholeFrame& frame);
+  // Its time in the output, in which pauses are left out.
+  int64_t Place(const WholeFrame& frame);
   void NoteKeyFrame(const WholeFrame& frame);
   void Begin();
   void WritePicture(const Entry& entry);
@@ -72,7 +74,6 @@ class LiveSink : public FrameSink {
   MediaTimeline timeline_;
   int64_t shiftMicros_ = 0;  // from the timeline to the output's time
   int64_t lastMicros_ = 0;
-  int64_t lastWallNs_ = 0;
   std::deque<Entry> waiting_;  // until it begins
   std::optional<KeyFrameInfo> video_;
   std::optional<SoundFormat> sound_;
