@@ -74,8 +74,11 @@ void SoundPlayer::ConcealGap(const SoundBlock& block) {
   const int64_t gapMicros = block.timeMicros - *endMicros_;
   const auto frames = size_t(FramesOf(gapMicros * kNanosPerMicro, block.rate));
   std::vector<float> filling(frames * size_t(block.channels));
-  const size_t length = std::min(filling.size(), tail_.size());
-  for (size_t i = 0; i < length; ++i) filling[i] = tail_[i] * (1 - float(i) / float(length));
+  const auto channels = size_t(block.channels);
+  const size_t length = std::min(filling.size(), tail_.size()) / channels;
+  for (size_t i = 0; i < length * channels; ++i) {
+    filling[i] = tail_[i] * (1 - float(i / channels) / float(length));
+  }
   output_.Queue(filling, block.rate, block.channels);
 }
 
