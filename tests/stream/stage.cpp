@@ -115,6 +115,13 @@ StandIn& Stage::StartPhoneWithoutCode(const std::string& id, const Arguments& ar
   return phones_.emplace_back("veldrift-phone", PhoneArguments(id, arguments), NewStem(id));
 }
 
+StandIn& Stage::StartPhoneIn(const Arguments& environment, const std::string& id,
+                             const Arguments& arguments) {
+  const Arguments phone = Join({PathText(BesideThis("veldrift-phone"))},
+                               PhoneArguments(id, Join({"--code-from-log", HostLog()}, arguments)));
+  return phones_.emplace_back("/usr/bin/env", Join(environment, phone), NewStem(id));
+}
+
 bool Stage::CanMount() {
   const std::string stem = NewStem("mount");
   return StartProcess("/bin/sh", {"-c", "unshare -m true"},

@@ -43,6 +43,10 @@ class Stage {
   // The same without a code: the token must do, or what `arguments` give.
   StandIn& StartPhoneWithoutCode(const std::string& id, const Arguments& arguments);
 
+  // A phone that pairs by the code in the host's log and has `environment` (NAME=VALUE) too.
+  StandIn& StartPhoneIn(const Arguments& environment, const std::string& id,
+                        const Arguments& arguments);
+
   // Whether this user can mount a disk for one process.
   bool CanMount();
   // A phone that records to the file of this name on a disk of three megabytes; what is there when

@@ -9,7 +9,8 @@ namespace {
 
 constexpr int64_t kMs = kNanosPerMilli;
 constexpr int64_t kPictureMicros = 40'000;
-constexpr int64_t kOffsetNs = 77 * kNanosPerSecond;  // the clocks have nothing to do with each other
+constexpr int64_t kOffsetNs =
+    77 * kNanosPerSecond;  // the clocks have nothing to do with each other
 
 // Pictures that are ready `delayMs(number)` after their time on the sender's line.
 class Stream {

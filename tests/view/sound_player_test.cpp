@@ -78,7 +78,9 @@ class SoundPlayerTest : public testing::Test {
     }
   }
   // A ramp over each second: it tells where on the timeline a sample is from.
-  static float SampleAt(double seconds) { return float(0.2 + 0.6 * (seconds - std::floor(seconds))); }
+  static float SampleAt(double seconds) {
+    return float(0.2 + 0.6 * (seconds - std::floor(seconds)));
+  }
   // How long the last sample that was heard had been due, as far as a second tells.
   double LateMs() const {
     const double dueSecond = double(nowNs_ - kLeadNs + SoundOutput::kDeviceNs) / 1e9;

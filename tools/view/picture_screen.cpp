@@ -110,6 +110,7 @@ void PictureScreen::Write(const std::vector<std::string>& lines, Corner corner, 
   SDL_Rect box{kMargin, kMargin, int(longest) * kLetter + 2 * kMargin,
                int(lines.size()) * kLine + 2 * kMargin};
   if (corner == Corner::UpperRight) box.x = width - kMargin - box.w;
+  if (corner == Corner::LowerLeft) box.y = height - kMargin - box.h;
   if (corner == Corner::Middle) {
     box.x = (width - box.w) / 2;
     box.y = (height - box.h) / 2;
@@ -139,6 +140,7 @@ void PictureScreen::Draw(const Words& words) {
   }
   Write(words.figures, Corner::UpperLeft, width, height);
   Write(words.help, Corner::UpperRight, width, height);
+  Write(words.told, Corner::LowerLeft, width, height);
   Write(words.notice, Corner::Middle, width, height);
   SDL_RenderPresent(renderer_.get());
 }

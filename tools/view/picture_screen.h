@@ -30,6 +30,7 @@ class PictureScreen {
   struct Words {
     std::vector<std::string> figures;  // at the upper left
     std::vector<std::string> help;     // at the right
+    std::vector<std::string> told;     // at the lower left
     std::vector<std::string> notice;   // in the middle, over a darkened picture
   };
   void Draw(const Words& words);
@@ -42,7 +43,7 @@ class PictureScreen {
     void operator()(SDL_Renderer* renderer) const { SDL_DestroyRenderer(renderer); }
     void operator()(SDL_Texture* texture) const { SDL_DestroyTexture(texture); }
   };
-  enum class Corner { UpperLeft, UpperRight, Middle };
+  enum class Corner { UpperLeft, UpperRight, LowerLeft, Middle };
 
   void FitWindow(const AVFrame& picture);
   bool MakeTexture(Uint32 format, int width, int height);

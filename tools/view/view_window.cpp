@@ -14,8 +14,9 @@ namespace {
 // Figures and notices are drawn anew so often, and the session's end is seen so soon.
 constexpr int64_t kRefreshNs = 200 * kNanosPerMilli;
 constexpr double kSmoothing = 0.1;
-// Of a reason that doesn't end.
-constexpr size_t kLongestLine = 70;
+constexpr int64_t kToldNs = 6 * kNanosPerSecond;  // a sentence can be read so long
+constexpr size_t kLongestLine = 60;
+constexpr size_t kMostLines = 6;
 constexpr size_t kMostCommands = 20;
 
 template <typename... Args>
@@ -23,6 +24,20 @@ std::string Text(const char* format, Args... args) {
   char text[160];
   std::snprintf(text, sizeof text, format, args...);
   return text;
+}
+
+// `text` in lines that end between words.
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t at = 0; at < text.size() && lines.size() < kMostLines;) {
+    size_t length = std::min(kLongestLine, text.size() - at);
+    const size_t space = text.rfind(' ', at + length);
+    if (at + length < text.size() && space != text.npos && space > at) length = space - at;
+    lines.push_back(text.substr(at, length));
+    at += length;
+    while (at < text.size() && text[at] == ' ') ++at;
+  }
+  return lines;
 }
 
 std::vector<std::string> Help() {
@@ -57,7 +72,12 @@ void ViewWindow::OnPicture() {
   if (event.type != 0) SDL_PushEvent(&event);
 }
 
-void ViewWindow::Tell(const std::string& sentence) { terminal_.Tell(sentence); }
+void ViewWindow::Tell(const std::string& sentence) {
+  terminal_.Tell(sentence);
+  const MutexLock lock(mutex_);
+  told_ = sentence;
+  toldNs_ = SteadyNanos();
+}
 
 void ViewWindow::Tick(int64_t nowNs, const std::string& waiting) {
   terminal_.Tick(nowNs, waiting);
@@ -74,7 +94,8 @@ void ViewWindow::Tick(int64_t nowNs, const std::string& waiting) {
             figures_.FramesPerSecond(),
             figures_.MegabitsPerSecond(),
             figures_.FramesLostPercent(),
-            figures_.DatagramsMissingPercent()};
+            figures_.DatagramsMissingPercent(),
+            link_.EncoderText()};
     commands.swap(commands_);
   }
   // What was typed without a connection isn't meant for the next one.
@@ -173,16 +194,21 @@ void ViewWindow::ShowDue() {
 
 PictureScreen::Words ViewWindow::Words() const {
   Now now;
+  PictureScreen::Words words;
   {
     const MutexLock lock(mutex_);
     now = now_;
+    if (SteadyNanos() - toldNs_ < kToldNs) words.told = Lines(told_);
   }
-  return {showsFigures_ ? Figures(now) : std::vector<std::string>{},
-          showsHelp_ ? Help() : std::vector<std::string>{}, Notice(now)};
+  if (showsFigures_) words.figures = Figures(now);
+  if (showsHelp_) words.help = Help();
+  words.notice = Notice(now);
+  return words;
 }
 
 std::vector<std::string> ViewWindow::Figures(const Now& now) const {
   return {Text("%dx%d%s", width_, height_, now.playing ? "" : "  paused"),
+          now.encoder.substr(0, kLongestLine),
           Text("%5.1f pictures a second", now.picturesPerSecond),
           Text("%5.1f Mbit/s", now.megabits),
           Text("%5.1f %% of the datagrams missing", now.datagramsMissing),
@@ -192,9 +218,13 @@ std::vector<std::string> ViewWindow::Figures(const Now& now) const {
 }
 
 std::vector<std::string> ViewWindow::Notice(const Now& now) const {
-  if (!now.connected) return {"connecting"};
+  if (!now.connected) {
+    return {"connecting", "(where a code is needed, the terminal asks for it)"};
+  }
   if (!now.waiting.empty()) {
-    return {"no connection: trying again", now.waiting.substr(0, kLongestLine)};
+    std::vector<std::string> notice = Lines(now.waiting);
+    notice.insert(notice.begin(), "no connection: trying again");
+    return notice;
   }
   if (width_ == 0) return {"waiting for the first picture"};
   return {};

@@ -49,6 +49,7 @@ class ViewWindow : public SessionObserver {
     double megabits = 0;
     double picturesLost = 0;  // per cent
     double datagramsMissing = 0;
+    std::string encoder;  // what it says of itself
   };
 
   void WaitForEvents();
@@ -71,6 +72,8 @@ class ViewWindow : public SessionObserver {
   mutable Mutex mutex_;
   Now now_ VD_GUARDED_BY(mutex_);
   std::vector<Command> commands_ VD_GUARDED_BY(mutex_);  // wait for the session's thread
+  std::string told_ VD_GUARDED_BY(mutex_);
+  int64_t toldNs_ VD_GUARDED_BY(mutex_) = 0;
 
   LiveFigures figures_;  // the session's thread's
 
