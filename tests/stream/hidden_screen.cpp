@@ -46,10 +46,11 @@ HiddenScreen::HiddenScreen(const std::filesystem::path& folder, int width, int h
 // It says its number when it is ready.
 void HiddenScreen::Start(const std::filesystem::path& folder) {
   const std::string size = std::to_string(width_) + "x" + std::to_string(height_) + "x24";
-  server_ = StartProcess("/bin/sh", {"-c",
-                                     "exec setpriv --pdeathsig TERM Xvfb -displayfd 3 -screen 0 " +
-                                         size + " -nolisten tcp -fbdir \"$1\" 3>\"$1/display\"",
-                                     "sh", PathText(folder)},
+  server_ = StartProcess("/bin/sh",
+                         {"-c",
+                          "exec setpriv --pdeathsig TERM Xvfb -displayfd 3 -screen 0 " + size +
+                              " -nolisten tcp -fbdir \"$1\" 3>\"$1/display\"",
+                          "sh", PathText(folder)},
                          ProcessOutput{folder / "server.out", folder / "server.err"});
   ASSERT_NE(server_, nullptr);
   Eventually([&] {

@@ -95,8 +95,8 @@ struct Watched {
 
   // When the click that lies at this byte was heard.
   int64_t HeardNs(size_t byte) const {
-    const auto found = std::ranges::find_if(
-        played, [byte](const auto& entry) { return entry.second > byte; });
+    const auto found =
+        std::ranges::find_if(played, [byte](const auto& entry) { return entry.second > byte; });
     return found == played.end() ? 0 : found->first;
   }
 };
