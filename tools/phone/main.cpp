@@ -22,6 +22,7 @@
 #include "tools/platform/posix/output_file.h"
 #include "tools/platform/posix/output_pipe.h"
 #include "tools/platform/terminal.h"
+#include "tools/platform/this_process.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
@@ -242,7 +243,8 @@ Session::Parts Phone::Parts() {
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
           interrupted_,
-          adapter_.get()};
+          adapter_.get(),
+          &SleptNanos};
 }
 
 Findings Phone::Judgement(SessionResult session) const {

@@ -88,10 +88,20 @@ std::string Session::WhyLost(int64_t nowNs) const {
   return silentNs >= kSilenceNs ? "no heartbeat came for " + Seconds(silentNs) : "";
 }
 
-bool Session::Watch(int64_t nowNs) {
-  // While this process stood still, nobody read what came.
-  if (nowNs - watchedNs_ > kStandstillNs) wokeNs_ = nowNs;
+// While this process stood still, nobody read what came.
+void Session::NoticeStandstill(int64_t nowNs) {
+  const int64_t sleptNs = parts_.sleptNs ? parts_.sleptNs() : 0;
+  const int64_t stoodNs = nowNs - watchedNs_ + sleptNs - std::exchange(sleptNs_, sleptNs);
   watchedNs_ = nowNs;
+  if (stoodNs <= kStandstillNs) return;
+  wokeNs_ = nowNs;
+  parts_.observer.Tell("this machine or process stood still for " + Seconds(stoodNs) +
+                       ", in which nothing was received");
+  parts_.observer.Woke(nowNs);
+}
+
+bool Session::Watch(int64_t nowNs) {
+  NoticeStandstill(nowNs);
   if (std::string violation = parts_.link.Violation(); !violation.empty()) {
     End(SessionEnd::Broken, std::move(violation));
     return false;
@@ -181,6 +191,7 @@ bool Session::TryAgain() {
 void Session::Resume(int64_t nowNs) {
   ++connections_;
   connectedNs_ = watchedNs_ = nowNs;
+  sleptNs_ = parts_.sleptNs ? parts_.sleptNs() : 0;
   asker_.BeginConnection(nowNs);
   if (parts_.adapter != nullptr) {
     parts_.adapter->BeginConnection(parts_.link, TellObserver(), nowNs);
