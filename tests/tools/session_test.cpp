@@ -170,6 +170,10 @@ TEST_F(SessionRun, APlugInThatHangsUpSoonIsLeftAloneForLongerEachTime) {
   EXPECT_EQ(std::vector<int>(waits.begin(), waits.begin() + 7),
             (std::vector<int>{30, 40, 60, 100, 180, 340, 620}));
   EXPECT_EQ(result.interruptionCount, result.interruptions.size());
+  // The first may have any reason.
+  EXPECT_EQ(result.interruptions[0].reason, "it hung up");
+  EXPECT_EQ(result.interruptions[1].reason,
+            "it hung up, as it does when another receiver connects");
 }
 
 TEST_F(SessionRun, OneLongLifeForgetsTheShortOnes) {
@@ -179,6 +183,7 @@ TEST_F(SessionRun, OneLongLifeForgetsTheShortOnes) {
   Run();
   ASSERT_GE(Waits().size(), 2U);
   EXPECT_EQ(Waits()[1], 400 + 5);
+  for (const std::string& sentence : told_) EXPECT_EQ(sentence.find("another"), sentence.npos);
 }
 
 TEST_F(SessionRun, WithoutReconnectingTheConnectionsEndIsTheRuns) {

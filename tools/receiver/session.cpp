@@ -11,6 +11,7 @@ namespace Veldrift {
 namespace {
 
 constexpr int64_t kStandstillNs = kNanosPerSecond;
+constexpr int kHungUpSuspiciously = 2;  // connections in a row
 
 std::string Seconds(int64_t nanos) {
   char text[32];
@@ -123,7 +124,10 @@ Adapter::Teller Session::TellObserver() const {
   return [this](const std::string& sentence) { parts_.observer.Tell(sentence); };
 }
 
-bool Session::Lose(const std::string& reason, int64_t nowNs) {
+bool Session::Lose(std::string reason, int64_t nowNs) {
+  const bool soon = nowNs - connectedNs_ < ReconnectBackoff::kLongLifeNs;
+  hungUpSoon_ = parts_.link.Ended() && soon ? hungUpSoon_ + 1 : 0;
+  if (hungUpSoon_ >= kHungUpSuspiciously) reason += ", as it does when another receiver connects";
   // A silent connection ended when it fell silent.
   lostNs_ = parts_.link.Ended() ? nowNs : std::max(parts_.link.LastHeardNs(), connectedNs_);
   waiting_ = reason;

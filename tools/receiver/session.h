@@ -111,7 +111,7 @@ class Session {
   void End(SessionEnd end, std::string sentence);
   // Each answers whether the session goes on.
   bool Watch(int64_t nowNs);
-  bool Lose(const std::string& reason, int64_t nowNs);
+  bool Lose(std::string reason, int64_t nowNs);
   bool Return(int64_t nowNs);
   bool TryAgain();
   void Resume(int64_t nowNs);
@@ -134,6 +134,7 @@ class Session {
   int64_t watchedNs_ = 0;  // the last look at the connection
   int64_t wokeNs_ = 0;     // the process had stood still until then
   int64_t sleptNs_ = 0;    // at the last look
+  int hungUpSoon_ = 0;     // so many connections in a row did the plug-in end soon
   // Without a connection:
   std::string waiting_;  // why; empty: there is one
   int64_t lostNs_ = 0;
