@@ -137,6 +137,16 @@ TEST(LiveOutput, APlayerThatGoesEndsItAndOneThatSleepsMissesSome) {
   stage.EndHost();
 }
 
+TEST(LiveOutput, WithoutAPlayerItSaysWhatIsSo) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  Pipeline closed(stage, "a", "phone \"$@\" >&-", {});
+  EXPECT_EQ(closed.Wait(), kExitUsage);
+  EXPECT_NE(closed.Said().find("--record -: standard output is closed"), std::string::npos)
+      << closed.Said();
+  stage.EndHost();
+}
+
 TEST(LiveOutput, AnotherCodecEndsItWithASentence) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());

@@ -307,8 +307,9 @@ int Run(PhoneOptions options) {
   SurviveFailedWrites();
   // Before anything is said.
   std::unique_ptr<OutputPipe> player;
-  if (options.live && !(player = OutputPipe::TakeStandardOutput())) {
-    return Complain(kExitUsage, "--record -: standard output is a terminal; pipe it into a player");
+  std::string sentence;
+  if (options.live && !(player = OutputPipe::TakeStandardOutput(sentence))) {
+    return Complain(kExitUsage, "--record -: " + sentence);
   }
   FoundPlugins found;
   if (const auto exit = LocatePlugin(options, found, interrupted)) return *exit;
