@@ -250,8 +250,11 @@ def read_identity(path):
 
 
 def keep_identity(path, phone, token):
-    with open(path, "w", encoding="utf-8", opener=lambda *how: os.open(*how, 0o600)) as file:
+    """In one step. Without a token it only tries whether it can."""
+    new = path + ".new"
+    with open(new, "w", encoding="utf-8", opener=lambda *how: os.open(*how, 0o600)) as file:
         file.write(f"{phone} {token}\n")
+    os.replace(new, path) if token else os.remove(new)
 
 
 def create(path):
@@ -260,6 +263,8 @@ def create(path):
 
 def run(args):
     phone, token = read_identity(args.token_file)
+    if args.token_file:
+        keep_identity(args.token_file, phone, "")
     pictures = Pictures(create(args.video), args.video[-4:] if args.video else "h264")
     sound = Sound(create(args.sound))
     try:
@@ -311,6 +316,8 @@ def parse_arguments():
         parser.error(f"--code {args.code} isn't six digits")
     if args.video and args.video[-5:] not in (".h264", ".h265"):
         parser.error(f"--video {args.video} doesn't end in .h264 or .h265")
+    if not args.seconds > 0:
+        parser.error("--seconds must be more than 0")
     for path in args.video, args.sound:
         if path and (os.path.exists(path) or not os.path.isdir(os.path.dirname(path) or ".")):
             parser.error(f"{path} is there already, or its folder isn't")

@@ -97,6 +97,30 @@ TEST(LiveOutput, APauseTakesNoTimeInThePlayer) {
   stage.EndHost();
 }
 
+// Players wait for sound that they were promised, and want to see something of a stream first.
+TEST(LiveOutput, APictureThatNothingFollowsIsShownAtOnceAndSilenceGoesWithPictures) {
+  struct {
+    const char* id;
+    Arguments host;
+    double least, most;  // seconds of the stream
+  } const rows[] = {{"still", {"--size", "320x180", "--script", "0 pause, 0 step"}, 0.2, 0.5},
+                    {"mute", {"--size", "320x180", "--audio", "none"}, 2.0, 3.5}};
+  for (const auto& row : rows) {
+    Stage stage;
+    ASSERT_NO_FATAL_FAILURE(stage.StartHost(row.host));
+    Pipeline player(stage, row.id, "phone \"$@\" >live.mkv",
+                    {"--codec", "h264", "--gop", "long", "--seconds", "3"});
+    EXPECT_EQ(player.Wait(), kExitGood) << player.Said();
+    const VideoFile live = ReadVideoFile(player.File("live.mkv"));
+    EXPECT_EQ(live.error, "") << row.id;
+    EXPECT_GE(live.pictures, 6) << row.id;
+    EXPECT_GT(live.videoSeconds, row.least) << row.id;
+    EXPECT_LT(live.videoSeconds, row.most) << row.id;
+    EXPECT_NEAR(live.soundSeconds, live.videoSeconds, 0.1) << row.id;
+    stage.EndHost();
+  }
+}
+
 TEST(LiveOutput, APlayerThatGoesEndsItAndOneThatSleepsMissesSome) {
   Stage stage;
   ASSERT_NO_FATAL_FAILURE(stage.StartHost());
@@ -110,6 +134,16 @@ TEST(LiveOutput, APlayerThatGoesEndsItAndOneThatSleepsMissesSome) {
                   {"--codec", "h264", "--seconds", "3"});
   EXPECT_EQ(asleep.Wait(), kExitGood) << asleep.Said();
   EXPECT_NE(asleep.Said().find("the player was too slow: "), std::string::npos) << asleep.Said();
+  stage.EndHost();
+}
+
+TEST(LiveOutput, WithoutAPlayerItSaysWhatIsSo) {
+  Stage stage;
+  ASSERT_NO_FATAL_FAILURE(stage.StartHost());
+  Pipeline closed(stage, "a", "phone \"$@\" >&-", {});
+  EXPECT_EQ(closed.Wait(), kExitUsage);
+  EXPECT_NE(closed.Said().find("--record -: standard output is closed"), std::string::npos)
+      << closed.Said();
   stage.EndHost();
 }
 

@@ -160,6 +160,12 @@ TEST_F(ReceiverExample, SaysInASentenceWhatWentWrong) {
   fails(Together(there, {"--code", "000000"}), "the plug-in refused the code");
   fails(there, "the plug-in wants its code, and there is nobody to ask");
   fails({"127.0.0.1:1", "--bind", *address_}, "can't connect to 127.0.0.1:1: Connection refused");
+  // Before anything is connected.
+  const std::string nowhere = PathText(stage_->File("nowhere") / "token");
+  fails({"127.0.0.1:1", "--token-file", nowhere}, nowhere + ".new: No such file or directory");
+  for (const char* seconds : {"nan", "-1", "0"}) {
+    fails({host, "--seconds", seconds}, "error: --seconds must be more than 0");
+  }
   fails({"127.0.0.1:99999"},
         "error: 127.0.0.1:99999 isn't an address like 192.0.2.10 or 192.0.2.10:47110");
   const std::string script = kScript;

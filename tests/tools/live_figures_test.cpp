@@ -27,6 +27,20 @@ struct Wire {
   }
 };
 
+TEST(LiveFigures, LeaveOutWhatAStandstillHasCost) {
+  Wire wire;
+  wire.Run(10, 10, 0);
+  wire.figures.BeginAnew(wire.nowNs);
+  wire.Run(0.5, 3, 7);
+  wire.Run(0.6, 10, 0);
+  EXPECT_EQ(wire.figures.DatagramsMissingPercent(), 0);
+  EXPECT_EQ(wire.figures.FramesLostPercent(), 0);
+  EXPECT_FALSE(wire.figures.Full());
+  wire.Run(3, 10, 0);
+  EXPECT_TRUE(wire.figures.Full());
+  EXPECT_NEAR(wire.figures.FramesPerSecond(), 30, 1);
+}
+
 TEST(LiveFigures, AreOfTheLastSecondsAndNothingBefore) {
   Wire wire;
   EXPECT_EQ(wire.figures.FramesPerSecond(), 0);

@@ -3,11 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <future>
+#include <iterator>
+#include <utility>
 
 #include "net/control_protocol.h"
 #include "tests/support/eventually.h"
+#include "tests/support/scratch.h"
 #include "tests/tools/scripted_plugin.h"
+#include "tools/receiver/token_file.h"
 
 namespace Veldrift {
 namespace {
@@ -47,6 +52,25 @@ class ComingBack : public testing::Test {
   LinkOptions options_;
   const std::atomic<bool> interrupted_{false};
 };
+
+TEST_F(ComingBack, ATokenThatCantBeKeptIsToldBeforeThePlugInIsCalled) {
+  const ScratchFolder folder;
+  options_.waitSeconds = 0.1;
+  for (const auto& [file, reason] : {std::pair(folder.Path() / "nowhere" / "token", "can't write "),
+                                     std::pair(folder.Path(), " is a folder")}) {
+    options_.tokenFile = file;
+    PhoneLink link(options_, interrupted_);
+    std::string sentence;
+    EXPECT_EQ(link.Open(sentence), LinkResult::Failed);
+    EXPECT_TRUE(sentence.starts_with("can't keep the token: ")) << sentence;
+    EXPECT_NE(sentence.find(reason), sentence.npos) << sentence;
+  }
+  options_.tokenFile = folder.Path() / "token";
+  PhoneLink link(options_, interrupted_);
+  ASSERT_NO_FATAL_FAILURE(PairAndLose(link));
+  EXPECT_EQ(ReadToken(options_.tokenFile), "tok");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path()), {}), 1);
+}
 
 TEST_F(ComingBack, IsByTheTokenThatIsKeptInMemoryAndSendsTheSettingsAloneAgain) {
   PhoneLink link(options_, interrupted_);

@@ -38,7 +38,8 @@ class SessionRun : public testing::Test, protected SessionObserver, protected Pl
                                this,
                                clock_,
                                stopped_,
-                               adapter_.get()});
+                               adapter_.get(),
+                               [this] { return sleptNs_; }});
     return session.Run();
   }
 
@@ -47,6 +48,7 @@ class SessionRun : public testing::Test, protected SessionObserver, protected Pl
     toldAt_.push_back(double(clock_.NowNanos()) / 1e9);
   }
   void Tick(int64_t, const std::string& waiting) override { waiting_ = waiting; }
+  void Woke(int64_t nowNs) override { woke_.push_back(double(nowNs) / 1e9); }
   std::vector<Ipv4Endpoint> Look() override {
     ++looks_;
     return seen_;
@@ -69,6 +71,8 @@ class SessionRun : public testing::Test, protected SessionObserver, protected Pl
   SessionOptions options_{.host = {0, 1}, .seconds = 100, .reconnect = true};
   std::atomic<bool> stopped_{false};
   std::vector<uint32_t> begun_;
+  std::vector<double> woke_;
+  int64_t sleptNs_ = 0;
   std::vector<std::string> told_;
   std::vector<double> toldAt_;
   std::string waiting_;
@@ -139,6 +143,20 @@ TEST_F(SessionRun, AProcessThatStoodStillDoesntTakeItsOwnSilenceForThePlugIns) {
   });
   clock_.At(51, [this] { link_.beats = true; });
   EXPECT_EQ(Run().interruptionCount, 0U);
+  ASSERT_EQ(woke_.size(), 1U);
+  EXPECT_NEAR(woke_[0], 50, 0.1);
+  EXPECT_EQ(told_, std::vector<std::string>{
+                       "this machine or process stood still for 30.0 s, in which nothing "
+                       "was received"});
+}
+
+// Its clock goes on where it was.
+TEST_F(SessionRun, AMachineThatSleptIsNoticedToo) {
+  clock_.At(20, [this] { sleptNs_ += 40 * kNanosPerSecond; });
+  Run();
+  ASSERT_EQ(woke_.size(), 1U);
+  EXPECT_NEAR(woke_[0], 20, 0.1);
+  EXPECT_NE(told_.at(0).find(" 40.0 s"), std::string::npos) << told_[0];
 }
 
 // Two receivers that take one plug-in from each other.
@@ -152,6 +170,10 @@ TEST_F(SessionRun, APlugInThatHangsUpSoonIsLeftAloneForLongerEachTime) {
   EXPECT_EQ(std::vector<int>(waits.begin(), waits.begin() + 7),
             (std::vector<int>{30, 40, 60, 100, 180, 340, 620}));
   EXPECT_EQ(result.interruptionCount, result.interruptions.size());
+  // The first may have any reason.
+  EXPECT_EQ(result.interruptions[0].reason, "it hung up");
+  EXPECT_EQ(result.interruptions[1].reason,
+            "it hung up, as it does when another receiver connects");
 }
 
 TEST_F(SessionRun, OneLongLifeForgetsTheShortOnes) {
@@ -161,6 +183,7 @@ TEST_F(SessionRun, OneLongLifeForgetsTheShortOnes) {
   Run();
   ASSERT_GE(Waits().size(), 2U);
   EXPECT_EQ(Waits()[1], 400 + 5);
+  for (const std::string& sentence : told_) EXPECT_EQ(sentence.find("another"), sentence.npos);
 }
 
 TEST_F(SessionRun, WithoutReconnectingTheConnectionsEndIsTheRuns) {

@@ -1,5 +1,11 @@
 #include "key_frame_info.h"
 
+extern "C" {
+#include <libavutil/mem.h>
+}
+
+#include <cstring>
+
 #include "tools/av/av_handles.h"
 #include "tools/receiver/parameter_sets.h"
 
@@ -57,6 +63,27 @@ std::optional<KeyFrameInfo> InspectKeyFrame(std::span<const std::byte> accessUni
   CollectParameterSets(accessUnit, info);
   if (info.codec == AV_CODEC_ID_NONE || !FindSize(accessUnit, info)) return std::nullopt;
   return info;
+}
+
+AVStream* AddVideoStream(AVFormatContext& format, const KeyFrameInfo& info) {
+  AVStream* stream = avformat_new_stream(&format, nullptr);
+  if (stream == nullptr) return nullptr;
+  AVCodecParameters& parameters = *stream->codecpar;
+  parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+  parameters.codec_id = info.codec;
+  parameters.width = info.width;
+  parameters.height = info.height;
+  // The tag that players of the MP4 family expect for HEVC with its sets in the head.
+  if (info.codec == AV_CODEC_ID_HEVC && std::strcmp(format.oformat->name, "matroska") != 0) {
+    parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
+  }
+  const size_t size = info.parameterSets.size();
+  parameters.extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (parameters.extradata == nullptr) return nullptr;
+  std::memcpy(parameters.extradata, info.parameterSets.data(), size);
+  parameters.extradata_size = int(size);
+  stream->time_base = {1, 1'000'000};
+  return stream;
 }
 
 }  // namespace Veldrift

@@ -8,7 +8,7 @@
 #include <vector>
 
 extern "C" {
-#include <libavcodec/codec_id.h>
+#include <libavformat/avformat.h>
 }
 
 namespace Veldrift {
@@ -24,5 +24,9 @@ struct KeyFrameInfo {
 
 // Nothing if there are no parameter sets in front of the picture, or nonsense in them.
 std::optional<KeyFrameInfo> InspectKeyFrame(std::span<const std::byte> accessUnit);
+
+// A stream of `format`, in microseconds, for the video that begins with this key frame. The file
+// owns it. Null: it can't be had.
+AVStream* AddVideoStream(AVFormatContext& format, const KeyFrameInfo& info);
 
 }  // namespace Veldrift

@@ -31,23 +31,6 @@ LiveContainer::~LiveContainer() {
   avformat_free_context(format_);
 }
 
-bool LiveContainer::AddVideo(const KeyFrameInfo& info) {
-  video_ = avformat_new_stream(format_, nullptr);
-  if (video_ == nullptr) return false;
-  AVCodecParameters& parameters = *video_->codecpar;
-  parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-  parameters.codec_id = info.codec;
-  parameters.width = info.width;
-  parameters.height = info.height;
-  const size_t size = info.parameterSets.size();
-  parameters.extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (parameters.extradata == nullptr) return false;
-  std::memcpy(parameters.extradata, info.parameterSets.data(), size);
-  parameters.extradata_size = int(size);
-  video_->time_base = kMicros;
-  return true;
-}
-
 bool LiveContainer::AddSound(const SoundFormat& format) {
   sound_ = avformat_new_stream(format_, nullptr);
   if (sound_ == nullptr) return false;
@@ -71,11 +54,11 @@ bool LiveContainer::OpenOutput() {
   return format_->pb != nullptr;
 }
 
-bool LiveContainer::Open(const KeyFrameInfo& video, const std::optional<SoundFormat>& sound) {
+bool LiveContainer::Open(const KeyFrameInfo& video, const SoundFormat& sound) {
   packet_.reset(av_packet_alloc());
   const bool possible =
       packet_ && avformat_alloc_output_context2(&format_, nullptr, "matroska", nullptr) >= 0 &&
-      AddVideo(video) && (!sound || AddSound(*sound)) && OpenOutput();
+      (video_ = AddVideoStream(*format_, video)) != nullptr && AddSound(sound) && OpenOutput();
   if (!possible) return false;
   AVDictionary* options = nullptr;
   av_dict_set(&options, "live", "1", 0);
@@ -103,7 +86,7 @@ bool LiveContainer::WriteVideo(const WholeFrame& frame, int64_t timeMicros) {
 }
 
 bool LiveContainer::WriteSound(std::span<const float> samples, int64_t timeMicros) {
-  return sound_ == nullptr ? open_ : Write(*sound_, std::as_bytes(samples), timeMicros, true);
+  return Write(*sound_, std::as_bytes(samples), timeMicros, true);
 }
 
 void LiveContainer::Close() {

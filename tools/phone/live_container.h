@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <span>
 
 #include "key_frame_info.h"
@@ -28,7 +27,7 @@ class LiveContainer {
   LiveContainer& operator=(const LiveContainer&) = delete;
 
   // False if the output is closed, or the library can't.
-  bool Open(const KeyFrameInfo& video, const std::optional<SoundFormat>& sound);
+  bool Open(const KeyFrameInfo& video, const SoundFormat& sound);
 
   // Times are microseconds from the stream's start, each stream's in order. False: the output is
   // closed.
@@ -39,7 +38,6 @@ class LiveContainer {
   void Close();
 
  private:
-  bool AddVideo(const KeyFrameInfo& info);
   bool AddSound(const SoundFormat& format);
   bool OpenOutput();
   bool Write(AVStream& stream, std::span<const std::byte> data, int64_t timeMicros, bool key);

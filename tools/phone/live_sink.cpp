@@ -14,14 +14,15 @@ namespace {
 // What may wait for the player: half a second of picture and sound.
 constexpr size_t kMostWaiting = 60;
 constexpr int64_t kPatienceNs = kNanosPerSecond;  // with a player that has stopped reading
-// Whether there is sound is known so long behind the first picture.
-constexpr int64_t kWaitForSoundMicros = 150'000;
+// Which sound there is is known so long behind the first picture. A host that stands still sends
+// nothing behind it, so that the wait is by the clock.
+constexpr int64_t kWaitForSoundNs = 150 * kNanosPerMilli;
 constexpr int64_t kWaitForCodecNs = 3 * kNanosPerSecond;
-// Blocks follow each other unless they are further apart than a clock's unrest.
-constexpr int64_t kToleratedGapMicros = 30'000;
 // While nothing comes, a player's clock stands still: what then came so much later would stay late.
 constexpr int64_t kLongestGapMicros = 250'000;
 constexpr int64_t kBridgeMicros = 40'000;
+// Behind a picture that nothing follows: what players look at before they show anything.
+constexpr int64_t kRepeatMicros = 300'000;
 // Many players throw away what they have looked at to learn what it is.
 constexpr int64_t kAskAgainNs[] = {1 * kNanosPerSecond, 3 * kNanosPerSecond};
 
@@ -72,18 +73,32 @@ void LiveSink::Finish() {
   if (thread_.joinable()) thread_.join();
 }
 
-SharedFrame LiveSink::Next() {
+bool LiveSink::Next(SharedFrame& frame) {
+  const bool begins = !waiting_.empty();
+  const int64_t due = begins ? waiting_.front().frame->wholeNs + kWaitForSoundNs : 0;
+  frame = nullptr;
   MutexLock lock(mutex_);
-  while (queue_.empty() && !finishing_) changed_.Wait(lock);
-  if (queue_.empty()) return nullptr;
-  SharedFrame frame = std::move(queue_.front());
+  while (queue_.empty() && !finishing_) {
+    if (!begins) {
+      changed_.Wait(lock);
+    } else if (SteadyNanos() < due) {
+      SystemClock().WaitUntil(changed_, lock, due);
+    } else {
+      return true;
+    }
+  }
+  if (queue_.empty()) return false;
+  frame = std::move(queue_.front());
   queue_.pop_front();
-  return frame;
+  return true;
 }
 
 void LiveSink::Run() {
-  while (const SharedFrame frame = Next()) {
-    if (!done_) Write(frame);
+  SharedFrame frame;
+  while (Next(frame)) {
+    if (done_) continue;
+    if (frame) Write(frame);
+    if (BeginDue()) Begin();
   }
   container_.reset();
   const MutexLock lock(mutex_);
@@ -149,27 +164,51 @@ void LiveSink::Write(const SharedFrame& frame) {
   if (frame->stream == StreamType::Video && frame->keyFrame) NoteKeyFrame(*frame);
   if (done_) return;
   if (container_) {
-    frame->stream == StreamType::Video ? WritePicture(entry) : WriteBlock(entry);
-    return AskAgainAtTheStart(frame->wholeNs);
+    WriteEntry(entry);
+    AskAgainAtTheStart(frame->wholeNs);
+  } else if (references_) {
+    waiting_.push_back(entry);
   }
-  if (!references_) return;
-  waiting_.push_back(entry);
+}
+
+bool LiveSink::BeginDue() const {
+  if (waiting_.empty() || done_) return false;
   const bool soundKnown = sound_.has_value() && waiting_.size() > 1;
-  if (soundKnown || entry.timeMicros - waiting_.front().timeMicros >= kWaitForSoundMicros) Begin();
+  return soundKnown || SteadyNanos() >= waiting_.front().frame->wholeNs + kWaitForSoundNs;
 }
 
 void LiveSink::Begin() {
   container_ = std::make_unique<LiveContainer>(
       [this](std::span<const std::byte> bytes) { return pipe_->Write(bytes); });
-  if (!container_->Open(*video_, sound_)) return Stop("");
+  const SoundFormat format = sound_.value_or(LiveSound::kUsual);
+  if (!container_->Open(*video_, format)) return Stop("");
+  track_ =
+      std::make_unique<LiveSound>(format, [this](std::span<const float> samples, int64_t time) {
+        return container_->WriteSound(samples, time);
+      });
   beginNs_ = waiting_.front().frame->wholeNs;
   const int64_t start = waiting_.front().timeMicros;
   shiftMicros_ -= start;
   lastMicros_ -= start;
-  for (Entry& entry : std::exchange(waiting_, {})) {
+  std::deque<Entry> waiting = std::exchange(waiting_, {});
+  for (Entry& entry : waiting) {
     entry.timeMicros -= start;
-    entry.frame->stream == StreamType::Video ? WritePicture(entry) : WriteBlock(entry);
+    WriteEntry(entry);
   }
+  if (waiting.size() == 1) Repeat(waiting.front());
+}
+
+// A key frame stands for itself, and can be shown again.
+void LiveSink::Repeat(Entry entry) {
+  for (; entry.timeMicros < kRepeatMicros && !done_; entry.timeMicros += kBridgeMicros) {
+    WritePicture(entry);
+  }
+  lastMicros_ = std::max(lastMicros_, entry.timeMicros);
+}
+
+void LiveSink::WriteEntry(const Entry& entry) {
+  if (entry.frame->stream == StreamType::Video) return WritePicture(entry);
+  if (!track_->Add(*entry.frame, entry.timeMicros)) Stop("");
 }
 
 void LiveSink::WritePicture(const Entry& entry) {
@@ -178,17 +217,7 @@ void LiveSink::WritePicture(const Entry& entry) {
   constexpr int64_t kStep = 1000;
   const int64_t time = std::max(entry.timeMicros, lastVideoMicros_ + kStep);
   lastVideoMicros_ = time;
-  if (!container_->WriteVideo(*entry.frame, time)) Stop("");
-}
-
-void LiveSink::WriteBlock(const Entry& entry) {
-  if (!sound_ || entry.timeMicros < 0 || SoundOf(*entry.frame) != sound_) return;
-  const std::vector<float> samples = SamplesOf(*entry.frame);
-  const bool follows = std::abs(entry.timeMicros - soundEndMicros_) < kToleratedGapMicros;
-  const int64_t time = follows ? soundEndMicros_ : std::max(entry.timeMicros, soundEndMicros_);
-  soundEndMicros_ =
-      time + int64_t(samples.size()) / sound_->channels * 1'000'000 / sound_->sampleRate;
-  if (!container_->WriteSound(samples, time)) Stop("");
+  if (!container_->WriteVideo(*entry.frame, time) || !track_->Accompany(time)) Stop("");
 }
 
 void LiveSink::AskAgainAtTheStart(int64_t nowNs) {

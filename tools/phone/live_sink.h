@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "live_container.h"
+#include "live_sound.h"
 #include "platform/mutex.h"
 #include "tools/platform/posix/output_pipe.h"
 #include "tools/receiver/frame_sink.h"
@@ -43,15 +44,18 @@ class LiveSink : public FrameSink {
   };
 
   void Run();
-  SharedFrame Next();
+  // False at the end. Null if something is due that needs no frame.
+  bool Next(SharedFrame& frame);
   void Write(const SharedFrame& frame);
   void FollowConnection(const WholeFrame& frame);
   // Its time in the output, in which pauses are left out.
   int64_t Place(const WholeFrame& frame);
   void NoteKeyFrame(const WholeFrame& frame);
+  bool BeginDue() const;
   void Begin();
+  void Repeat(Entry entry);
   void WritePicture(const Entry& entry);
-  void WriteBlock(const Entry& entry);
+  void WriteEntry(const Entry& entry);
   void Stop(std::string failure);
   void AskAgainAtTheStart(int64_t nowNs);
 
@@ -78,9 +82,9 @@ class LiveSink : public FrameSink {
   std::optional<KeyFrameInfo> video_;
   std::optional<SoundFormat> sound_;
   std::unique_ptr<LiveContainer> container_;
+  std::unique_ptr<LiveSound> track_;
   bool references_ = false;  // the last pictures of this connection went out
   int64_t lastVideoMicros_ = -1;
-  int64_t soundEndMicros_ = 0;
   int64_t firstNs_ = 0;  // anything came
   int64_t beginNs_ = 0;
   int asked_ = 0;

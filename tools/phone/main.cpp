@@ -22,6 +22,7 @@
 #include "tools/platform/posix/output_file.h"
 #include "tools/platform/posix/output_pipe.h"
 #include "tools/platform/terminal.h"
+#include "tools/platform/this_process.h"
 #include "tools/receiver/media_receiver.h"
 #include "tools/receiver/phone_link.h"
 #include "tools/receiver/self_tests.h"
@@ -242,7 +243,8 @@ Session::Parts Phone::Parts() {
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
           interrupted_,
-          adapter_.get()};
+          adapter_.get(),
+          &SleptNanos};
 }
 
 Findings Phone::Judgement(SessionResult session) const {
@@ -305,8 +307,9 @@ int Run(PhoneOptions options) {
   SurviveFailedWrites();
   // Before anything is said.
   std::unique_ptr<OutputPipe> player;
-  if (options.live && !(player = OutputPipe::TakeStandardOutput())) {
-    return Complain(kExitUsage, "--record -: standard output is a terminal; pipe it into a player");
+  std::string sentence;
+  if (options.live && !(player = OutputPipe::TakeStandardOutput(sentence))) {
+    return Complain(kExitUsage, "--record -: " + sentence);
   }
   FoundPlugins found;
   if (const auto exit = LocatePlugin(options, found, interrupted)) return *exit;

@@ -100,27 +100,6 @@ RecordingFile::~RecordingFile() {
   avformat_free_context(format_);
 }
 
-bool RecordingFile::AddVideo(const KeyFrameInfo& info) {
-  video_ = avformat_new_stream(format_, nullptr);
-  if (video_ == nullptr) return false;
-  AVCodecParameters& parameters = *video_->codecpar;
-  parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-  parameters.codec_id = info.codec;
-  parameters.width = info.width;
-  parameters.height = info.height;
-  // The tag that players of the MP4 family expect for HEVC with its sets in the head.
-  if (info.codec == AV_CODEC_ID_HEVC && !IsMatroska(*format_)) {
-    parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
-  }
-  const size_t size = info.parameterSets.size();
-  parameters.extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (parameters.extradata == nullptr) return false;
-  std::memcpy(parameters.extradata, info.parameterSets.data(), size);
-  parameters.extradata_size = int(size);
-  video_->time_base = kMicros;
-  return true;
-}
-
 bool RecordingFile::AddSound(const SoundFormat& format) {
   const bool floats = std::strcmp(format_->oformat->name, "mp4") != 0;
   const AVCodec* codec = avcodec_find_encoder(floats ? AV_CODEC_ID_PCM_F32LE : AV_CODEC_ID_AAC);
@@ -173,7 +152,8 @@ bool RecordingFile::Open(std::unique_ptr<OutputFile> file, const std::optional<K
   const std::string name = PathText(file_->Path());
   const bool possible =
       Fail(avformat_alloc_output_context2(&format_, nullptr, nullptr, name.c_str())) &&
-      (!video || AddVideo(*video)) && (!sound || AddSound(*sound)) && OpenOutput();
+      (!video || (video_ = AddVideoStream(*format_, *video)) != nullptr) &&
+      (!sound || AddSound(*sound)) && OpenOutput();
   if (!possible) {
     sentence = "can't record this stream to " + name;
     return false;

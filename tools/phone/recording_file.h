@@ -67,7 +67,6 @@ class RecordingFile {
   bool Close();
 
  private:
-  bool AddVideo(const KeyFrameInfo& info);
   bool AddSound(const SoundFormat& format);
   bool EncodeChunk(int samples);
   bool DrainSound();

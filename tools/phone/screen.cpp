@@ -45,6 +45,11 @@ void Screen::Tick(int64_t nowNs, const std::string& waiting) {
   status_.Show(Line(nowNs, waiting), nowNs);
 }
 
+void Screen::Woke(int64_t nowNs) {
+  figures_.BeginAnew(nowNs);
+  lastDatagramNs_ = nowNs;
+}
+
 // The figures of now come first: a narrow terminal shows no more.
 std::string Screen::Line(int64_t nowNs, const std::string& waiting) const {
   char text[256];

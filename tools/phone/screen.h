@@ -25,6 +25,7 @@ class Screen : public SessionObserver {
 
   void Tell(const std::string& sentence) override;
   void Tick(int64_t nowNs, const std::string& waiting) override;
+  void Woke(int64_t nowNs) override;
   void Clear() { status_.Clear(); }
 
  private:

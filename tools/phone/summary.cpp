@@ -1,5 +1,6 @@
 #include "summary.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -220,19 +221,43 @@ Json SentJson(const SentCommand& sent, int64_t startNs) {
   return json;
 }
 
+// The commands of one kind.
+struct SentKind {
+  std::string name;
+  size_t sent = 0;
+  std::vector<double> acknowledgedMs;
+};
+
+std::string SentLine(const SentKind& kind) {
+  const auto& times = kind.acknowledgedMs;
+  if (times.empty()) {
+    return kind.sent == 1 ? Line("  %-22s sent", kind.name.c_str())
+                          : Line("  %-22s %zu sent", kind.name.c_str(), kind.sent);
+  }
+  const auto [least, most] = std::ranges::minmax(times);
+  if (kind.sent == 1) return Line("  %-22s acknowledged after %.2f ms", kind.name.c_str(), least);
+  return Line("  %-22s %zu sent, %zu acknowledged after %.2f to %.2f ms", kind.name.c_str(),
+              kind.sent, times.size(), least, most);
+}
+
+// In the order in which each kind was sent first.
 std::string SentLines(const std::vector<SentCommand>& commands) {
-  std::string text;
+  std::vector<SentKind> kinds;
   size_t keyFrames = 0;
   for (const SentCommand& sent : commands) {
     if (sent.command.opcode == kRequestIdr) {
       ++keyFrames;
-    } else if (sent.acknowledgedNs) {
-      text += Line("  %-22s acknowledged after %.2f ms", CommandName(sent.command.opcode),
-                   MillisBetween(sent.sentNs, *sent.acknowledgedNs));
-    } else {
-      text += Line("  %-22s sent", CommandName(sent.command.opcode));
+      continue;
     }
+    const std::string name = CommandName(sent.command.opcode);
+    auto kind = std::ranges::find(kinds, name, &SentKind::name);
+    if (kind == kinds.end()) kind = kinds.insert(kind, SentKind{name, 0, {}});
+    ++kind->sent;
+    if (!sent.acknowledgedNs) continue;
+    kind->acknowledgedMs.push_back(MillisBetween(sent.sentNs, *sent.acknowledgedNs));
   }
+  std::string text;
+  for (const SentKind& kind : kinds) text += SentLine(kind);
   if (keyFrames > 0) text += Line("  %-22s %zu asked for", "key frames", keyFrames);
   return text;
 }

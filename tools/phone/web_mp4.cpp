@@ -44,20 +44,8 @@ class MemoryMuxer {
   MemoryMuxer& operator=(const MemoryMuxer&) = delete;
 
   bool AddPicture(const KeyFrameInfo& info) {
-    AVStream* stream = format_ != nullptr ? avformat_new_stream(format_, nullptr) : nullptr;
+    AVStream* stream = format_ != nullptr ? AddVideoStream(*format_, info) : nullptr;
     if (stream == nullptr) return false;
-    AVCodecParameters& parameters = *stream->codecpar;
-    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-    parameters.codec_id = info.codec;
-    parameters.width = info.width;
-    parameters.height = info.height;
-    // Some browsers know HEVC only with its parameter sets in the head.
-    if (info.codec == AV_CODEC_ID_HEVC) parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
-    const size_t size = info.parameterSets.size();
-    parameters.extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-    if (parameters.extradata == nullptr) return false;
-    std::memcpy(parameters.extradata, info.parameterSets.data(), size);
-    parameters.extradata_size = int(size);
     stream->time_base = {1, kPictureScale};
     return true;
   }

@@ -36,6 +36,10 @@ class WebView : public SessionObserver {
 
   void Tell(const std::string& sentence) override { next_.Tell(sentence); }
   void Tick(int64_t nowNs, const std::string& waiting) override;
+  void Woke(int64_t nowNs) override {
+    figures_.BeginAnew(nowNs);
+    next_.Woke(nowNs);
+  }
 
   // What to type into a browser, or to scan: the addresses, and of the first a QR code.
   std::string Invitation(bool toTerminal) const;

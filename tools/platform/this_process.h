@@ -19,6 +19,9 @@ std::string SystemName();
 // User and system time of the whole process so far, in seconds.
 double ProcessCpuSeconds();
 
+// How long the machine has slept since it was started, as far as the steady clock leaves that out.
+int64_t SleptNanos();
+
 // What the process has open at the moment; 0 where the system doesn't tell. A thread that has just
 // been joined can still be counted for a moment.
 struct ProcessResources {

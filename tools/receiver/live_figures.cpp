@@ -11,6 +11,7 @@ double Percent(double part, double rest) { return part > 0 ? 100 * part / (part 
 }  // namespace
 
 void LiveFigures::Add(const LiveSample& sample, int64_t nowNs) {
+  if (nowNs < fromNs_) return;
   // The newest entry moves on until it is a step away from the one before.
   const size_t count = entries_.size();
   if (count >= 2 && nowNs - entries_[count - 2].timeNs < kStepNs) {
@@ -19,6 +20,11 @@ void LiveFigures::Add(const LiveSample& sample, int64_t nowNs) {
     entries_.push_back({sample, nowNs});
   }
   while (entries_.size() > 2 && nowNs - entries_[1].timeNs >= kSpanNs) entries_.pop_front();
+}
+
+void LiveFigures::BeginAnew(int64_t nowNs) {
+  entries_.clear();
+  fromNs_ = nowNs + kSettleNs;
 }
 
 bool LiveFigures::Full() const {

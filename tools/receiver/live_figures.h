@@ -22,6 +22,9 @@ struct LiveSample {
 class LiveFigures {
  public:
   void Add(const LiveSample& sample, int64_t nowNs);
+  // Nothing before this counts, nor what shows itself within kSettleNs: nobody has read what came
+  // before.
+  void BeginAnew(int64_t nowNs);
 
   // Of the time that is covered: kSpanNs, or less at the start. 0 where there is nothing.
   double FramesPerSecond() const;
@@ -32,6 +35,7 @@ class LiveFigures {
   bool Full() const;
 
   static constexpr int64_t kSpanNs = 3 * kNanosPerSecond;
+  static constexpr int64_t kSettleNs = kNanosPerSecond;
 
  private:
   struct Entry {
@@ -42,6 +46,7 @@ class LiveFigures {
   double PerSecond(uint64_t LiveSample::*counter) const;
   double Grown(uint64_t LiveSample::*counter) const;
 
+  int64_t fromNs_ = 0;
   std::deque<Entry> entries_;  // the first is the newest that is older than the span, if any is
 };
 

@@ -38,7 +38,14 @@ PhoneLink::PhoneLink(const LinkOptions& options, const std::atomic<bool>& interr
 }
 
 LinkResult PhoneLink::Open(std::string& sentence) {
-  if (!options_.tokenFile.empty()) token_ = ReadToken(options_.tokenFile);
+  if (!options_.tokenFile.empty()) {
+    // The plug-in makes a new one at each pairing, which must not be in vain.
+    if (std::string reason; !CanWriteToken(options_.tokenFile, reason)) {
+      sentence = "can't keep the token: " + reason;
+      return LinkResult::Failed;
+    }
+    token_ = ReadToken(options_.tokenFile);
+  }
   LinkResult result = Connect(sentence);
   if (result == LinkResult::Open) result = Pair(options_.waitSeconds * 2, sentence);
   if (result == LinkResult::Open) BeginReading();

@@ -11,6 +11,7 @@ namespace Veldrift {
 namespace {
 
 constexpr int64_t kStandstillNs = kNanosPerSecond;
+constexpr int kHungUpSuspiciously = 2;  // connections in a row
 
 std::string Seconds(int64_t nanos) {
   char text[32];
@@ -88,10 +89,20 @@ std::string Session::WhyLost(int64_t nowNs) const {
   return silentNs >= kSilenceNs ? "no heartbeat came for " + Seconds(silentNs) : "";
 }
 
-bool Session::Watch(int64_t nowNs) {
-  // While this process stood still, nobody read what came.
-  if (nowNs - watchedNs_ > kStandstillNs) wokeNs_ = nowNs;
+// While this process stood still, nobody read what came.
+void Session::NoticeStandstill(int64_t nowNs) {
+  const int64_t sleptNs = parts_.sleptNs ? parts_.sleptNs() : 0;
+  const int64_t stoodNs = nowNs - watchedNs_ + sleptNs - std::exchange(sleptNs_, sleptNs);
   watchedNs_ = nowNs;
+  if (stoodNs <= kStandstillNs) return;
+  wokeNs_ = nowNs;
+  parts_.observer.Tell("this machine or process stood still for " + Seconds(stoodNs) +
+                       ", in which nothing was received");
+  parts_.observer.Woke(nowNs);
+}
+
+bool Session::Watch(int64_t nowNs) {
+  NoticeStandstill(nowNs);
   if (std::string violation = parts_.link.Violation(); !violation.empty()) {
     End(SessionEnd::Broken, std::move(violation));
     return false;
@@ -113,7 +124,10 @@ Adapter::Teller Session::TellObserver() const {
   return [this](const std::string& sentence) { parts_.observer.Tell(sentence); };
 }
 
-bool Session::Lose(const std::string& reason, int64_t nowNs) {
+bool Session::Lose(std::string reason, int64_t nowNs) {
+  const bool soon = nowNs - connectedNs_ < ReconnectBackoff::kLongLifeNs;
+  hungUpSoon_ = parts_.link.Ended() && soon ? hungUpSoon_ + 1 : 0;
+  if (hungUpSoon_ >= kHungUpSuspiciously) reason += ", as it does when another receiver connects";
   // A silent connection ended when it fell silent.
   lostNs_ = parts_.link.Ended() ? nowNs : std::max(parts_.link.LastHeardNs(), connectedNs_);
   waiting_ = reason;
@@ -181,6 +195,7 @@ bool Session::TryAgain() {
 void Session::Resume(int64_t nowNs) {
   ++connections_;
   connectedNs_ = watchedNs_ = nowNs;
+  sleptNs_ = parts_.sleptNs ? parts_.sleptNs() : 0;
   asker_.BeginConnection(nowNs);
   if (parts_.adapter != nullptr) {
     parts_.adapter->BeginConnection(parts_.link, TellObserver(), nowNs);

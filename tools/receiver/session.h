@@ -67,6 +67,8 @@ class SessionObserver {
   virtual void Tell(const std::string& sentence) = 0;
   // Each tick. `waiting`: why there is no connection; empty while there is one.
   virtual void Tick(int64_t nowNs, const std::string& waiting) = 0;
+  // The process, or the machine, stood still until now: what is missing wasn't the network's fault.
+  virtual void Woke(int64_t nowNs) = 0;
 };
 
 // Where the plug-in may be now, if its address can change.
@@ -92,6 +94,8 @@ class Session {
     Clock& clock;
     const std::atomic<bool>& stopped;
     Adapter* adapter = nullptr;  // null: the stream stays as it was asked for
+    // How long the machine has slept so far, as far as the clock leaves that out; may be empty.
+    std::function<int64_t()> sleptNs{};
   };
 
   Session(const SessionOptions& options, Parts parts);
@@ -107,11 +111,12 @@ class Session {
   void End(SessionEnd end, std::string sentence);
   // Each answers whether the session goes on.
   bool Watch(int64_t nowNs);
-  bool Lose(const std::string& reason, int64_t nowNs);
+  bool Lose(std::string reason, int64_t nowNs);
   bool Return(int64_t nowNs);
   bool TryAgain();
   void Resume(int64_t nowNs);
   void LookAround(int64_t nowNs);
+  void NoticeStandstill(int64_t nowNs);
   void Steer(int64_t nowNs);
   Adapter::Teller TellObserver() const;
   std::string SinkFailure() const;
@@ -128,6 +133,8 @@ class Session {
   int64_t connectedNs_ = 0;
   int64_t watchedNs_ = 0;  // the last look at the connection
   int64_t wokeNs_ = 0;     // the process had stood still until then
+  int64_t sleptNs_ = 0;    // at the last look
+  int hungUpSoon_ = 0;     // so many connections in a row did the plug-in end soon
   // Without a connection:
   std::string waiting_;  // why; empty: there is one
   int64_t lostNs_ = 0;

@@ -16,6 +16,20 @@ std::string ReadToken(const std::filesystem::path& file) {
   return printable && token.size() <= kMaxHelloToken ? token : "";
 }
 
+bool CanWriteToken(const std::filesystem::path& file, std::string& error) {
+  std::error_code failed;
+  if (std::filesystem::is_directory(file, failed)) {
+    error = PathText(file) + " is a folder";
+    return false;
+  }
+  std::filesystem::path beside = file;
+  beside += ".try";
+  const bool written = WriteWholeFile(beside, "") == WriteResult::Written;
+  if (!written) error = "can't write " + PathText(file);
+  std::filesystem::remove(beside, failed);
+  return written;
+}
+
 bool WriteToken(const std::filesystem::path& file, const std::string& token, std::string& error) {
   std::filesystem::path beside = file;
   beside += ".tmp";

@@ -38,6 +38,10 @@ class ViewWindow : public SessionObserver {
 
   void Tell(const std::string& sentence) override;
   void Tick(int64_t nowNs, const std::string& waiting) override;
+  void Woke(int64_t nowNs) override {
+    figures_.BeginAnew(nowNs);
+    terminal_.Woke(nowNs);
+  }
 
  private:
   // What the session's thread knows, for the window.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 namespace Veldrift {
 namespace {
@@ -16,10 +17,17 @@ constexpr int kLookMillis = 50;  // for GiveUp
 
 }  // namespace
 
-std::unique_ptr<OutputPipe> OutputPipe::TakeStandardOutput() {
-  if (isatty(STDOUT_FILENO)) return nullptr;
+std::unique_ptr<OutputPipe> OutputPipe::TakeStandardOutput(std::string& sentence) {
+  if (isatty(STDOUT_FILENO)) {
+    sentence = "standard output is a terminal; pipe it into a player";
+    return nullptr;
+  }
   const int taken = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-  if (taken < 0) return nullptr;
+  if (taken < 0) {
+    sentence = errno == EBADF ? "standard output is closed; pipe it into a player"
+                              : std::string("can't take standard output: ") + std::strerror(errno);
+    return nullptr;
+  }
   std::fflush(stdout);
   dup2(STDERR_FILENO, STDOUT_FILENO);
   return std::make_unique<OutputPipe>(taken);

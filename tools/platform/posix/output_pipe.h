@@ -8,14 +8,15 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <string>
 
 namespace Veldrift {
 
 class OutputPipe {
  public:
-  // From now on what this process prints on standard output goes to standard error. Null if
-  // standard output is closed, or a terminal, on which nobody wants bytes.
-  static std::unique_ptr<OutputPipe> TakeStandardOutput();
+  // From now on what this process prints on standard output goes to standard error. Null, with a
+  // sentence, if standard output is closed, or a terminal, on which nobody wants bytes.
+  static std::unique_ptr<OutputPipe> TakeStandardOutput(std::string& sentence);
   // Writes to that descriptor, and closes it in the end.
   explicit OutputPipe(int descriptor) : descriptor_(descriptor) {}
   ~OutputPipe();

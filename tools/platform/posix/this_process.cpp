@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 #include <sys/utsname.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,6 +38,16 @@ double ProcessCpuSeconds() {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
   };
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+int64_t SleptNanos() {
+  const auto read = [](clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  };
+  const int64_t awake = read(CLOCK_MONOTONIC);
+  return read(CLOCK_BOOTTIME) - awake;
 }
 
 ProcessResources CountProcessResources() {
