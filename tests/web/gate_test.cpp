@@ -178,14 +178,13 @@ class Remote : public testing::Test {
   }
   void Tick(bool connected, double seconds = 0) {
     nowNs_ += int64_t(seconds * 1e9);
-    remote_.Tick(link_, connected, epochs_, nowNs_);
+    remote_.Tick(link_, connected, nowNs_);
   }
 
   using Texts = std::vector<std::string>;
   ScriptClock clock_;
   FakeLink link_{clock_};
   int64_t nowNs_ = kNanosPerSecond;
-  uint64_t epochs_ = 0;
   WebRemote remote_{{*ParseWebCommand("codec=h264"), *ParseWebCommand("gop=long")}};
 };
 
@@ -219,25 +218,6 @@ TEST_F(Remote, TellsAPlugInThatWasStartedAnewWhatPagesHadSet) {
   Tick(true, 0.3);
   EXPECT_EQ(Sent(), (Texts{"codec=hevc", "size=540"}));
   Tick(true, 0.3);
-  EXPECT_EQ(Sent(), Texts{});
-}
-
-// With the first picture of another size the plug-in falls back to a quality of its own.
-TEST_F(Remote, TellsTheQualityAgainBehindEachChangeOfSize) {
-  Tick(true);
-  ++epochs_;
-  Tick(true, 1);
-  EXPECT_EQ(Sent(), Texts{});  // nobody has set one
-  Offer("quality=30");
-  Offer("size=360");
-  Tick(true);
-  EXPECT_EQ(Sent(), (Texts{"quality=30", "size=360"}));
-  Tick(true, 10);  // a paused host: the size has yet to change
-  EXPECT_EQ(Sent(), Texts{});
-  ++epochs_;
-  Tick(true);
-  EXPECT_EQ(Sent(), Texts{"quality=30"});
-  Tick(true);
   EXPECT_EQ(Sent(), Texts{});
 }
 

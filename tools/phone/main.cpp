@@ -127,6 +127,7 @@ class Phone {
   MediaReceiver receiver_;
   PhoneLink link_;
   std::unique_ptr<Adapter> adapter_;
+  EncoderModeKeeper modes_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
   SessionObserver* observer_ = &screen_;  // passes on to the others
@@ -178,7 +179,7 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
                    : nullptr),
       view_(options.view ? std::make_unique<LiveView>() : nullptr),
       decoding_(snapshots_.get(), Viewer()),
-      sinks_{&decoding_},
+      sinks_{&decoding_, &modes_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
       adapter_(MakeAdapter(options, receiver_, link_)),
@@ -242,7 +243,8 @@ Session::Parts Phone::Parts() {
           canMove ? &whereabouts_ : nullptr,
           SystemClock(),
           interrupted_,
-          adapter_.get()};
+          adapter_.get(),
+          &modes_};
 }
 
 Findings Phone::Judgement(SessionResult session) const {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "net/control_protocol.h"
 #include "web_command.h"
 
 namespace Veldrift {
@@ -32,12 +31,7 @@ void WebRemote::Repeat(ControlLink& link) {
   repeated_ = true;
 }
 
-void WebRemote::RepeatQuality(ControlLink& link) const {
-  const auto mode = settings_.find(kSetEncoderMode);
-  if (mode != settings_.end()) link.Send(mode->second);
-}
-
-void WebRemote::Tick(ControlLink& link, bool connected, uint64_t epochs, int64_t nowNs) {
+void WebRemote::Tick(ControlLink& link, bool connected, int64_t nowNs) {
   if (connected && !std::exchange(wasConnected_, connected)) {
     connectedNs_ = nowNs;
     repeated_ = false;
@@ -51,7 +45,6 @@ void WebRemote::Tick(ControlLink& link, bool connected, uint64_t epochs, int64_t
     if (!connected) waiting_.clear();  // a key that comes a minute later surprises
   }
   if (connected && !repeated_ && nowNs - connectedNs_ >= kSettleNs) Repeat(link);
-  if (std::exchange(epochs_, epochs) != epochs && connected) RepeatQuality(link);
   for (const Command& command : due) {
     link.Send(command);
     if (WebSettingText(command).empty()) continue;

@@ -59,7 +59,7 @@ bool WebView::Start(std::string& sentence) {
 
 void WebView::Tick(int64_t nowNs, const std::string& waiting) {
   sink_.Tick();
-  remote_.Tick(link_, waiting.empty(), broadcast_.Epochs(), nowNs);
+  remote_.Tick(link_, waiting.empty(), nowNs);
   if (nowNs >= nextNewsNs_) {
     nextNewsNs_ = nowNs + kNewsNs;
     PublishNews(nowNs, waiting);

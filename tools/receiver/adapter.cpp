@@ -12,10 +12,6 @@ namespace {
 constexpr std::byte kQualityMode{1};
 constexpr std::byte kIntraGop{0};
 constexpr std::byte kLongGop{3};
-// An encoder begins another size with a quality of its own, at a picture that the host has yet to
-// push.
-constexpr int64_t kRepeatsNs[] = {40 * kNanosPerMilli, 80 * kNanosPerMilli, 150 * kNanosPerMilli,
-                                  300 * kNanosPerMilli, 1000 * kNanosPerMilli};
 
 AdaptationLimits WithSource(AdaptationLimits limits) {
   if (limits.shortSide == 0) limits.shortSide = AdaptationLimits{}.shortSide;
@@ -34,7 +30,6 @@ Adapter::Adapter(const AdaptationLimits& limits, std::function<ArrivalCounters()
 void Adapter::Take(const SharedFrame& frame) {
   if (frame->stream != StreamType::Video) return;
   const MutexLock lock(mutex_);
-  keyFrameCame_ = keyFrameCame_ || frame->keyFrame;
   policy_.NotePicture({frame->data.size(), frame->keyFrame, frame->firstDatagramNs, frame->wholeNs,
                        frame->sendTimeMicros});
 }
@@ -58,10 +53,8 @@ void Adapter::Steer(ControlLink& link, const Teller& tell, int64_t nowNs) {
   const ArrivalCounters arrivals = arrivals_();
   const uint16_t source = sourceShortSide_();
   std::optional<Adaptation::Step> step;
-  bool keyFrameCame = false;
   {
     const MutexLock lock(mutex_);
-    keyFrameCame = std::exchange(keyFrameCame_, false);
     if (source != 0) {
       policy_.SetShortSide(mostShortSide_ == 0 ? source : std::min(source, mostShortSide_));
     }
@@ -71,33 +64,20 @@ void Adapter::Steer(ControlLink& link, const Teller& tell, int64_t nowNs) {
     ++report_.steps;
     Obey(*step, link, tell, nowNs);
   }
-  // The size may change with the first picture after a long pause only.
-  if (keyFrameCame && !setting_.intra) SendQuality(link);
-  while (!repeatNs_.empty() && nowNs >= repeatNs_.front()) {
-    repeatNs_.pop_front();
-    SendQuality(link);
-  }
-}
-
-void Adapter::SendQuality(ControlLink& link) const {
-  link.Send({kSetEncoderMode, {kQualityMode, std::byte(setting_.quality)}});
 }
 
 void Adapter::Obey(const Adaptation::Step& step, ControlLink& link, const Teller& tell,
                    int64_t nowNs) {
   const StreamSetting& wanted = step.setting;
-  const bool resized = !known_ || wanted.shortSide != setting_.shortSide;
   if (!known_ || wanted.intra != setting_.intra) {
     link.Send({kSetGopMode, {wanted.intra ? kIntraGop : kLongGop}});
   }
-  if (resized) link.Send(MaxResolutionCommand(wanted.shortSide));
+  if (!known_ || wanted.shortSide != setting_.shortSide) {
+    link.Send(MaxResolutionCommand(wanted.shortSide));
+  }
+  link.Send({kSetEncoderMode, {kQualityMode, std::byte(wanted.quality)}});
   setting_ = report_.setting = wanted;
   known_ = true;
-  SendQuality(link);
-  repeatNs_.clear();
-  if (resized) {
-    for (const int64_t laterNs : kRepeatsNs) repeatNs_.push_back(nowNs + laterNs);
-  }
   if (report_.entries.size() < AdapterReport::kMostKept) {
     report_.entries.push_back({nowNs, step.sentence});
   }

@@ -51,17 +51,14 @@ class Adapter : public FrameSink {
 
  private:
   void Obey(const Adaptation::Step& step, ControlLink& link, const Teller& tell, int64_t nowNs);
-  void SendQuality(ControlLink& link) const;
 
   const uint16_t mostShortSide_;  // 0: no limit but the source
   const std::function<ArrivalCounters()> arrivals_;
   const std::function<uint16_t()> sourceShortSide_;
   mutable Mutex mutex_;
   Adaptation policy_ VD_GUARDED_BY(mutex_);
-  bool keyFrameCame_ VD_GUARDED_BY(mutex_) = false;
   StreamSetting setting_;
-  bool known_ = false;            // what the plug-in has of `setting_`
-  std::deque<int64_t> repeatNs_;  // when the quality is sent again
+  bool known_ = false;  // what the plug-in has of `setting_`
   AdapterReport report_;
 };
 

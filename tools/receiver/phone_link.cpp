@@ -176,6 +176,7 @@ void PhoneLink::Send(const Command& command) {
     if (sent_.size() < kMostRemembered) sent_.push_back({command, SteadyNanos(), std::nullopt});
   }
   client_->Send(command.opcode, command.payload);
+  if (listener_) listener_(command);
 }
 
 void PhoneLink::SendDue(int64_t nowNs) {

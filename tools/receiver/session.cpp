@@ -21,10 +21,19 @@ std::string Seconds(int64_t nanos) {
 }  // namespace
 
 Session::Session(const SessionOptions& options, Parts parts)
-    : options_(options), parts_(std::move(parts)), places_{options.host} {}
+    : options_(options), parts_(std::move(parts)), places_{options.host} {
+  if (parts_.modes == nullptr) return;
+  parts_.link.TellSent(
+      [this](const Command& command) { parts_.modes->NoteSent(command, parts_.clock.NowNanos()); });
+}
+
+void Session::Begin(uint32_t number) {
+  parts_.beginConnection(number);
+  if (parts_.modes != nullptr) parts_.modes->BeginConnection();
+}
 
 SessionResult Session::Run() {
-  parts_.beginConnection(1);
+  Begin(1);
   result_.link = parts_.link.Open(result_.sentence);
   result_.startNs = parts_.clock.NowNanos();
   if (result_.link == LinkResult::Open) {
@@ -99,6 +108,7 @@ bool Session::Watch(int64_t nowNs) {
   if (const std::string reason = WhyLost(nowNs); !reason.empty()) return Lose(reason, nowNs);
   parts_.link.SendDue(nowNs);
   Steer(nowNs);
+  KeepMode(nowNs);
   if (asker_.Due(WantsKeyFrame(), nowNs)) parts_.link.Send({kRequestIdr, {}});
   return true;
 }
@@ -107,6 +117,11 @@ void Session::Steer(int64_t nowNs) {
   if (parts_.adapter == nullptr) return;
   parts_.adapter->Steer(parts_.link, TellObserver(), nowNs);
   asker_.SetTravel(parts_.adapter->KeyFrameTravelNs());
+}
+
+void Session::KeepMode(int64_t nowNs) {
+  if (parts_.modes == nullptr) return;
+  if (const auto again = parts_.modes->Due(nowNs)) parts_.link.Send(*again);
 }
 
 Adapter::Teller Session::TellObserver() const {
@@ -152,7 +167,7 @@ bool Session::Return(int64_t nowNs) {
 
 bool Session::TryAgain() {
   const Ipv4Endpoint place = places_[tries_++ % places_.size()];
-  parts_.beginConnection(connections_ + 1);
+  Begin(connections_ + 1);
   std::string reason;
   const LinkResult link = parts_.link.Reopen(place, reason);
   const int64_t nowNs = parts_.clock.NowNanos();

@@ -16,6 +16,7 @@
 #include "support/clock.h"
 #include "tools/receiver/adapter.h"
 #include "tools/receiver/control_link.h"
+#include "tools/receiver/encoder_mode_keeper.h"
 #include "tools/receiver/frame_sink.h"
 #include "tools/receiver/key_frame_asker.h"
 #include "tools/receiver/reconnect_backoff.h"
@@ -91,10 +92,14 @@ class Session {
     PluginWhereabouts* whereabouts;  // null: it stays where it is
     Clock& clock;
     const std::atomic<bool>& stopped;
-    Adapter* adapter = nullptr;  // null: the stream stays as it was asked for
+    Adapter* adapter = nullptr;          // null: the stream stays as it was asked for
+    EncoderModeKeeper* modes = nullptr;  // null: an encoder may forget its mode
   };
 
   Session(const SessionOptions& options, Parts parts);
+  ~Session() { parts_.link.TellSent({}); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 
   SessionResult Run();
 
@@ -104,6 +109,8 @@ class Session {
 
  private:
   bool Step();
+  // The connection that is tried for is of this number.
+  void Begin(uint32_t number);
   void End(SessionEnd end, std::string sentence);
   // Each answers whether the session goes on.
   bool Watch(int64_t nowNs);
@@ -113,6 +120,7 @@ class Session {
   void Resume(int64_t nowNs);
   void LookAround(int64_t nowNs);
   void Steer(int64_t nowNs);
+  void KeepMode(int64_t nowNs);
   Adapter::Teller TellObserver() const;
   std::string SinkFailure() const;
   bool SinkDone() const;
