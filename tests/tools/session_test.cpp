@@ -349,6 +349,44 @@ TEST_F(SessionRun, AnEncoderThatForgetsItsQualityWithEachSizeIsToldItAgain) {
   EXPECT_EQ(qualities.back(), 10);
 }
 
+// The first size that each connection is asked for.
+TEST_F(SessionRun, AdaptingGoesOnWhereItWasButNotAtAnotherAddress) {
+  for (const bool moves : {false, true}) {
+    SCOPED_TRACE(moves);
+    ArrivalCounters arrivals;
+    adapter_ = std::make_unique<Adapter>(
+        AdaptationLimits{}, [&] { return arrivals; }, [] { return uint16_t{1080}; });
+    const double start = double(clock_.NowNanos()) / 1e9;
+    for (int i = 0; i < 180; ++i) {
+      clock_.At(start + i / 30.0, [&] { ++arrivals.framesWhole, ++arrivals.datagrams; });
+      clock_.At(start + i / 30.0, [&] {
+        auto frame = std::make_shared<WholeFrame>();
+        frame->data.resize(1'000);
+        frame->firstDatagramNs = frame->wholeNs = clock_.NowNanos();
+        adapter_->Take(frame);
+      });
+    }
+    link_.lives = 7;
+    if (moves) {
+      clock_.At(start + 6.5, [this] {
+        link_.port = 2;
+        seen_ = {{7, 2}};
+      });
+    }
+    options_.seconds = 12;
+    link_.sent.clear();
+    Run();
+    std::vector<int> first;
+    bool begins = false;
+    for (const Command& command : link_.sent) {
+      begins = begins || command.opcode == kSetGopMode;
+      if (command.opcode != kSetMaxResolution || !std::exchange(begins, false)) continue;
+      first.push_back(int(command.payload[0]) + 256 * int(command.payload[1]));
+    }
+    EXPECT_EQ(first, moves ? (std::vector<int>{720, 720}) : (std::vector<int>{720, 1080}));
+  }
+}
+
 // 30 pictures a second over a network that has room until it is full; then the connection is made
 // anew.
 TEST_F(SessionRun, AdaptingAsksForWhatTheNetworkCarriesAndTellsEachStep) {

@@ -62,6 +62,7 @@ void PhoneLink::BeginReading() {
   known_ = true;
   settingsDone_ = 0;
   nextCommandNs_ = 0;
+  sourceShortSide_ = 0;
   client_->StartReading([this](const StatusMessage& message) { Note(message); });
   SendDue(SteadyNanos());
 }

@@ -37,7 +37,7 @@ SessionResult Session::Run() {
   result_.link = parts_.link.Open(result_.sentence);
   result_.startNs = parts_.clock.NowNanos();
   if (result_.link == LinkResult::Open) {
-    Resume(result_.startNs);
+    Resume(options_.host, result_.startNs);
     while (Step()) parts_.clock.SleepFor(kTickNs);
   }
   result_.endNs = parts_.clock.NowNanos();
@@ -174,7 +174,7 @@ bool Session::TryAgain() {
   switch (link) {
     case LinkResult::Open:
       places_ = {place};
-      Resume(nowNs);
+      Resume(place, nowNs);
       return true;
     case LinkResult::Interrupted:  // seen at the next step
       return true;
@@ -193,12 +193,14 @@ bool Session::TryAgain() {
   return false;
 }
 
-void Session::Resume(int64_t nowNs) {
-  ++connections_;
+void Session::Resume(const Ipv4Endpoint& place, int64_t nowNs) {
+  // What was found out about the way to another place says nothing about this one.
+  const bool sameNetwork = connections_++ > 0 && place.address == address_;
+  address_ = place.address;
   connectedNs_ = watchedNs_ = nowNs;
   asker_.BeginConnection(nowNs);
   if (parts_.adapter != nullptr) {
-    parts_.adapter->BeginConnection(parts_.link, TellObserver(), nowNs);
+    parts_.adapter->BeginConnection(parts_.link, TellObserver(), sameNetwork, nowNs);
   }
   if (waiting_.empty()) return;
   waiting_.clear();

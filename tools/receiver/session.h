@@ -117,7 +117,7 @@ class Session {
   bool Lose(const std::string& reason, int64_t nowNs);
   bool Return(int64_t nowNs);
   bool TryAgain();
-  void Resume(int64_t nowNs);
+  void Resume(const Ipv4Endpoint& place, int64_t nowNs);
   void LookAround(int64_t nowNs);
   void Steer(int64_t nowNs);
   void KeepMode(int64_t nowNs);
@@ -133,6 +133,7 @@ class Session {
   ReconnectBackoff backoff_;
   KeyFrameAsker asker_;
   uint32_t connections_ = 0;
+  uint32_t address_ = 0;  // of the last connection's plug-in
   int64_t connectedNs_ = 0;
   int64_t watchedNs_ = 0;  // the last look at the connection
   int64_t wokeNs_ = 0;     // the process had stood still until then
