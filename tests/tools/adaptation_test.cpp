@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include "tests/tools/simulated_link.h"
 
@@ -130,6 +131,23 @@ TEST(Adaptation, TakesASizesLargeFirstPicturesForNoFullNetwork) {
   EXPECT_EQ(stream.Setting().shortSide, 1080);
   EXPECT_LE(stream.P99(), 150);
   if (testing::Test::HasFailure()) Print(stream);
+}
+
+// There is room for all of them but the key frames: at 15 Mbit/s those of quality 60 take 78 ms.
+TEST(Adaptation, AsksForNoKeyFramesThatHoldUpTheRest) {
+  for (const auto& [megabits, most] : {std::pair(15, StreamSetting{1080, 70, false}),
+                                       std::pair(50, StreamSetting{1080, 80, false}),
+                                       std::pair(5, StreamSetting{720, 50, false})}) {
+    SCOPED_TRACE(megabits);
+    SimulatedStream stream(true);
+    stream.link = {double(megabits), 1e6, 0};
+    stream.keyFrameBytes = 98e3;
+    stream.otherBytes = 2e3;
+    stream.forgets = true;
+    stream.Run(30);
+    EXPECT_EQ(stream.Setting(), most);
+    if (testing::Test::HasFailure()) Print(stream);
+  }
 }
 
 // One that lost and got better takes the key frames only back.

@@ -43,9 +43,7 @@ class Adapting : public testing::Test {
     adapter_.Take(frame);
   }
   bool Wish(const Command& command) { return adapter_.Wish(command); }
-  static Command Quality(int percent) {
-    return {kSetEncoderMode, {kQuality, std::byte(percent)}};
-  }
+  static Command Quality(int percent) { return {kSetEncoderMode, {kQuality, std::byte(percent)}}; }
 
   // What was sent since the last look: "g3 s720 q40".
   std::string Sent() {

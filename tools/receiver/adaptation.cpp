@@ -32,6 +32,9 @@ constexpr double kWorthLarger = 0.05;
 constexpr double kWorthSmaller = 0.1;
 constexpr double kEnoughDatagrams = 800;  // that tell the share of losses
 constexpr size_t kFewestPictures = 8;     // that tell a size, or that a stream flows
+constexpr double kEncodersQuality = 75;   // with which it begins a size
+constexpr double kLongestKeyFrameNs = 120 * kNanosPerMilli;
+constexpr double kLongestFirstNs = 350 * kNanosPerMilli;  // once a size
 constexpr double kStartSide = 720;
 constexpr double kStartQuality = 40;
 constexpr double kIntraCost = 4;  // times the rate, on a network whose limit has been met
@@ -140,7 +143,10 @@ StreamSetting Adaptation::BeginConnection(bool sameNetwork, int64_t nowNs) {
 // ---- Measuring -------------------------------------------------------------------------------
 
 void Adaptation::NotePicture(const PictureArrival& picture) {
-  if (picture.keyFrame) keyFrameBytes_ = double(picture.bytes);
+  if (picture.keyFrame) {
+    keyFrameBytes_ = double(picture.bytes);
+    keyFrameNs_ = picture.wholeNs - picture.firstNs;
+  }
   pictures_.push_back(picture);
   while (picture.wholeNs - pictures_.front().wholeNs > kWindowNs) pictures_.pop_front();
   const int64_t trainNs = picture.wholeNs - picture.firstNs;
@@ -331,6 +337,18 @@ std::optional<Adaptation::Step> Adaptation::AnswerRadio(int64_t nowNs) {
   return Settle(why, nowNs);
 }
 
+// Whether the key frames of the next step would keep everything behind them waiting for too long,
+// by what the last one of this took; with another size also its first, in the encoder's own
+// quality.
+bool Adaptation::KeyFrameHoldsUp() const {
+  const Rung& now = ladder_[rung_];
+  const Rung& next = ladder_[rung_ + 1];
+  const auto lasts = [&](double weight) { return double(keyFrameNs_) * weight / now.weight; };
+  if (lasts(next.weight) > kLongestKeyFrameNs) return true;
+  return next.shortSide != now.shortSide &&
+         lasts(WeightOf(next.shortSide, kEncodersQuality)) > kLongestFirstNs;
+}
+
 bool Adaptation::MayClimb(int64_t nowNs) const {
   if (rung_ + 1 >= ladder_.size()) return false;
   const int64_t wait = metLimit_ ? kClimbNs : kFirstClimbNs;
@@ -338,6 +356,7 @@ bool Adaptation::MayClimb(int64_t nowNs) const {
   const double weight = ladder_[rung_ + 1].weight;
   if (nowNs < failedUntilNs_ && weight >= failedWeight_) return false;
   const double growth = weight / ladder_[rung_].weight;
+  if (KeyFrameHoldsUp()) return false;
   const Change last = Since(std::max(nowNs - kWindowNs, changedNs_));
   if (last.whole <= 0) return false;
   if (trainRates_.size() >= kFewestTrains) {

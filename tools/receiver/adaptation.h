@@ -123,6 +123,7 @@ class Adaptation {
   std::optional<Step> AnswerRadio(int64_t nowNs);
   std::optional<Step> Climb(int64_t nowNs);
   bool MayClimb(int64_t nowNs) const;
+  bool KeyFrameHoldsUp() const;
   double ArrivingShare(size_t rung, double lossShare) const;
   size_t BestRungFor(double lossShare) const;
   Step Down(double factor, const std::string& why, int64_t nowNs);
@@ -152,7 +153,8 @@ class Adaptation {
   int64_t drainedNs_ = 0;
   int64_t drainPatienceNs_ = kSettleNs;
   double carriesBitsPerSecond_ = 0;  // what came while there was too much; 0: not known
-  double keyFrameBytes_ = 0;
+  double keyFrameBytes_ = 0;         // the last one's
+  int64_t keyFrameNs_ = 0;           // from its first datagram to its last
   std::deque<Entry> entries_;
   std::deque<PictureArrival> pictures_;  // of the last second
   // Smallest time on the way, of a first datagram, in this and in the period before.
