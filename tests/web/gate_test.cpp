@@ -139,6 +139,7 @@ TEST(PageCommand, IsOneOfFew) {
       {"codec=hevc", 0x05, {0}},
       {"gop=intra", 0x04, {0}},
       {"gop=long", 0x04, {3}},
+      {"gop=auto", 0x04, {2}},
       {"size=720", 0x07, {0xD0, 0x02}},
       {"size=65535", 0x07, {255, 255}},
       {"quality=30", 0x08, {1, 30}},
@@ -202,6 +203,42 @@ TEST_F(Remote, BringsKeysToTheHostOnceAndNeverLate) {
   EXPECT_EQ(Offer("play"), WebRemote::Answer::NoConnection);
   Tick(true, 1);
   EXPECT_EQ(Sent(), Texts{});
+}
+
+// It alone asks the plug-in for them, so that they don't fight.
+TEST_F(Remote, LeavesSizeQualityAndKeyFramesToAnAdapter) {
+  ArrivalCounters arrivals;
+  uint16_t source = 1080;
+  Adapter adapter(
+      {0, 80}, [&] { return arrivals; }, [&] { return source; });
+  WebRemote remote({*ParseWebCommand("codec=h264")}, &adapter);
+  std::string said;
+  const auto tick = [&](bool connected) {
+    nowNs_ += kNanosPerSecond;
+    if (connected)
+      adapter.Steer(
+          link_, [&](const std::string& text) { said = text; }, nowNs_);
+    remote.Tick(link_, connected, nowNs_);
+  };
+  const auto offer = [&](const char* text) { remote.Offer(*ParseWebCommand(text), nowNs_); };
+  adapter.BeginConnection(
+      link_, [](const std::string&) {}, false, nowNs_);
+  EXPECT_EQ(remote.Settings(), (Texts{"gop=auto", "codec=h264", "size=0", "quality=80"}));
+  EXPECT_EQ(Sent(), (Texts{"gop=long", "size=720", "quality=40"}));
+  tick(true);
+  for (const char* text : {"size=360", "gop=short", "codec=hevc", "play"}) offer(text);
+  tick(true);
+  EXPECT_EQ(Sent(), (Texts{"codec=hevc", "play"}));
+  tick(true);
+  EXPECT_EQ(Sent(), (Texts{"gop=short", "size=360", "quality=60"}));
+  EXPECT_EQ(said, "as asked for: 360p, quality 60");
+  EXPECT_EQ(remote.Settings(), (Texts{"gop=short", "codec=hevc", "size=360", "quality=80"}));
+  tick(false);
+  adapter.BeginConnection(
+      link_, [](const std::string&) {}, true, nowNs_);
+  EXPECT_EQ(Sent(), (Texts{"gop=short", "size=360", "quality=60"}));
+  for (int i = 0; i < 3; ++i) tick(true);
+  EXPECT_EQ(Sent(), Texts{"codec=hevc"});  // alone
 }
 
 TEST_F(Remote, TellsAPlugInThatWasStartedAnewWhatPagesHadSet) {

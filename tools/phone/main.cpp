@@ -189,7 +189,8 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
   if (live_) sinks_.push_back(live_.get());
   if (adapter_) sinks_.push_back(adapter_.get());
   if (options.web.on) {
-    web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, *observer_);
+    web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_,
+                                     adapter_.get(), *observer_);
     sinks_.push_back(&web_->Sink());
     observer_ = web_.get();
   }

@@ -7,8 +7,14 @@
 
 namespace Veldrift {
 
-WebRemote::WebRemote(const std::vector<Command>& settings) {
+WebRemote::WebRemote(const std::vector<Command>& settings, Adapter* adapter) : adapter_(adapter) {
   for (const Command& command : settings) Note(command);
+  if (adapter == nullptr) return;
+  for (const Command& command : adapter->Wishes()) Note(command);
+}
+
+void WebRemote::Deliver(const Command& command, ControlLink& link) {
+  if (adapter_ == nullptr || !adapter_->Wish(command)) link.Send(command);
 }
 
 void WebRemote::Note(const Command& command) {
@@ -27,7 +33,7 @@ WebRemote::Answer WebRemote::Offer(const Command& command, int64_t nowNs) {
 }
 
 void WebRemote::Repeat(ControlLink& link) {
-  for (const auto& [opcode, command] : asked_) link.Send(command);
+  for (const auto& [opcode, command] : asked_) Deliver(command, link);
   repeated_ = true;
 }
 
@@ -46,7 +52,7 @@ void WebRemote::Tick(ControlLink& link, bool connected, int64_t nowNs) {
   }
   if (connected && !repeated_ && nowNs - connectedNs_ >= kSettleNs) Repeat(link);
   for (const Command& command : due) {
-    link.Send(command);
+    Deliver(command, link);
     if (WebSettingText(command).empty()) continue;
     settings_[command.opcode] = asked_[command.opcode] = command;
   }

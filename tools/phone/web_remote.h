@@ -12,6 +12,7 @@
 
 #include "platform/mutex.h"
 #include "support/clock.h"
+#include "tools/receiver/adapter.h"
 #include "tools/receiver/commands.h"
 #include "tools/receiver/control_link.h"
 
@@ -21,8 +22,9 @@ class WebRemote {
  public:
   enum class Answer { Taken, TooMany, NoConnection };
 
-  // `settings` are sent at the start of each connection by others, and count as set.
-  explicit WebRemote(const std::vector<Command>& settings);
+  // `settings` are sent at the start of each connection by others, and count as set. What is an
+  // adapter's matter is wished for there instead of sent; null: there is none.
+  explicit WebRemote(const std::vector<Command>& settings, Adapter* adapter = nullptr);
 
   Answer Offer(const Command& command, int64_t nowNs);
 
@@ -39,8 +41,10 @@ class WebRemote {
 
  private:
   void Note(const Command& command);
+  void Deliver(const Command& command, ControlLink& link);
   void Repeat(ControlLink& link);
 
+  Adapter* const adapter_;
   std::map<uint8_t, Command> settings_;  // by opcode
   std::map<uint8_t, Command> asked_;     // of them, by pages
   bool wasConnected_ = false;
