@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include "tests/tools/simulated_link.h"
 
@@ -49,6 +50,12 @@ const Case kCases[] = {
     {"50 Mbit/s and 3 % lost", {50, 256e3, 0.03}, 0.9, 150, true},
 };
 
+void Print(const SimulatedStream& stream) {
+  for (size_t i = 0; i < stream.steps.size(); ++i) {
+    std::printf("%6.2f %s\n", stream.stepSeconds[i], stream.steps[i].sentence.c_str());
+  }
+}
+
 TEST(Adaptation, KeepsAPictureOnEveryNetwork) {
   for (const Case& each : kCases) {
     SCOPED_TRACE(each.name);
@@ -60,11 +67,7 @@ TEST(Adaptation, KeepsAPictureOnEveryNetwork) {
     EXPECT_GE(stream.firstSeconds, 0);
     EXPECT_LT(stream.firstSeconds, 3);
     EXPECT_EQ(stream.Setting().intra, each.intra);
-    if (testing::Test::HasFailure()) {
-      for (size_t i = 0; i < stream.steps.size(); ++i) {
-        std::printf("%6.2f %s\n", stream.stepSeconds[i], stream.steps[i].sentence.c_str());
-      }
-    }
+    if (testing::Test::HasFailure()) Print(stream);
   }
 }
 
@@ -116,6 +119,37 @@ TEST(Adaptation, GoesDownFastAndUpSlowly) {
   EXPECT_EQ(stream.Setting(), (StreamSetting{1080, 80, false}));
 }
 
+// The first pictures of a size fill the queue of a link that carries the rest with ease.
+TEST(Adaptation, TakesASizesLargeFirstPicturesForNoFullNetwork) {
+  SimulatedStream stream(true);
+  stream.link = {15, 1e6, 0};
+  stream.keyFrameBytes = 98e3;
+  stream.otherBytes = 10e3;
+  stream.forgets = true;
+  stream.Run(30);
+  EXPECT_EQ(StepsDown(stream, 0), 0U);
+  EXPECT_EQ(stream.Setting().shortSide, 1080);
+  EXPECT_LE(stream.P99(), 150);
+  if (testing::Test::HasFailure()) Print(stream);
+}
+
+// There is room for all of them but the key frames: at 15 Mbit/s those of quality 60 take 78 ms.
+TEST(Adaptation, AsksForNoKeyFramesThatHoldUpTheRest) {
+  for (const auto& [megabits, most] : {std::pair(15, StreamSetting{1080, 70, false}),
+                                       std::pair(50, StreamSetting{1080, 80, false}),
+                                       std::pair(5, StreamSetting{720, 50, false})}) {
+    SCOPED_TRACE(megabits);
+    SimulatedStream stream(true);
+    stream.link = {double(megabits), 1e6, 0};
+    stream.keyFrameBytes = 98e3;
+    stream.otherBytes = 2e3;
+    stream.forgets = true;
+    stream.Run(30);
+    EXPECT_EQ(stream.Setting(), most);
+    if (testing::Test::HasFailure()) Print(stream);
+  }
+}
+
 // One that lost and got better takes the key frames only back.
 TEST(Adaptation, ForgivesARadio) {
   SimulatedStream stream(true);
@@ -134,7 +168,7 @@ TEST(Adaptation, KeepsToItsLimits) {
   for (const int side : {144, 480, 720, 2160}) {
     for (const int quality : {5, 40, 100}) {
       Adaptation policy({uint16_t(side), uint8_t(quality)});
-      policy.BeginConnection(0);
+      policy.BeginConnection(false, 0);
       ArrivalCounters counters;
       for (int64_t nowNs = 0; nowNs < 60 * kNanosPerSecond; nowNs += kNanosPerSecond / 30) {
         ++counters.framesWhole;

@@ -45,6 +45,7 @@ class FakeLink : public ControlLink {
   double lives = 1e6;  // seconds until it ends a connection
   bool beats = true;   // heartbeats come
   std::string violation;
+  std::vector<Command> settings;  // sent at the start of each connection
 
   std::vector<double> tries;  // seconds
   std::vector<uint16_t> ports;
@@ -58,13 +59,20 @@ class FakeLink : public ControlLink {
     if (result != LinkResult::Open) sentence = "nobody there";
     open_ = result == LinkResult::Open;
     openedNs_ = lastHeardNs_ = clock_.NowNanos();
+    if (open_) std::ranges::for_each(settings, [this](const Command& each) { Send(each); });
     return result;
   }
 
   void SendDue(int64_t nowNs) override {
     if (beats) lastHeardNs_ = nowNs;
   }
-  void Send(const Command& command) override { sent.push_back(command); }
+  void Send(const Command& command) override {
+    sent.push_back(command);
+    if (listener_) listener_(command);
+  }
+  void TellSent(std::function<void(const Command&)> listener) override {
+    listener_ = std::move(listener);
+  }
   bool Ended() const override {
     return !open_ || clock_.NowNanos() - openedNs_ >= int64_t(lives * 1e9);
   }
@@ -75,6 +83,7 @@ class FakeLink : public ControlLink {
 
  private:
   ScriptClock& clock_;
+  std::function<void(const Command&)> listener_;
   bool open_ = false;
   int64_t openedNs_ = 0;
   int64_t lastHeardNs_ = 0;

@@ -8,6 +8,7 @@
 #include <deque>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "net/framing.h"
@@ -27,13 +28,15 @@ struct SimulatedLink {
 class SimulatedStream {
  public:
   explicit SimulatedStream(bool adapts) : adapts_(adapts), policy_(AdaptationLimits{}) {
-    Obey(policy_.BeginConnection(0));
+    Obey({policy_.BeginConnection(false, 0), "begins"});
   }
 
   SimulatedLink link;
   // Of a picture of 1080p in quality 50, which is neither an easy nor a hard one.
   double keyFrameBytes = 90e3;
   double otherBytes = 22e3;
+  // It begins each size with a quality of 75, and each quality with a key frame.
+  bool forgets = false;
 
   int pictures = 0;
   int decoded = 0;
@@ -77,16 +80,21 @@ class SimulatedStream {
     steps.push_back(step);
     stepSeconds.push_back(double(nowNs_) / 1e9);
     if (!adapts_) return;
-    if (step.setting.shortSide != setting_.shortSide) keyFrameDue_ = true;
+    if (step.setting.shortSide != setting_.shortSide) {
+      keyFrameDue_ = true;
+      forgot_ = forgets;
+    }
+    if (forgets && step.setting.quality != setting_.quality) keyFrameDue_ = true;
     setting_ = step.setting;
   }
 
   void SendPicture() {
     const bool key = setting_.intra || keyFrameDue_;
     keyFrameDue_ = false;
+    const int quality = forgot_ ? 75 : setting_.quality;
+    if (std::exchange(forgot_, false)) keyFrameDue_ = true;
     const double size = std::pow(setting_.shortSide / 1080.0, 1.5) *
-                        std::pow(1.5, (setting_.quality - 50) / 10.0) *
-                        (key ? keyFrameBytes : otherBytes);
+                        std::pow(1.5, (quality - 50) / 10.0) * (key ? keyFrameBytes : otherBytes);
     OnTheWay one;
     one.sentNs = nowNs_;
     one.picture.bytes = size_t(std::max(size, 100.0));
@@ -157,6 +165,7 @@ class SimulatedStream {
   KeyFrameAsker asker_;
   StreamSetting setting_{1080, 75, false};
   bool keyFrameDue_ = true;
+  bool forgot_ = false;
   bool waits_ = true;
   bool lostBefore_ = false;
   int64_t nowNs_ = 0;

@@ -200,6 +200,24 @@ def plays(stage, page, address):
     judge_delay(stage, page, "muted", DELAY_MS)
 
 
+def adapts(stage, page):
+    """Nobody gave a setting: the receiver asks for what the network carries."""
+    stage.hold("the lists say so", page.run(
+        "['size', 'quality', 'gop'].map(id => document.getElementById(id).selectedOptions[0].label)"
+        ".join()") == "full,by network,as needed")
+    stage.hold("the page says what the network carries", page.wait(
+        "/720p, quality [0-9]+$/.test(document.getElementById('f-network').textContent) && "
+        "!document.getElementById('network').hidden") is not None)
+    page.choose("quality", "quality=30")
+    stage.judge("at most that quality",
+                page.wait("/quality ([12]?[0-9]|30)$/.test(veldrift.news.network)"), CHANGE_S)
+    page.choose("quality", "bitrate")
+    stage.judge("by bit rate", page.wait("veldrift.news.network.includes('left to the encoder')"),
+                CHANGE_S)
+    page.choose("quality", "quality=80")
+    stage.judge("adapts again", page.wait("/quality [0-9]+$/.test(veldrift.news.network)"), CHANGE_S)
+
+
 def changes(stage, page):
     page.choose("size", "size=360")
     stage.judge("size change", page.wait("document.getElementById('video').videoHeight === 360"),
@@ -209,7 +227,7 @@ def changes(stage, page):
     page.wait("document.getElementById('video').videoHeight === 720")
     page.choose("gop", "gop=intra")
     stage.judge("key frames alone", page.wait(lives(page)), CHANGE_S)
-    page.choose("gop", "gop=long")
+    page.choose("gop", "gop=auto")
     before = page.run("veldrift.player.answers")
     page.run("fetch('command', {method: 'POST', body: 'codec=hevc', headers: {'X-Key': "
              "location.hash.slice(1)}}).then(a => a.status)")
@@ -290,6 +308,9 @@ def comes_back(stage, page):
     stage.judge("live again after the host's return", page.wait(lives(page)), RETURN_S)
     stage.hold("what the page had set holds there too",
                page.wait("veldrift.news.encoder.includes('H.264')", 3) is not None)
+    stage.hold("and what the network carries is said again",
+               page.wait("/^(begins|network has room).*quality [0-9]+$/.test("
+                         "document.getElementById('f-network').textContent)", 3) is not None)
     stage.interrupt(stage.phone)
     stage.hold("the page says that the receiver is gone", page.wait(
         "document.getElementById('notice').textContent.includes('receiver')") is not None)
@@ -318,6 +339,7 @@ def main():
         stage.browser = Browser(out)
         page = stage.browser.page
         plays(stage, page, stage.addresses()[0])
+        adapts(stage, page)
         changes(stage, page)
         survives_stalls(stage, page)
         steers(stage, page)

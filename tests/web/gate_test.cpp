@@ -139,6 +139,7 @@ TEST(PageCommand, IsOneOfFew) {
       {"codec=hevc", 0x05, {0}},
       {"gop=intra", 0x04, {0}},
       {"gop=long", 0x04, {3}},
+      {"gop=auto", 0x04, {2}},
       {"size=720", 0x07, {0xD0, 0x02}},
       {"size=65535", 0x07, {255, 255}},
       {"quality=30", 0x08, {1, 30}},
@@ -178,14 +179,13 @@ class Remote : public testing::Test {
   }
   void Tick(bool connected, double seconds = 0) {
     nowNs_ += int64_t(seconds * 1e9);
-    remote_.Tick(link_, connected, epochs_, nowNs_);
+    remote_.Tick(link_, connected, nowNs_);
   }
 
   using Texts = std::vector<std::string>;
   ScriptClock clock_;
   FakeLink link_{clock_};
   int64_t nowNs_ = kNanosPerSecond;
-  uint64_t epochs_ = 0;
   WebRemote remote_{{*ParseWebCommand("codec=h264"), *ParseWebCommand("gop=long")}};
 };
 
@@ -205,6 +205,42 @@ TEST_F(Remote, BringsKeysToTheHostOnceAndNeverLate) {
   EXPECT_EQ(Sent(), Texts{});
 }
 
+// It alone asks the plug-in for them, so that they don't fight.
+TEST_F(Remote, LeavesSizeQualityAndKeyFramesToAnAdapter) {
+  ArrivalCounters arrivals;
+  uint16_t source = 1080;
+  Adapter adapter(
+      {0, 80}, [&] { return arrivals; }, [&] { return source; });
+  WebRemote remote({*ParseWebCommand("codec=h264")}, &adapter);
+  std::string said;
+  const auto tick = [&](bool connected) {
+    nowNs_ += kNanosPerSecond;
+    if (connected)
+      adapter.Steer(
+          link_, [&](const std::string& text) { said = text; }, nowNs_);
+    remote.Tick(link_, connected, nowNs_);
+  };
+  const auto offer = [&](const char* text) { remote.Offer(*ParseWebCommand(text), nowNs_); };
+  adapter.BeginConnection(
+      link_, [](const std::string&) {}, false, nowNs_);
+  EXPECT_EQ(remote.Settings(), (Texts{"gop=auto", "codec=h264", "size=0", "quality=80"}));
+  EXPECT_EQ(Sent(), (Texts{"gop=long", "size=720", "quality=40"}));
+  tick(true);
+  for (const char* text : {"size=360", "gop=short", "codec=hevc", "play"}) offer(text);
+  tick(true);
+  EXPECT_EQ(Sent(), (Texts{"codec=hevc", "play"}));
+  tick(true);
+  EXPECT_EQ(Sent(), (Texts{"gop=short", "size=360", "quality=60"}));
+  EXPECT_EQ(said, "as asked for: 360p, quality 60");
+  EXPECT_EQ(remote.Settings(), (Texts{"gop=short", "codec=hevc", "size=360", "quality=80"}));
+  tick(false);
+  adapter.BeginConnection(
+      link_, [](const std::string&) {}, true, nowNs_);
+  EXPECT_EQ(Sent(), (Texts{"gop=short", "size=360", "quality=60"}));
+  for (int i = 0; i < 3; ++i) tick(true);
+  EXPECT_EQ(Sent(), Texts{"codec=hevc"});  // alone
+}
+
 TEST_F(Remote, TellsAPlugInThatWasStartedAnewWhatPagesHadSet) {
   Tick(true);
   Offer("size=720");
@@ -219,25 +255,6 @@ TEST_F(Remote, TellsAPlugInThatWasStartedAnewWhatPagesHadSet) {
   Tick(true, 0.3);
   EXPECT_EQ(Sent(), (Texts{"codec=hevc", "size=540"}));
   Tick(true, 0.3);
-  EXPECT_EQ(Sent(), Texts{});
-}
-
-// With the first picture of another size the plug-in falls back to a quality of its own.
-TEST_F(Remote, TellsTheQualityAgainBehindEachChangeOfSize) {
-  Tick(true);
-  ++epochs_;
-  Tick(true, 1);
-  EXPECT_EQ(Sent(), Texts{});  // nobody has set one
-  Offer("quality=30");
-  Offer("size=360");
-  Tick(true);
-  EXPECT_EQ(Sent(), (Texts{"quality=30", "size=360"}));
-  Tick(true, 10);  // a paused host: the size has yet to change
-  EXPECT_EQ(Sent(), Texts{});
-  ++epochs_;
-  Tick(true);
-  EXPECT_EQ(Sent(), Texts{"quality=30"});
-  Tick(true);
   EXPECT_EQ(Sent(), Texts{});
 }
 

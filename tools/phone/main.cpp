@@ -128,6 +128,7 @@ class Phone {
   MediaReceiver receiver_;
   PhoneLink link_;
   std::unique_ptr<Adapter> adapter_;
+  EncoderModeKeeper modes_;
   NetworkWhereabouts whereabouts_;
   Screen screen_;
   SessionObserver* observer_ = &screen_;  // passes on to the others
@@ -179,7 +180,7 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
                    : nullptr),
       view_(options.view ? std::make_unique<LiveView>() : nullptr),
       decoding_(snapshots_.get(), Viewer()),
-      sinks_{&decoding_},
+      sinks_{&decoding_, &modes_},
       receiver_(ReceiverOptions(options)),
       link_(options, interrupted, TerminalReader()),
       adapter_(MakeAdapter(options, receiver_, link_)),
@@ -189,7 +190,8 @@ Phone::Phone(const PhoneOptions& options, const FoundPlugins& found,
   if (live_) sinks_.push_back(live_.get());
   if (adapter_) sinks_.push_back(adapter_.get());
   if (options.web.on) {
-    web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_, *observer_);
+    web_ = std::make_unique<WebView>(options.web, options.settings, receiver_, link_,
+                                     adapter_.get(), *observer_);
     sinks_.push_back(&web_->Sink());
     observer_ = web_.get();
   }
@@ -244,6 +246,7 @@ Session::Parts Phone::Parts() {
           SystemClock(),
           interrupted_,
           adapter_.get(),
+          &modes_,
           &SleptNanos};
 }
 

@@ -1,6 +1,7 @@
 #include "phone_options.h"
 
 #include <map>
+#include <utility>
 
 #include "net/control_protocol.h"
 #include "phone_exit.h"
@@ -151,8 +152,8 @@ void AddSettings(CLI::App& app, Typed& typed) {
   CLI::Option* const adapt = app.add_flag(
       "--adapt", typed.adapt,
       "asks for as much as the network carries: steers size, quality and GOP, and says so; "
-      "--max-short-side and --mode quality --quality are then the most to ask for (default: for a "
-      "live stream that no setting is given for)");
+      "--max-short-side and --mode quality --quality are then the most to ask for (default: for "
+      "--view, --web and --record - that no such setting is given for)");
   adapt->excludes(atOnce);
   app.add_flag("--no-adapt", typed.noAdapt, "leaves the stream as it is asked for")
       ->excludes(adapt);
@@ -360,7 +361,7 @@ void ChooseForBrowsers(Typed& typed) {
   if (typed.gop.empty()) typed.gop = "long";
 }
 
-std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
+std::optional<int> Fill(Typed typed, PhoneOptions& options) {
   options.tokenFile = PathFromText(typed.tokenFile);
   options.codeFromLog = PathFromText(typed.codeFromLog);
   options.pluginLog = typed.pluginLog.empty() ? options.codeFromLog : PathFromText(typed.pluginLog);
@@ -377,8 +378,9 @@ std::optional<int> Fill(const Typed& typed, PhoneOptions& options) {
   // stream as it is.
   const bool said = !typed.gop.empty() || !typed.mode.empty() || typed.maxShortSide || typed.atOnce;
   const bool recording = !options.record.empty();
-  const bool looking = options.live || (options.view && !recording);
+  const bool looking = options.live || ((options.view || options.web.on) && !recording);
   options.adapt = typed.adapt || (looking && !said && !typed.noAdapt);
+  if (options.web.on) ChooseForBrowsers(typed);
   return FillCommands(typed, options);
 }
 
@@ -396,8 +398,7 @@ std::optional<int> ParsePhoneOptions(int argc, char** argv, PhoneOptions& option
   AddViews(app, typed);
   if (const std::optional<int> exit = ParseCommandLine(app, argc, argv)) return exit;
   if (const std::optional<int> bad = Interpret(typed, options)) return bad;
-  if (options.web.on) ChooseForBrowsers(typed);
-  return Fill(typed, options);
+  return Fill(std::move(typed), options);
 }
 
 }  // namespace Veldrift

@@ -16,7 +16,6 @@ constexpr int64_t kLookNs = 100 * kNanosPerMilli;
 void WebBroadcast::Begin(WebEpoch epoch) {
   const MutexLock lock(mutex_);
   epoch_ = std::make_shared<const WebEpoch>(std::move(epoch));
-  ++epochs_;
   firstNumber_ = EndNumber();
   items_.clear();
   bytes_ = 0;
@@ -57,11 +56,6 @@ bool WebBroadcast::KeyFrameWanted() const {
 size_t WebBroadcast::ViewerCount() const {
   const MutexLock lock(mutex_);
   return viewers_;
-}
-
-uint64_t WebBroadcast::Epochs() const {
-  const MutexLock lock(mutex_);
-  return epochs_;
 }
 
 std::optional<uint64_t> WebBroadcast::Start(int64_t nowNs) const {

@@ -44,8 +44,6 @@ class WebBroadcast {
   // Whether somebody waits for a key frame.
   bool KeyFrameWanted() const;
   size_t ViewerCount() const;
-  // How many have begun: another size or codec begins one.
-  uint64_t Epochs() const;
 
   // Waits for a stream to begin, at most so long. Null: none did.
   std::unique_ptr<Viewer> Watch(bool sound, int64_t patienceNs);
@@ -72,7 +70,6 @@ class WebBroadcast {
   CondVar changed_;
   bool stopped_ VD_GUARDED_BY(mutex_) = false;
   std::shared_ptr<const WebEpoch> epoch_ VD_GUARDED_BY(mutex_);
-  uint64_t epochs_ VD_GUARDED_BY(mutex_) = 0;
   std::deque<Item> items_ VD_GUARDED_BY(mutex_);  // of this epoch
   size_t bytes_ VD_GUARDED_BY(mutex_) = 0;
   uint64_t firstNumber_ VD_GUARDED_BY(mutex_) = 0;  // of items_

@@ -24,7 +24,7 @@ struct Choice {
 constexpr std::array kChoices = {
     Choice{"codec=hevc", kSetCodec, 0},  Choice{"codec=h264", kSetCodec, 1},
     Choice{"gop=intra", kSetGopMode, 0}, Choice{"gop=short", kSetGopMode, 1},
-    Choice{"gop=long", kSetGopMode, 3},
+    Choice{"gop=long", kSetGopMode, 3},  Choice{"gop=auto", kSetGopMode, 2},
 };
 
 std::optional<int> NumberBehind(std::string_view text, std::string_view head, int most) {

@@ -1,7 +1,7 @@
 // What a page may ask of the host: a line of text that becomes a command of the protocol.
 //
 //   play, step-forward, ... , request-key-frame     the transport keys by their names
-//   codec=h264 | hevc     gop=intra | short | long
+//   codec=h264 | hevc     gop=intra | short | long | auto
 //   size=0..65535         the shorter side's limit in pixels; 0 is none
 //   quality=0..100        per cent, which is the mode "quality"; bitrate is the other mode
 //

@@ -3,13 +3,18 @@
 #include <algorithm>
 #include <utility>
 
-#include "net/control_protocol.h"
 #include "web_command.h"
 
 namespace Veldrift {
 
-WebRemote::WebRemote(const std::vector<Command>& settings) {
+WebRemote::WebRemote(const std::vector<Command>& settings, Adapter* adapter) : adapter_(adapter) {
   for (const Command& command : settings) Note(command);
+  if (adapter == nullptr) return;
+  for (const Command& command : adapter->Wishes()) Note(command);
+}
+
+void WebRemote::Deliver(const Command& command, ControlLink& link) {
+  if (adapter_ == nullptr || !adapter_->Wish(command)) link.Send(command);
 }
 
 void WebRemote::Note(const Command& command) {
@@ -28,16 +33,11 @@ WebRemote::Answer WebRemote::Offer(const Command& command, int64_t nowNs) {
 }
 
 void WebRemote::Repeat(ControlLink& link) {
-  for (const auto& [opcode, command] : asked_) link.Send(command);
+  for (const auto& [opcode, command] : asked_) Deliver(command, link);
   repeated_ = true;
 }
 
-void WebRemote::RepeatQuality(ControlLink& link) const {
-  const auto mode = settings_.find(kSetEncoderMode);
-  if (mode != settings_.end()) link.Send(mode->second);
-}
-
-void WebRemote::Tick(ControlLink& link, bool connected, uint64_t epochs, int64_t nowNs) {
+void WebRemote::Tick(ControlLink& link, bool connected, int64_t nowNs) {
   if (connected && !std::exchange(wasConnected_, connected)) {
     connectedNs_ = nowNs;
     repeated_ = false;
@@ -51,9 +51,8 @@ void WebRemote::Tick(ControlLink& link, bool connected, uint64_t epochs, int64_t
     if (!connected) waiting_.clear();  // a key that comes a minute later surprises
   }
   if (connected && !repeated_ && nowNs - connectedNs_ >= kSettleNs) Repeat(link);
-  if (std::exchange(epochs_, epochs) != epochs && connected) RepeatQuality(link);
   for (const Command& command : due) {
-    link.Send(command);
+    Deliver(command, link);
     if (WebSettingText(command).empty()) continue;
     settings_[command.opcode] = asked_[command.opcode] = command;
   }

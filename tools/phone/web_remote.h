@@ -1,6 +1,5 @@
 // What pages ask of the host, brought to the session's thread, which alone speaks to the plug-in;
-// and what was set by them, told again to a plug-in that was started anew. The quality is told
-// again behind each change of size, with which the plug-in forgets it.
+// and what was set by them, told again to a plug-in that was started anew.
 //
 // Threads: Offer from any; the rest from the session's.
 #pragma once
@@ -13,6 +12,7 @@
 
 #include "platform/mutex.h"
 #include "support/clock.h"
+#include "tools/receiver/adapter.h"
 #include "tools/receiver/commands.h"
 #include "tools/receiver/control_link.h"
 
@@ -22,14 +22,14 @@ class WebRemote {
  public:
   enum class Answer { Taken, TooMany, NoConnection };
 
-  // `settings` are sent at the start of each connection by others, and count as set.
-  explicit WebRemote(const std::vector<Command>& settings);
+  // `settings` are sent at the start of each connection by others, and count as set. What is an
+  // adapter's matter is wished for there instead of sent; null: there is none.
+  explicit WebRemote(const std::vector<Command>& settings, Adapter* adapter = nullptr);
 
   Answer Offer(const Command& command, int64_t nowNs);
 
-  // Sends what was asked for. `connected`: whether there is a connection. `epochs`: how many
-  // stretches of one size have begun.
-  void Tick(ControlLink& link, bool connected, uint64_t epochs, int64_t nowNs);
+  // Sends what was asked for. `connected`: whether there is a connection.
+  void Tick(ControlLink& link, bool connected, int64_t nowNs);
 
   // What is set, as WebSettingText has it.
   std::vector<std::string> Settings() const;
@@ -41,14 +41,14 @@ class WebRemote {
 
  private:
   void Note(const Command& command);
+  void Deliver(const Command& command, ControlLink& link);
   void Repeat(ControlLink& link);
-  void RepeatQuality(ControlLink& link) const;
 
+  Adapter* const adapter_;
   std::map<uint8_t, Command> settings_;  // by opcode
   std::map<uint8_t, Command> asked_;     // of them, by pages
   bool wasConnected_ = false;
   bool repeated_ = true;
-  uint64_t epochs_ = 0;
   int64_t connectedNs_ = 0;
 
   Mutex mutex_;

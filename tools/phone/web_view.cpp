@@ -37,15 +37,17 @@ std::string Drawing(const std::string& address, bool toTerminal) {
 }  // namespace
 
 WebView::WebView(const WebOptions& options, const std::vector<Command>& settings,
-                 const MediaReceiver& receiver, PhoneLink& link, SessionObserver& next)
+                 const MediaReceiver& receiver, PhoneLink& link, Adapter* adapter,
+                 SessionObserver& next)
     : options_(options),
       receiver_(receiver),
       link_(link),
+      adapter_(adapter),
       next_(next),
       broadcast_(SystemClock()),
       news_(SystemClock()),
       sink_(broadcast_, SystemClock()),
-      remote_(settings),
+      remote_(settings, adapter),
       server_({broadcast_, news_, [this](const Command& command) {
                  return StatusOf(remote_.Offer(command, SteadyNanos()));
                }}) {}
@@ -59,7 +61,7 @@ bool WebView::Start(std::string& sentence) {
 
 void WebView::Tick(int64_t nowNs, const std::string& waiting) {
   sink_.Tick();
-  remote_.Tick(link_, waiting.empty(), broadcast_.Epochs(), nowNs);
+  remote_.Tick(link_, waiting.empty(), nowNs);
   if (nowNs >= nextNewsNs_) {
     nextNewsNs_ = nowNs + kNewsNs;
     PublishNews(nowNs, waiting);
@@ -81,6 +83,8 @@ void WebView::PublishNews(int64_t nowNs, const std::string& waiting) {
                                        {"lost", Tenths(figures_.FramesLostPercent())},
                                        {"encoder", link_.EncoderText()},
                                        {"viewers", broadcast_.ViewerCount()},
+                                       {"adapts", adapter_ != nullptr},
+                                       {"network", adapter_ == nullptr ? "" : adapter_->Said()},
                                        {"settings", remote_.Settings()}};
   news_.Publish(news.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
 }

@@ -23,9 +23,9 @@ namespace Veldrift {
 
 class WebView : public SessionObserver {
  public:
-  // `next` observes too. All outlive this.
+  // `next` observes too. `adapter` may be null. All outlive this.
   WebView(const WebOptions& options, const std::vector<Command>& settings,
-          const MediaReceiver& receiver, PhoneLink& link, SessionObserver& next);
+          const MediaReceiver& receiver, PhoneLink& link, Adapter* adapter, SessionObserver& next);
   ~WebView() override { Stop(); }
 
   // Begins to serve. False with a sentence.
@@ -54,6 +54,7 @@ class WebView : public SessionObserver {
   const WebOptions options_;
   const MediaReceiver& receiver_;
   PhoneLink& link_;
+  const Adapter* const adapter_;
   SessionObserver& next_;
   WebKeys keys_;
   WebBroadcast broadcast_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 #include "net/framing.h"
 #include "net/media_datagram.h"
@@ -25,11 +26,15 @@ constexpr double kGoodRadio = 0.001;
 constexpr int64_t kForgiveRadioNs = 20 * kNanosPerSecond;
 constexpr double kHeadroom = 0.7;
 constexpr int64_t kResizeNs = 200 * kNanosPerMilli;
+constexpr int64_t kKeyFrameNs = 150 * kNanosPerMilli;  // in which a queue behind one gets shorter
 constexpr double kFewer = 0.1;  // of the pictures: what a larger one may cost
 constexpr double kWorthLarger = 0.05;
 constexpr double kWorthSmaller = 0.1;
 constexpr double kEnoughDatagrams = 800;  // that tell the share of losses
-constexpr size_t kFewestPictures = 8;     // that tell a size
+constexpr size_t kFewestPictures = 8;     // that tell a size, or that a stream flows
+constexpr double kEncodersQuality = 75;   // with which it begins a size
+constexpr double kLongestKeyFrameNs = 120 * kNanosPerMilli;
+constexpr double kLongestFirstNs = 350 * kNanosPerMilli;  // once a size
 constexpr double kStartSide = 720;
 constexpr double kStartQuality = 40;
 constexpr double kIntraCost = 4;  // times the rate, on a network whose limit has been met
@@ -40,11 +45,6 @@ double WeightOf(double shortSide, double quality) {
   return std::pow(shortSide / 1080, 1.5) * std::pow(1.5, quality / 10);
 }
 
-std::string Name(const StreamSetting& setting) {
-  return std::to_string(setting.shortSide) + "p, quality " + std::to_string(setting.quality) +
-         (setting.intra ? ", key frames only" : "");
-}
-
 std::string Number(double value) {
   char text[32];
   std::snprintf(text, sizeof text, value < 9.95 ? "%.1f" : "%.0f", value);
@@ -52,6 +52,11 @@ std::string Number(double value) {
 }
 
 }  // namespace
+
+std::string NameOf(const StreamSetting& setting) {
+  return std::to_string(setting.shortSide) + "p, quality " + std::to_string(setting.quality) +
+         (setting.intra ? ", key frames only" : "");
+}
 
 double PictureLossShare(double bytes, double lossShare) {
   const size_t data = DataFragmentCount(size_t(std::max(bytes, 1.0)));
@@ -89,38 +94,59 @@ void Adaptation::BuildLadder() {
   rung_ = std::min(rung_, ladder_.size() - 1);
 }
 
-void Adaptation::SetShortSide(uint16_t shortSide) {
-  if (shortSide == limits_.shortSide || shortSide == 0) return;
+void Adaptation::SettleAt(const StreamSetting& before, int64_t nowNs) {
+  if (Setting() != before) Settle(nowNs);
+}
+
+StreamSetting Adaptation::SetLimits(const AdaptationLimits& limits, int64_t nowNs) {
+  if (limits == limits_ || limits.shortSide == 0) return Setting();
+  const StreamSetting before = Setting();
   const double weight = ladder_[rung_].weight;
-  limits_.shortSide = shortSide;
+  limits_ = limits;
   BuildLadder();
   rung_ = 0;
   while (rung_ + 1 < ladder_.size() && ladder_[rung_ + 1].weight <= weight) ++rung_;
+  SettleAt(before, nowNs);
+  return Setting();
+}
+
+StreamSetting Adaptation::FixIntra(std::optional<bool> intra, int64_t nowNs) {
+  const StreamSetting before = Setting();
+  intraFixed_ = intra.has_value();
+  intra_ = intra.value_or(intra_);
+  SettleAt(before, nowNs);
+  return Setting();
 }
 
 StreamSetting Adaptation::Setting() const {
   return {ladder_[rung_].shortSide, ladder_[rung_].quality, intra_};
 }
 
-Adaptation::Step Adaptation::BeginConnection(int64_t nowNs) {
-  if (!metLimit_) {
+StreamSetting Adaptation::BeginConnection(bool sameNetwork, int64_t nowNs) {
+  if (!sameNetwork) {
+    const bool fixed = intraFixed_, intra = intra_;
+    *this = Adaptation(limits_);
+    if (fixed) FixIntra(intra, nowNs);
     const double start = WeightOf(kStartSide, kStartQuality);
-    rung_ = 0;
     while (rung_ + 1 < ladder_.size() && ladder_[rung_ + 1].weight <= start) ++rung_;
   }
   entries_.clear();
   pictures_.clear();
-  radioFromNs_ = nowNs;
+  radioFromNs_ = decidedNs_ = nowNs;
   clocksApart_.reset();  // another machine's, perhaps
   floorMicros_.reset();
   floorBeforeMicros_.reset();
-  return Settle("begins with ", nowNs);
+  Settle(nowNs);
+  return Setting();
 }
 
 // ---- Measuring -------------------------------------------------------------------------------
 
 void Adaptation::NotePicture(const PictureArrival& picture) {
-  if (picture.keyFrame) keyFrameBytes_ = double(picture.bytes);
+  if (picture.keyFrame) {
+    keyFrameBytes_ = double(picture.bytes);
+    keyFrameNs_ = picture.wholeNs - picture.firstNs;
+  }
   pictures_.push_back(picture);
   while (picture.wholeNs - pictures_.front().wholeNs > kWindowNs) pictures_.pop_front();
   const int64_t trainNs = picture.wholeNs - picture.firstNs;
@@ -207,14 +233,19 @@ int64_t Adaptation::KeyFrameTravelNs() const {
 
 // ---- Deciding --------------------------------------------------------------------------------
 
-Adaptation::Step Adaptation::Settle(const std::string& why, int64_t nowNs) {
+void Adaptation::Settle(int64_t nowNs) {
   changedNs_ = calmNs_ = nowNs;
   judgedFromNs_ = delaysFromNs_ = nowNs + kSettleNs;
   drainedToMs_ = StandingDelayMs();
   drainedNs_ = drainedToMs_ > kCongestedMs ? nowNs + kSettleNs : 0;
+  drainPatienceNs_ = kSettleNs;
   delaysMs_.clear();
   trainRates_.clear();
-  return {Setting(), why + Name(Setting())};
+}
+
+Adaptation::Step Adaptation::Settle(const std::string& why, int64_t nowNs) {
+  Settle(nowNs);
+  return {Setting(), why + NameOf(Setting())};
 }
 
 Adaptation::Step Adaptation::Down(double factor, const std::string& why, int64_t nowNs) {
@@ -236,7 +267,7 @@ bool Adaptation::Drains(double standingMs, int64_t nowNs) {
     drainedToMs_ = standingMs;
     drainedNs_ = nowNs;
   }
-  return nowNs - drainedNs_ < kSettleNs;
+  return nowNs - drainedNs_ < drainPatienceNs_;
 }
 
 std::optional<Adaptation::Step> Adaptation::FleeCongestion(int64_t nowNs) {
@@ -286,14 +317,14 @@ std::optional<Adaptation::Step> Adaptation::AnswerRadio(int64_t nowNs) {
   const bool single = last.missing < kRunOfFullNetwork * last.gaps;
   if (share > kGoodRadio && single) radioBadNs_ = nowNs;
   const std::string why = "network loses " + Number(100 * share) + " % of the datagrams: ";
-  if (!intra_ && single && share >= kBadRadio && last.missing >= kFewestMissing) {
+  if (!intra_ && !intraFixed_ && single && share >= kBadRadio && last.missing >= kFewestMissing) {
     intra_ = true;
     radioFromNs_ = nowNs;
     const double weight = ladder_[rung_].weight;
     while (metLimit_ && rung_ > 0 && ladder_[rung_].weight > weight / kIntraCost) --rung_;
     return Settle(why, nowNs);
   }
-  if (intra_ && nowNs - radioBadNs_ > kForgiveRadioNs) {
+  if (intra_ && !intraFixed_ && nowNs - radioBadNs_ > kForgiveRadioNs) {
     intra_ = false;
     return Settle("network loses hardly anything any more: ", nowNs);
   }
@@ -306,6 +337,18 @@ std::optional<Adaptation::Step> Adaptation::AnswerRadio(int64_t nowNs) {
   return Settle(why, nowNs);
 }
 
+// Whether the key frames of the next step would keep everything behind them waiting for too long,
+// by what the last one of this took; with another size also its first, in the encoder's own
+// quality.
+bool Adaptation::KeyFrameHoldsUp() const {
+  const Rung& now = ladder_[rung_];
+  const Rung& next = ladder_[rung_ + 1];
+  const auto lasts = [&](double weight) { return double(keyFrameNs_) * weight / now.weight; };
+  if (lasts(next.weight) > kLongestKeyFrameNs) return true;
+  return next.shortSide != now.shortSide &&
+         lasts(WeightOf(next.shortSide, kEncodersQuality)) > kLongestFirstNs;
+}
+
 bool Adaptation::MayClimb(int64_t nowNs) const {
   if (rung_ + 1 >= ladder_.size()) return false;
   const int64_t wait = metLimit_ ? kClimbNs : kFirstClimbNs;
@@ -313,6 +356,7 @@ bool Adaptation::MayClimb(int64_t nowNs) const {
   const double weight = ladder_[rung_ + 1].weight;
   if (nowNs < failedUntilNs_ && weight >= failedWeight_) return false;
   const double growth = weight / ladder_[rung_].weight;
+  if (KeyFrameHoldsUp()) return false;
   const Change last = Since(std::max(nowNs - kWindowNs, changedNs_));
   if (last.whole <= 0) return false;
   if (trainRates_.size() >= kFewestTrains) {
@@ -336,11 +380,27 @@ std::optional<Adaptation::Step> Adaptation::Climb(int64_t nowNs) {
   // What goes wrong from now on is this step's fault, but for a new size's first key frame.
   judgedFromNs_ = nowNs + (resized ? kResizeNs : 0);
   if (!resized) delaysFromNs_ = nowNs;
+  // That key frame, and the one with which each quality begins, are no sign of too much as long as
+  // what they leave in the queue drains.
+  drainedToMs_ = std::numeric_limits<double>::max();
+  drainedNs_ = delaysFromNs_;
+  drainPatienceNs_ = resized ? kSettleNs : kKeyFrameNs;
   return step;
+}
+
+// A host that stands, or is stepped through, tells nothing about the network.
+void Adaptation::LeaveOutPause(int64_t nowNs) {
+  const Change last = Since(nowNs - kWindowNs);
+  if (last.whole + last.lost < kFewestPictures) {
+    calmNs_ = nowNs;
+    radioBadNs_ += nowNs - decidedNs_;
+  }
+  decidedNs_ = nowNs;
 }
 
 std::optional<Adaptation::Step> Adaptation::Decide(const ArrivalCounters& counters, int64_t nowNs) {
   Note(counters, nowNs);
+  LeaveOutPause(nowNs);
   if (nowNs < judgedFromNs_) return std::nullopt;
   if (std::optional<Step> step = FleeCongestion(nowNs)) return step;
   if (std::optional<Step> step = AnswerRadio(nowNs)) return step;

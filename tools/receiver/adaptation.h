@@ -28,6 +28,8 @@ struct StreamSetting {
   bool intra = false;      // every picture is a key frame
   bool operator==(const StreamSetting&) const = default;
 };
+// "720p, quality 40, key frames only".
+std::string NameOf(const StreamSetting& setting);
 
 // Of the video, since the start of the run.
 struct ArrivalCounters {
@@ -50,6 +52,7 @@ struct PictureArrival {
 struct AdaptationLimits {
   uint16_t shortSide = 1080;  // the source's, or less
   uint8_t quality = 80;
+  bool operator==(const AdaptationLimits&) const = default;
 };
 
 // The share of pictures of `bytes` that can't be repaired if `lossShare` of the datagrams are lost,
@@ -65,11 +68,15 @@ class Adaptation {
 
   explicit Adaptation(const AdaptationLimits& limits);
 
-  // What to begin with. What is known of the network stays.
-  Step BeginConnection(int64_t nowNs);
+  // What to begin with. `sameNetwork`: what was found out about it, and the setting, stay; what is
+  // measured begins anew in any case.
+  StreamSetting BeginConnection(bool sameNetwork, int64_t nowNs);
 
-  // The source has another size: the ladder ends elsewhere.
-  void SetShortSide(uint16_t shortSide);
+  // The source, or the user, wants other limits: the ladder ends elsewhere. The setting is the one
+  // of about the same rate on it, and counts as new if it is another.
+  StreamSetting SetLimits(const AdaptationLimits& limits, int64_t nowNs);
+  // Key frames only, or never only: nothing else is asked for. Nothing: as the network has it.
+  StreamSetting FixIntra(std::optional<bool> intra, int64_t nowNs);
 
   void NotePicture(const PictureArrival& picture);
 
@@ -77,6 +84,7 @@ class Adaptation {
   std::optional<Step> Decide(const ArrivalCounters& counters, int64_t nowNs);
 
   StreamSetting Setting() const;
+  const AdaptationLimits& Limits() const { return limits_; }
   // A key frame that is asked for is on its way for so long that asking sooner is no use.
   int64_t KeyFrameTravelNs() const;
 
@@ -105,6 +113,8 @@ class Adaptation {
   };
 
   void BuildLadder();
+  void SettleAt(const StreamSetting& before, int64_t nowNs);
+  void LeaveOutPause(int64_t nowNs);
   void Note(const ArrivalCounters& counters, int64_t nowNs);
   Change Since(int64_t fromNs) const;
   double StandingDelayMs() const;
@@ -113,9 +123,11 @@ class Adaptation {
   std::optional<Step> AnswerRadio(int64_t nowNs);
   std::optional<Step> Climb(int64_t nowNs);
   bool MayClimb(int64_t nowNs) const;
+  bool KeyFrameHoldsUp() const;
   double ArrivingShare(size_t rung, double lossShare) const;
   size_t BestRungFor(double lossShare) const;
   Step Down(double factor, const std::string& why, int64_t nowNs);
+  void Settle(int64_t nowNs);
   Step Settle(const std::string& why, int64_t nowNs);
   double PictureBytes() const;
   double SentBitsPerSecond() const;
@@ -124,6 +136,7 @@ class Adaptation {
   std::vector<Rung> ladder_;
   size_t rung_ = 0;
   bool intra_ = false;
+  bool intraFixed_ = false;
   bool metLimit_ = false;  // the network's, ever
   bool climbed_ = false;   // since the last failure
   double failedWeight_ = 0;
@@ -135,10 +148,13 @@ class Adaptation {
   int64_t radioFromNs_ = 0;   // a full network loses single datagrams too
   int64_t calmNs_ = 0;        // nothing has been wrong since
   int64_t radioBadNs_ = 0;
+  int64_t decidedNs_ = 0;
   double drainedToMs_ = 0;  // the queue, since the last step
   int64_t drainedNs_ = 0;
+  int64_t drainPatienceNs_ = kSettleNs;
   double carriesBitsPerSecond_ = 0;  // what came while there was too much; 0: not known
-  double keyFrameBytes_ = 0;
+  double keyFrameBytes_ = 0;         // the last one's
+  int64_t keyFrameNs_ = 0;           // from its first datagram to its last
   std::deque<Entry> entries_;
   std::deque<PictureArrival> pictures_;  // of the last second
   // Smallest time on the way, of a first datagram, in this and in the period before.

@@ -7,7 +7,10 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/mutex.h"
 #include "tools/receiver/adaptation.h"
@@ -31,8 +34,8 @@ struct AdapterReport {
 
 class Adapter : public FrameSink {
  public:
-  // `arrivals`: the video's counters of now. `sourceShortSide`: the source's, 0 while it isn't
-  // known.
+  // `limits`: what the user wants at most; a short side of 0 is the source's. `arrivals`: the
+  // video's counters of now. `sourceShortSide`: the source's, 0 while it isn't known.
   Adapter(const AdaptationLimits& limits, std::function<ArrivalCounters()> arrivals,
           std::function<uint16_t()> sourceShortSide);
 
@@ -41,27 +44,51 @@ class Adapter : public FrameSink {
 
   // What is to be told of it goes to `tell`.
   using Teller = std::function<void(const std::string&)>;
-  void BeginConnection(ControlLink& link, const Teller& tell, int64_t nowNs);
+  // `sameNetwork`: it is the plug-in of the connection before, at the same address.
+  void BeginConnection(ControlLink& link, const Teller& tell, bool sameNetwork, int64_t nowNs);
   // Each tick of a connection.
   void Steer(ControlLink& link, const Teller& tell, int64_t nowNs);
   // No key frame comes sooner than that after it was asked for.
   int64_t KeyFrameTravelNs() const;
 
+  // Takes what the user asks for while it runs: a size and a quality are the most to ask for from
+  // now on; with another encoder mode nothing is steered until there is a quality again; a GOP mode
+  // is left alone until there is another, or the automatic one. False: the command is none of its
+  // matter. What is taken is sent by the next Steer.
+  bool Wish(const Command& command);
+  // The same as commands: what is wished for now.
+  std::vector<Command> Wishes() const;
+
   const AdapterReport& Report() const { return report_; }
+  // What was said last.
+  const std::string& Said() const { return said_; }
+
+  // So long is the first sentence held back for the source's size.
+  static constexpr int64_t kSourcePatienceNs = 2 * kNanosPerSecond;
 
  private:
-  void Obey(const Adaptation::Step& step, ControlLink& link, const Teller& tell, int64_t nowNs);
-  void SendQuality(ControlLink& link) const;
+  StreamSetting ApplyWishes(int64_t nowNs);
+  std::optional<Adaptation::Step> Decide(int64_t nowNs);
+  void Rest(ControlLink& link, const Teller& tell, int64_t nowNs);
+  void Send(ControlLink& link);
+  void SendChanged(const Command& command, ControlLink& link);
+  void Say(const std::string& sentence, const Teller& tell, int64_t nowNs);
+  void SayBeginning(const Teller& tell, int64_t nowNs);
 
-  const uint16_t mostShortSide_;  // 0: no limit but the source
   const std::function<ArrivalCounters()> arrivals_;
   const std::function<uint16_t()> sourceShortSide_;
   mutable Mutex mutex_;
   Adaptation policy_ VD_GUARDED_BY(mutex_);
-  bool keyFrameCame_ VD_GUARDED_BY(mutex_) = false;
-  StreamSetting setting_;
-  bool known_ = false;            // what the plug-in has of `setting_`
-  std::deque<int64_t> repeatNs_;  // when the quality is sent again
+  AdaptationLimits wished_;      // 0: no limit but the source
+  std::optional<Command> mode_;  // another than quality: nothing is steered
+  std::optional<uint8_t> gop_;   // as the user wants it
+  StreamSetting setting_;        // that was asked for
+  uint16_t source_ = 0;          // the source's size, last known
+  bool rests_ = false;           // since mode_ was sent
+  bool beginning_ = false;       // the first sentence is held back
+  int64_t beganNs_ = 0;
+  std::map<uint8_t, std::vector<std::byte>> sent_;  // on this connection, by opcode
+  std::string said_;
   AdapterReport report_;
 };
 

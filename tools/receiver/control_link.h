@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "platform/socket.h"
@@ -36,6 +37,8 @@ class ControlLink {
   // Sends what the connection's settings are and what else is due.
   virtual void SendDue(int64_t nowNs) = 0;
   virtual void Send(const Command& command) = 0;
+  // Each command that goes out is told to `listener`, whoever sends it.
+  virtual void TellSent(std::function<void(const Command&)> listener) = 0;
 
   // Whether the connection has ended, and then how, as half a sentence.
   virtual bool Ended() const = 0;

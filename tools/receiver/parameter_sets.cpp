@@ -35,4 +35,20 @@ StreamCodec CodecOf(std::span<const std::byte> accessUnit) {
   return StreamCodec::None;
 }
 
+// Type 7 in H.264, 33 in HEVC.
+std::span<const std::byte> SequenceSetOf(std::span<const std::byte> accessUnit) {
+  for (size_t at = NextStartCode(accessUnit, 0); at + 3 < accessUnit.size();) {
+    const auto unit = accessUnit.subspan(at + 3);
+    const size_t next = NextStartCode(unit, 0);
+    const auto head = std::to_integer<unsigned>(unit[0]);
+    const StreamCodec codec = ParameterSetOf(unit);
+    if ((codec == StreamCodec::H264 && (head & 0x1F) == 7) ||
+        (codec == StreamCodec::Hevc && head >> 1 == 33)) {
+      return unit.first(next);
+    }
+    at += 3 + next;
+  }
+  return {};
+}
+
 }  // namespace Veldrift

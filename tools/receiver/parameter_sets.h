@@ -20,4 +20,8 @@ StreamCodec ParameterSetOf(std::span<const std::byte> unit);
 // Whose parameter sets stand in it; None if there are none, as in all but key frames.
 StreamCodec CodecOf(std::span<const std::byte> accessUnit);
 
+// The first sequence parameter set in it, in which the pictures' size stands, without its start
+// code; empty if there is none.
+std::span<const std::byte> SequenceSetOf(std::span<const std::byte> accessUnit);
+
 }  // namespace Veldrift

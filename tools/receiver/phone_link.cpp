@@ -69,6 +69,7 @@ void PhoneLink::BeginReading() {
   known_ = true;
   settingsDone_ = 0;
   nextCommandNs_ = 0;
+  sourceShortSide_ = 0;
   client_->StartReading([this](const StatusMessage& message) { Note(message); });
   SendDue(SteadyNanos());
 }
@@ -183,6 +184,7 @@ void PhoneLink::Send(const Command& command) {
     if (sent_.size() < kMostRemembered) sent_.push_back({command, SteadyNanos(), std::nullopt});
   }
   client_->Send(command.opcode, command.payload);
+  if (listener_) listener_(command);
 }
 
 void PhoneLink::SendDue(int64_t nowNs) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/mutex.h"
@@ -62,6 +63,9 @@ class PhoneLink : public ControlLink {
 
   void Send(const Command& command) override;
   void SendDue(int64_t nowNs) override;
+  void TellSent(std::function<void(const Command&)> listener) override {
+    listener_ = std::move(listener);
+  }
   // When the first connection was begun that came about, on the steady clock.
   int64_t ConnectNs() const { return connectNs_; }
   bool Ended() const override { return client_->Ended(); }
@@ -98,6 +102,7 @@ class PhoneLink : public ControlLink {
   std::unique_ptr<PairingCodeLog> codeLog_;
   int64_t connectNs_ = 0;
   std::string token_;
+  std::function<void(const Command&)> listener_;
   bool known_ = false;   // paired before
   bool gaveUp_ = false;  // the last pairing, for want of an answer
   size_t settingsDone_ = 0;

@@ -22,14 +22,23 @@ std::string Seconds(int64_t nanos) {
 }  // namespace
 
 Session::Session(const SessionOptions& options, Parts parts)
-    : options_(options), parts_(std::move(parts)), places_{options.host} {}
+    : options_(options), parts_(std::move(parts)), places_{options.host} {
+  if (parts_.modes == nullptr) return;
+  parts_.link.TellSent(
+      [this](const Command& command) { parts_.modes->NoteSent(command, parts_.clock.NowNanos()); });
+}
+
+void Session::Begin(uint32_t number) {
+  parts_.beginConnection(number);
+  if (parts_.modes != nullptr) parts_.modes->BeginConnection();
+}
 
 SessionResult Session::Run() {
-  parts_.beginConnection(1);
+  Begin(1);
   result_.link = parts_.link.Open(result_.sentence);
   result_.startNs = parts_.clock.NowNanos();
   if (result_.link == LinkResult::Open) {
-    Resume(result_.startNs);
+    Resume(options_.host, result_.startNs);
     while (Step()) parts_.clock.SleepFor(kTickNs);
   }
   result_.endNs = parts_.clock.NowNanos();
@@ -110,6 +119,7 @@ bool Session::Watch(int64_t nowNs) {
   if (const std::string reason = WhyLost(nowNs); !reason.empty()) return Lose(reason, nowNs);
   parts_.link.SendDue(nowNs);
   Steer(nowNs);
+  KeepMode(nowNs);
   if (asker_.Due(WantsKeyFrame(), nowNs)) parts_.link.Send({kRequestIdr, {}});
   return true;
 }
@@ -118,6 +128,11 @@ void Session::Steer(int64_t nowNs) {
   if (parts_.adapter == nullptr) return;
   parts_.adapter->Steer(parts_.link, TellObserver(), nowNs);
   asker_.SetTravel(parts_.adapter->KeyFrameTravelNs());
+}
+
+void Session::KeepMode(int64_t nowNs) {
+  if (parts_.modes == nullptr) return;
+  if (const auto again = parts_.modes->Due(nowNs)) parts_.link.Send(*again);
 }
 
 Adapter::Teller Session::TellObserver() const {
@@ -166,14 +181,14 @@ bool Session::Return(int64_t nowNs) {
 
 bool Session::TryAgain() {
   const Ipv4Endpoint place = places_[tries_++ % places_.size()];
-  parts_.beginConnection(connections_ + 1);
+  Begin(connections_ + 1);
   std::string reason;
   const LinkResult link = parts_.link.Reopen(place, reason);
   const int64_t nowNs = parts_.clock.NowNanos();
   switch (link) {
     case LinkResult::Open:
       places_ = {place};
-      Resume(nowNs);
+      Resume(place, nowNs);
       return true;
     case LinkResult::Interrupted:  // seen at the next step
       return true;
@@ -192,13 +207,15 @@ bool Session::TryAgain() {
   return false;
 }
 
-void Session::Resume(int64_t nowNs) {
-  ++connections_;
+void Session::Resume(const Ipv4Endpoint& place, int64_t nowNs) {
+  // What was found out about the way to another place says nothing about this one.
+  const bool sameNetwork = connections_++ > 0 && place.address == address_;
+  address_ = place.address;
   connectedNs_ = watchedNs_ = nowNs;
   sleptNs_ = parts_.sleptNs ? parts_.sleptNs() : 0;
   asker_.BeginConnection(nowNs);
   if (parts_.adapter != nullptr) {
-    parts_.adapter->BeginConnection(parts_.link, TellObserver(), nowNs);
+    parts_.adapter->BeginConnection(parts_.link, TellObserver(), sameNetwork, nowNs);
   }
   if (waiting_.empty()) return;
   waiting_.clear();

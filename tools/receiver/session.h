@@ -16,6 +16,7 @@
 #include "support/clock.h"
 #include "tools/receiver/adapter.h"
 #include "tools/receiver/control_link.h"
+#include "tools/receiver/encoder_mode_keeper.h"
 #include "tools/receiver/frame_sink.h"
 #include "tools/receiver/key_frame_asker.h"
 #include "tools/receiver/reconnect_backoff.h"
@@ -93,12 +94,16 @@ class Session {
     PluginWhereabouts* whereabouts;  // null: it stays where it is
     Clock& clock;
     const std::atomic<bool>& stopped;
-    Adapter* adapter = nullptr;  // null: the stream stays as it was asked for
+    Adapter* adapter = nullptr;          // null: the stream stays as it was asked for
+    EncoderModeKeeper* modes = nullptr;  // null: an encoder may forget its mode
     // How long the machine has slept so far, as far as the clock leaves that out; may be empty.
     std::function<int64_t()> sleptNs{};
   };
 
   Session(const SessionOptions& options, Parts parts);
+  ~Session() { parts_.link.TellSent({}); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 
   SessionResult Run();
 
@@ -108,16 +113,19 @@ class Session {
 
  private:
   bool Step();
+  // The connection that is tried for is of this number.
+  void Begin(uint32_t number);
   void End(SessionEnd end, std::string sentence);
   // Each answers whether the session goes on.
   bool Watch(int64_t nowNs);
   bool Lose(std::string reason, int64_t nowNs);
   bool Return(int64_t nowNs);
   bool TryAgain();
-  void Resume(int64_t nowNs);
+  void Resume(const Ipv4Endpoint& place, int64_t nowNs);
   void LookAround(int64_t nowNs);
   void NoticeStandstill(int64_t nowNs);
   void Steer(int64_t nowNs);
+  void KeepMode(int64_t nowNs);
   Adapter::Teller TellObserver() const;
   std::string SinkFailure() const;
   bool SinkDone() const;
@@ -130,6 +138,7 @@ class Session {
   ReconnectBackoff backoff_;
   KeyFrameAsker asker_;
   uint32_t connections_ = 0;
+  uint32_t address_ = 0;  // of the last connection's plug-in
   int64_t connectedNs_ = 0;
   int64_t watchedNs_ = 0;  // the last look at the connection
   int64_t wokeNs_ = 0;     // the process had stood still until then

@@ -55,7 +55,8 @@ addEventListener('keydown', event => {
   command(name);
 });
 
-// ---- Settings: what was set last, by whomever, stands in the lists.
+// ---- Settings: what was set last, by whomever, stands in the lists. While the receiver adapts to
+// the network, sizes and qualities are the most that it asks for.
 const SETTINGS = {
   codec: [['codec=h264', 'H.264'], ['codec=hevc', 'HEVC']],
   size: [['size=0', 'full'], ['size=1080', '1080'], ['size=720', '720'], ['size=540', '540'],
@@ -64,20 +65,35 @@ const SETTINGS = {
     ['quality=50', 'fair'], ['quality=30', 'small']],
   gop: [['gop=long', 'few'], ['gop=short', 'every 5th'], ['gop=intra', 'all']],
 };
-for (const [id, choices] of Object.entries(SETTINGS)) {
-  for (const [value, label] of choices) at(id).append(new Option(label, value));
-  at(id).prepend(new Option('as it is', ''));  // nobody here has set it
-  at(id).options[0].disabled = at(id).options[0].hidden = true;
-  at(id).value = '';
-  at(id).onchange = () => command(at(id).value);
-}
+const ADAPTING = {
+  ...SETTINGS,
+  size: SETTINGS.size.map(([value, label]) => [value, label === 'full' ? label : `up to ${label}`]),
+  quality: [['quality=80', 'by network'],
+    ...SETTINGS.quality.slice(1).map(([value, label]) => [value, `up to ${label}`]),
+    SETTINGS.quality[0]],
+  gop: [['gop=auto', 'as needed'], ...SETTINGS.gop],
+};
 const HEVC = ['hvc1.1.6.L93.90', 'hvc1.1.6.L120.90'];
-if (!HEVC.some(canPlay)) at('codec').options[2].disabled = true;
+let choices;
+function offer(lists) {
+  if (choices === lists) return;
+  choices = lists;
+  for (const [id, list] of Object.entries(lists)) {
+    at(id).replaceChildren(new Option('as it is', ''),  // nobody here has set it
+      ...list.map(([value, label]) => new Option(label, value)));
+    at(id).options[0].disabled = at(id).options[0].hidden = true;
+    at(id).value = '';
+    at(id).onchange = () => command(at(id).value);
+  }
+  if (!HEVC.some(canPlay)) at('codec').options[2].disabled = true;
+}
+offer(SETTINGS);
 
 function showSettings(texts) {
-  for (const [id, choices] of Object.entries(SETTINGS)) {
+  offer(news.adapts ? ADAPTING : SETTINGS);
+  for (const [id, list] of Object.entries(choices)) {
     if (document.activeElement === at(id)) continue;
-    const heads = choices.map(([value]) => value.split('=')[0]);
+    const heads = list.map(([value]) => value.split('=')[0]);
     const text = texts.find(one => heads.includes(one.split('=')[0]));
     if (!text) continue;
     if (![...at(id).options].some(one => one.value === text)) {
@@ -108,6 +124,8 @@ function showFigures() {
   at('f-lost').textContent = `${news.lost.toFixed(1)} %`;
   at('f-viewers').textContent = news.viewers;
   at('f-encoder').textContent = news.encoder || '–';
+  at('network').hidden = !news.adapts;
+  at('f-network').textContent = at('f-network').title = news.network || '–';
 }
 function take(line) {
   if (!line) return;
