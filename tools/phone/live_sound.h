@@ -10,8 +10,8 @@
 #include <span>
 #include <vector>
 
-#include "recording_file.h"
 #include "tools/av/av_handles.h"
+#include "tools/receiver/sound_samples.h"
 #include "tools/receiver/whole_frame.h"
 
 namespace Veldrift {

@@ -12,7 +12,6 @@ extern "C" {
 #include <utility>
 #include <vector>
 
-#include "net/media_datagram.h"
 #include "platform/file.h"
 
 namespace Veldrift {
@@ -79,18 +78,6 @@ bool IsMatroska(const AVFormatContext& format) {
 }
 
 }  // namespace
-
-std::optional<SoundFormat> SoundOf(const WholeFrame& block) {
-  const std::optional<AudioBlockHead> head = ParseAudioHead(block.data);
-  if (!head) return std::nullopt;
-  return SoundFormat{int(head->sampleRate), head->channels};
-}
-
-std::vector<float> SamplesOf(const WholeFrame& block) {
-  std::vector<float> samples((block.data.size() - kAudioHeadBytes) / sizeof(float));
-  std::memcpy(samples.data(), block.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
-  return samples;
-}
 
 RecordingFile::~RecordingFile() {
   Close();

@@ -17,20 +17,10 @@
 #include "key_frame_info.h"
 #include "tools/av/av_handles.h"
 #include "tools/platform/posix/output_file.h"
+#include "tools/receiver/sound_samples.h"
 #include "tools/receiver/whole_frame.h"
 
 namespace Veldrift {
-
-struct SoundFormat {
-  int sampleRate = 0;
-  int channels = 0;
-  bool operator==(const SoundFormat&) const = default;
-};
-
-// Of an audio block; nothing for one that isn't whole.
-std::optional<SoundFormat> SoundOf(const WholeFrame& block);
-// Interleaved. The block must have a format.
-std::vector<float> SamplesOf(const WholeFrame& block);
 
 class RecordingFile {
  public:

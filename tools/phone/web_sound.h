@@ -8,8 +8,8 @@
 #include <functional>
 #include <span>
 
-#include "recording_file.h"
 #include "tools/av/av_handles.h"
+#include "tools/receiver/sound_samples.h"
 
 namespace Veldrift {
 

@@ -1,11 +1,8 @@
 #include "web_track.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 #include <vector>
-
-#include "net/media_datagram.h"
 
 namespace Veldrift {
 
@@ -88,14 +85,11 @@ bool WebTrack::OpenSound(const SoundFormat& format) {
 }
 
 void WebTrack::TakeSound(const WholeFrame& block, int64_t micros) {
-  const std::optional<AudioBlockHead> head = ParseAudioHead(block.data);
-  if (!head) return;
-  const SoundFormat format{int(head->sampleRate), head->channels};
-  if (format != format_) OpenSound(format);
+  const std::optional<SoundFormat> format = SoundOf(block);
+  if (!format) return;
+  if (format != format_) OpenSound(*format);
   if (!sound_) return;
-  std::vector<float> samples((block.data.size() - kAudioHeadBytes) / sizeof(float));
-  std::memcpy(samples.data(), block.data.data() + kAudioHeadBytes, samples.size() * sizeof(float));
-  if (!sound_->Add(samples, micros)) {
+  if (!sound_->Add(SamplesOf(block), micros)) {
     soundPatienceMicros_ =
         std::min(soundPatienceMicros_ + kPatienceStepMicros, kMostPatienceMicros);
   }

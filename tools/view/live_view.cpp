@@ -1,10 +1,9 @@
 #include "tools/view/live_view.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
-#include "net/media_datagram.h"
+#include "tools/receiver/sound_samples.h"
 
 namespace Veldrift {
 namespace {
@@ -27,15 +26,10 @@ bool LiveView::FollowConnection(const WholeFrame& frame) {
 
 void LiveView::Take(const SharedFrame& frame) {
   if (frame->stream != StreamType::Audio) return;
-  const std::optional<AudioBlockHead> head = ParseAudioHead(frame->data);
-  if (!head || head->sampleRate == 0 || head->channels == 0) return;
-  SoundBlock block;
-  block.rate = int(head->sampleRate);
-  block.channels = head->channels;
-  const size_t frameBytes = block.channels * sizeof(float);
-  const size_t bytes = (frame->data.size() - kAudioHeadBytes) / frameBytes * frameBytes;
-  block.samples.resize(bytes / sizeof(float));
-  std::memcpy(block.samples.data(), frame->data.data() + kAudioHeadBytes, bytes);
+  const std::optional<SoundFormat> format = SoundOf(*frame);
+  if (!format) return;
+  SoundBlock block{0, SamplesOf(*frame), format->sampleRate, format->channels};
+  block.samples.resize(block.samples.size() / format->channels * format->channels);
   const int64_t nowNs = SteadyNanos();
   int64_t dueNs = 0;
   {
