@@ -63,6 +63,8 @@ class Client {
     if (!ended_ && Veldrift::AwaitBytes(*socket_, 0)) Receive();
     return ended_;
   }
+  // Doesn't wait.
+  bool Answered() { return socket_ && Veldrift::AwaitBytes(*socket_, 0); }
   // The status of the answer; 0: there was none.
   int Status() {
     if (!AwaitText("\r\n\r\n")) return 0;
@@ -86,6 +88,11 @@ class Client {
   std::string said_;
   bool ended_ = false;
 };
+
+// How many of them have an answer.
+size_t Answered(std::deque<Client>& clients) {
+  return size_t(std::ranges::count_if(clients, [](Client& client) { return client.Answered(); }));
+}
 
 // Somebody who watches all the while.
 class Watcher {
@@ -259,6 +266,7 @@ TEST_F(Server, SeveralWatchAtOnceAndOneMoreThanMayIsTurnedAway) {
   // Their places become free.
   viewers.clear();
   EXPECT_TRUE(Eventually([&] { return broadcast_.ViewerCount() == 0; }));
+  EXPECT_EQ(Ask(Live()), 200);
 }
 
 TEST_F(Server, OneThatDoesntReadIsEndedAndHoldsUpNobody) {
@@ -348,6 +356,28 @@ TEST_F(Server, EndsAtOnceWhoeverWatches) {
   EXPECT_TRUE(viewers[0].AwaitEnd());
   EXPECT_TRUE(news.AwaitEnd());
   EXPECT_EQ(broadcast_.ViewerCount(), 0U);
+}
+
+// All ask before there is anything to watch.
+TEST(ServerWithoutAStream, LetsNoMoreWaitForItThanMayWatch) {
+  WebBroadcast late(SystemClock());
+  WebNews news(SystemClock());
+  WebServer server({late, news, [](const Command&) { return 204; }});
+  std::string sentence;
+  ASSERT_TRUE(server.Start({*ParseAddress("127.0.0.1"), 0}, {kSteer, kLook}, sentence));
+  std::deque<Client> clients;
+  constexpr size_t kTooMany = 4;
+  for (size_t i = 0; i < WebServer::kMostViewers + kTooMany; ++i) {
+    clients.emplace_back(server.Port());
+    clients.back().Send("GET /live HTTP/1.1\r\nHost: localhost:" + std::to_string(server.Port()) +
+                        "\r\nX-Key: " + kLook + "\r\n\r\n");
+  }
+  EXPECT_TRUE(Eventually([&] { return Answered(clients) == kTooMany; }));
+  late.Begin({{std::byte('<')}, {std::byte('<')}, "avc1.640028,mp4a.40.2", "avc1.640028"});
+  std::vector<int> statuses;
+  for (Client& client : clients) statuses.push_back(client.Status());
+  EXPECT_EQ(std::ranges::count(statuses, 200), std::ptrdiff_t(WebServer::kMostViewers));
+  EXPECT_EQ(std::ranges::count(statuses, 429), std::ptrdiff_t(kTooMany));
 }
 
 TEST_F(Server, WithoutAStreamAViewerIsToldSo) {

@@ -106,6 +106,43 @@ class NewsReader {
   std::span<const std::byte> rest_;
 };
 
+// One of so many places; given back in the end.
+class Seat {
+ public:
+  // Null: all are taken.
+  static std::unique_ptr<Seat> Take(std::atomic<size_t>& taken, size_t most) {
+    std::unique_ptr<Seat> seat(new Seat(taken));
+    if (seat->number_ >= most) return nullptr;
+    return seat;
+  }
+  ~Seat() { --taken_; }
+  Seat(const Seat&) = delete;
+  Seat& operator=(const Seat&) = delete;
+
+ private:
+  explicit Seat(std::atomic<size_t>& taken) : taken_(taken), number_(taken++) {}
+
+  std::atomic<size_t>& taken_;
+  const size_t number_;
+};
+
+// The stream, for somebody who has a seat.
+class SeatedViewer {
+ public:
+  SeatedViewer(std::unique_ptr<WebBroadcast::Viewer> viewer, std::unique_ptr<Seat> seat)
+      : viewer_(std::move(viewer)), seat_(std::move(seat)) {}
+
+  size_t Read(std::span<std::byte> out) { return viewer_->Read(out); }
+
+ private:
+  const std::unique_ptr<WebBroadcast::Viewer> viewer_;
+  const std::unique_ptr<Seat> seat_;
+};
+
+void SetPatience(MHD_Connection* connection, unsigned seconds) {
+  MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, seconds);
+}
+
 }  // namespace
 
 class WebServer::Handler {
@@ -119,8 +156,10 @@ class WebServer::Handler {
   static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* path,
                               const char* method, const char*, const char* data, size_t* size,
                               void** state);
-  static void OnCompleted(void*, MHD_Connection*, void** state, MHD_RequestTerminationCode) {
+  static void OnCompleted(void*, MHD_Connection* connection, void** state,
+                          MHD_RequestTerminationCode) {
     delete static_cast<RequestState*>(std::exchange(*state, nullptr));
+    SetPatience(connection, kIdlePatienceSeconds);
   }
   static void OnConnection(void*, MHD_Connection* connection, void**,
                            MHD_ConnectionNotificationCode code);
@@ -134,11 +173,13 @@ class WebServer::Handler {
   const WebServices& services_;
   const WebGate gate_;
   std::atomic<uint64_t>& refused_;
+  std::atomic<size_t> seats_{0};  // taken
 };
 
 void WebServer::Handler::OnConnection(void*, MHD_Connection* connection, void**,
                                       MHD_ConnectionNotificationCode code) {
   if (code != MHD_CONNECTION_NOTIFY_STARTED) return;
+  SetPatience(connection, kIdlePatienceSeconds);
   const MHD_ConnectionInfo* info =
       MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
   if (info != nullptr) PrepareLiveConnection(info->connect_fd, kMostUnsentBytes);
@@ -164,6 +205,7 @@ MHD_Result WebServer::Handler::OnRequest(void* self, MHD_Connection* connection,
     const WebVerdict verdict = handler.Judge(connection, path, method);
     if (verdict.wrongKey) ++handler.refused_;
     if (verdict.status != MHD_HTTP_OK) return Refuse(connection, verdict.status);
+    SetPatience(connection, kPatienceSeconds);
     *state = new RequestState{verdict.maySteer, {}};
     return MHD_YES;
   }
@@ -189,15 +231,16 @@ MHD_Result WebServer::Handler::Serve(MHD_Connection* connection, std::string_vie
   return Answer(connection, MHD_HTTP_OK, page->text, page->type.data());
 }
 
+// The seat is taken before the wait for a stream, in which others come as well.
 MHD_Result WebServer::Handler::ServeLive(MHD_Connection* connection) {
-  if (services_.broadcast.ViewerCount() >= kMostViewers) {
-    return Refuse(connection, MHD_HTTP_TOO_MANY_REQUESTS);
-  }
+  auto seat = Seat::Take(seats_, kMostViewers);
+  if (!seat) return Refuse(connection, MHD_HTTP_TOO_MANY_REQUESTS);
   const bool sound = Header(connection, MHD_GET_ARGUMENT_KIND, "sound") != "0";
   auto viewer = services_.broadcast.Watch(sound, kStreamPatienceNs);
   if (!viewer) return Refuse(connection, MHD_HTTP_SERVICE_UNAVAILABLE);
   const std::string type = "video/mp4; codecs=\"" + viewer->Codecs() + "\"";
-  return AnswerEndlessly(connection, std::move(viewer), type.c_str());
+  return AnswerEndlessly(
+      connection, std::make_unique<SeatedViewer>(std::move(viewer), std::move(seat)), type.c_str());
 }
 
 MHD_Result WebServer::Handler::ServeCommand(MHD_Connection* connection, const std::string& body) {

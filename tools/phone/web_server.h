@@ -54,8 +54,10 @@ class WebServer {
   static constexpr size_t kMostBodyBytes = 4096;
   // For the head of a request: more is refused without being kept.
   static constexpr size_t kConnectionBytes = size_t{32} << 10;
-  // Of a connection on which nothing moves.
+  // Of a connection on which nothing moves: while it has a request that may be answered, and before
+  // and between requests. Whoever holds connections for nothing keeps an address's own user away.
   static constexpr unsigned kPatienceSeconds = 10;
+  static constexpr unsigned kIdlePatienceSeconds = 3;
 
  private:
   class Handler;
