@@ -8,6 +8,7 @@
 #include "platform/file.h"
 #include "platform/system.h"
 #include "support/identifiers.h"
+#include "tools/platform/folder_hold.h"
 #include "tools/platform/process.h"
 
 namespace Veldrift {
@@ -24,21 +25,19 @@ std::filesystem::path RootFor(const HostOptions& options) {
   return options.home.empty() ? std::filesystem::temp_directory_path() : options.home;
 }
 
-// What runs that were killed have left. One that still runs loses nothing on a system that lets its
-// file be removed; others keep it.
-void RemoveAbandoned(const std::filesystem::path& root) {
-  std::error_code failed;
-  const auto now = std::filesystem::file_time_type::clock::now();
-  for (const auto& entry : std::filesystem::directory_iterator(root, failed)) {
-    const bool ours = entry.path().filename().string().starts_with(kFolderPrefix);
-    const auto made = entry.last_write_time(failed);
-    if (!ours || failed || now - made < kAbandonedAfter) continue;
-    for (const char* name : kNames) {
-      std::filesystem::remove(entry.path() / name, failed);
-      std::filesystem::remove(entry.path() / (std::string(name) + ".exe"), failed);
-    }
-    std::filesystem::remove(entry.path(), failed);
+// Who is killed between making the folder and holding it leaves one without a mark.
+bool IsAbandoned(const std::filesystem::directory_entry& entry) {
+  switch (FolderHold::Look(entry.path())) {
+    case FolderHold::State::Held:
+      return false;
+    case FolderHold::State::Left:
+      return true;
+    case FolderHold::State::Unmarked:
+      break;
   }
+  std::error_code failed;
+  const auto made = entry.last_write_time(failed);
+  return !failed && std::filesystem::file_time_type::clock::now() - made >= kAbandonedAfter;
 }
 
 std::vector<std::string> ArgumentsFor(const HostOptions& options, int argc, char** argv,
@@ -53,6 +52,20 @@ std::vector<std::string> ArgumentsFor(const HostOptions& options, int argc, char
 
 }  // namespace
 
+void RemoveAbandonedNames(const std::filesystem::path& root) {
+  std::error_code failed;
+  for (const auto& entry : std::filesystem::directory_iterator(root, failed)) {
+    const bool ours = entry.path().filename().string().starts_with(kFolderPrefix);
+    if (!ours || !IsAbandoned(entry)) continue;
+    for (const char* name : kNames) {
+      std::filesystem::remove(entry.path() / name, failed);
+      std::filesystem::remove(entry.path() / (std::string(name) + ".exe"), failed);
+    }
+    std::filesystem::remove(entry.path() / FolderHold::kMark, failed);
+    std::filesystem::remove(entry.path(), failed);
+  }
+}
+
 std::filesystem::path DefaultModule() { return GetExecutablePath().parent_path() / "Veldrift.prm"; }
 
 std::optional<int> RunUnderOtherName(const HostOptions& options, int argc, char** argv) {
@@ -60,7 +73,7 @@ std::optional<int> RunUnderOtherName(const HostOptions& options, int argc, char*
     return std::nullopt;
   }
   const std::filesystem::path root = RootFor(options);
-  RemoveAbandoned(root);
+  RemoveAbandonedNames(root);
   const std::filesystem::path folder = root / (kFolderPrefix + MakeToken(8));
   const std::filesystem::path copy = folder / (std::string(kNames[size_t(options.host)]) +
                                                GetExecutablePath().extension().string());
@@ -70,9 +83,11 @@ std::optional<int> RunUnderOtherName(const HostOptions& options, int argc, char*
     return Complain(kExitFailed,
                     "can't make the folder " + PathText(folder) + ": " + failed.message());
   }
+  auto hold = FolderHold::Take(folder);
   const std::optional<int> exit = RunAs(copy, ArgumentsFor(options, argc, argv, folder));
   const bool copied = std::filesystem::exists(copy, ignored);
   const auto room = std::filesystem::space(folder, ignored);
+  hold.reset();
   std::filesystem::remove_all(folder, ignored);
   if (exit) return exit;
   const char* reason = copied                ? "it doesn't start"

@@ -15,6 +15,9 @@ namespace Veldrift {
 // this one and there is no answer. Nothing: the name is right already, or was not needed.
 std::optional<int> RunUnderOtherName(const HostOptions& options, int argc, char** argv);
 
+// Removes what runs under other names have left in `root`, which were killed.
+void RemoveAbandonedNames(const std::filesystem::path& root);
+
 // Where the module lies if nobody says it: beside this executable.
 std::filesystem::path DefaultModule();
 
