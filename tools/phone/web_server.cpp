@@ -127,11 +127,16 @@ class Seat {
 };
 
 // The stream, for somebody who has a seat.
-struct SeatedViewer {
-  size_t Read(std::span<std::byte> out) { return viewer->Read(out); }
+class SeatedViewer {
+ public:
+  SeatedViewer(std::unique_ptr<WebBroadcast::Viewer> viewer, std::unique_ptr<Seat> seat)
+      : viewer_(std::move(viewer)), seat_(std::move(seat)) {}
 
-  std::unique_ptr<WebBroadcast::Viewer> viewer;
-  std::unique_ptr<Seat> seat;
+  size_t Read(std::span<std::byte> out) { return viewer_->Read(out); }
+
+ private:
+  const std::unique_ptr<WebBroadcast::Viewer> viewer_;
+  const std::unique_ptr<Seat> seat_;
 };
 
 void SetPatience(MHD_Connection* connection, unsigned seconds) {
