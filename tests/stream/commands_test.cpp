@@ -50,7 +50,10 @@ TEST(Commands, EachIsTakenAnsweredAndListedWithItsTime) {
   EXPECT_EQ(summary["codec"], "H.264");
   EXPECT_EQ(summary["height"], 240);
   std::vector<int> acknowledged;
+  size_t modes = 0;
   for (const nlohmann::json& command : summary["commands"]) {
+    // The phone repeats the snapshot's mode behind the change of size, as often as it sees fit.
+    if (command["opcode"] == 0x08 && modes++ > 0) continue;
     if (!command.contains("acknowledged_after_ms")) continue;
     EXPECT_GT(command["acknowledged_after_ms"], 0) << command;
     acknowledged.push_back(command["opcode"]);
@@ -58,7 +61,10 @@ TEST(Commands, EachIsTakenAnsweredAndListedWithItsTime) {
   EXPECT_EQ(acknowledged, (std::vector<int>{0x13, 0x05, 0x04, 0x08, 0x07, 0x02, 0x0B}));
   size_t acks = 0;
   for (const nlohmann::json& message : summary["control"]) acks += message["opcode"] == 0x0F;
-  EXPECT_EQ(acks, 7U + 4U);  // the snapshot's settings are acknowledged one by one
+  ASSERT_GE(modes, 2U);
+  const size_t repeats = modes - 1;
+  EXPECT_EQ(acks, 7U + 4U + repeats);  // the snapshot's settings are acknowledged one by one
+  EXPECT_EQ(stage.CountInHostLog("control: SetEncoderMode Quality q=70%"), 1U + repeats);
   EXPECT_EQ(stage.CountInHostLog("[TEST] a mark"), 1U);
   EXPECT_EQ(stage.CountInHostLog("control: unhandled opcode"), 0U);
   EXPECT_EQ(stage.CountInHostLog("control: SetEncoderMode Quality q=60%"), 1U);

@@ -133,6 +133,27 @@ TEST(Adaptation, TakesASizesLargeFirstPicturesForNoFullNetwork) {
   if (testing::Test::HasFailure()) Print(stream);
 }
 
+// The host had sent large pictures before it was told what to send: they stand in the queue.
+TEST(Adaptation, TakesWhatAConnectionBeginsWithForNoFullNetworkWhileItDrains) {
+  for (const bool drains : {true, false}) {
+    SCOPED_TRACE(drains);
+    Adaptation policy({});
+    policy.BeginConnection(false, 0);
+    ArrivalCounters counters;
+    std::optional<Adaptation::Step> step;
+    for (int64_t i = 0; i < 20 && !step; ++i) {
+      const int64_t delayMs = i == 0 ? 1 : 340 - (drains ? 15 * i : 0);
+      const int64_t sentNs = i * kNanosPerSecond / 30, nowNs = sentNs + delayMs * kNanosPerMilli;
+      counters.datagrams += 2;
+      counters.bytes += 2'000;
+      ++counters.framesWhole;
+      policy.NotePicture({2'000, false, nowNs, nowNs, uint32_t(sentNs / 1'000)});
+      step = policy.Decide(counters, nowNs);
+    }
+    EXPECT_EQ(step.has_value(), !drains);
+  }
+}
+
 // There is room for all of them but the key frames: at 15 Mbit/s those of quality 60 take 78 ms.
 TEST(Adaptation, AsksForNoKeyFramesThatHoldUpTheRest) {
   for (const auto& [megabits, most] : {std::pair(15, StreamSetting{1080, 70, false}),

@@ -137,6 +137,7 @@ StreamSetting Adaptation::BeginConnection(bool sameNetwork, int64_t nowNs) {
   floorMicros_.reset();
   floorBeforeMicros_.reset();
   Settle(nowNs);
+  ExpectQueue();
   return Setting();
 }
 
@@ -261,6 +262,13 @@ Adaptation::Step Adaptation::Down(double factor, const std::string& why, int64_t
   return Settle(why, nowNs);
 }
 
+// The key frames with which a connection, a size and a quality begin are no sign of too much as
+// long as what they leave in the queue drains.
+void Adaptation::ExpectQueue() {
+  drainedToMs_ = std::numeric_limits<double>::max();
+  drainedNs_ = delaysFromNs_;
+}
+
 // What stood in the queue when less was asked for takes its time.
 bool Adaptation::Drains(double standingMs, int64_t nowNs) {
   if (standingMs < 0.9 * drainedToMs_) {
@@ -380,10 +388,7 @@ std::optional<Adaptation::Step> Adaptation::Climb(int64_t nowNs) {
   // What goes wrong from now on is this step's fault, but for a new size's first key frame.
   judgedFromNs_ = nowNs + (resized ? kResizeNs : 0);
   if (!resized) delaysFromNs_ = nowNs;
-  // That key frame, and the one with which each quality begins, are no sign of too much as long as
-  // what they leave in the queue drains.
-  drainedToMs_ = std::numeric_limits<double>::max();
-  drainedNs_ = delaysFromNs_;
+  ExpectQueue();
   drainPatienceNs_ = resized ? kSettleNs : kKeyFrameNs;
   return step;
 }

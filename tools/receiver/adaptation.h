@@ -118,6 +118,7 @@ class Adaptation {
   void Note(const ArrivalCounters& counters, int64_t nowNs);
   Change Since(int64_t fromNs) const;
   double StandingDelayMs() const;
+  void ExpectQueue();
   bool Drains(double standingMs, int64_t nowNs);
   std::optional<Step> FleeCongestion(int64_t nowNs);
   std::optional<Step> AnswerRadio(int64_t nowNs);
