@@ -32,9 +32,7 @@ void Screen::Tell(const std::string& sentence) {
 void Screen::Tick(int64_t nowNs, const std::string& waiting) {
   if (startNs_ == 0) startNs_ = lastDatagramNs_ = nowNs;
   video_ = receiver_.Counters(StreamType::Video).assembler;
-  figures_.Add({video_.bytes, video_.datagrams, video_.missingDatagrams, video_.framesWhole,
-                video_.framesLost},
-               nowNs);
+  figures_.Add(SampleOf(video_), nowNs);
   LookForLoss();
   if (waiting.empty()) {
     LookForSilence(nowNs);

@@ -71,10 +71,7 @@ void WebView::Tick(int64_t nowNs, const std::string& waiting) {
 }
 
 void WebView::PublishNews(int64_t nowNs, const std::string& waiting) {
-  const AssemblerCounters video = receiver_.Counters(StreamType::Video).assembler;
-  figures_.Add(
-      {video.bytes, video.datagrams, video.missingDatagrams, video.framesWhole, video.framesLost},
-      nowNs);
+  figures_.Add(SampleOf(receiver_.Counters(StreamType::Video).assembler), nowNs);
   const nlohmann::ordered_json news = {{"now", sink_.LineMicros()},
                                        {"waiting", waiting},
                                        {"playing", link_.Playing()},

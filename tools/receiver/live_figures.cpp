@@ -10,6 +10,11 @@ double Percent(double part, double rest) { return part > 0 ? 100 * part / (part 
 
 }  // namespace
 
+LiveSample SampleOf(const AssemblerCounters& video) {
+  return {video.bytes, video.datagrams, video.missingDatagrams, video.framesWhole,
+          video.framesLost};
+}
+
 void LiveFigures::Add(const LiveSample& sample, int64_t nowNs) {
   if (nowNs < fromNs_) return;
   // The newest entry moves on until it is a step away from the one before.

@@ -7,6 +7,7 @@
 #include <deque>
 
 #include "support/clock.h"
+#include "tools/receiver/frame_assembler.h"
 
 namespace Veldrift {
 
@@ -18,6 +19,7 @@ struct LiveSample {
   uint64_t framesWhole = 0;
   uint64_t framesLost = 0;
 };
+LiveSample SampleOf(const AssemblerCounters& video);
 
 class LiveFigures {
  public:

@@ -81,10 +81,7 @@ void ViewWindow::Tell(const std::string& sentence) {
 
 void ViewWindow::Tick(int64_t nowNs, const std::string& waiting) {
   terminal_.Tick(nowNs, waiting);
-  const AssemblerCounters video = receiver_.Counters(StreamType::Video).assembler;
-  figures_.Add(
-      {video.bytes, video.datagrams, video.missingDatagrams, video.framesWhole, video.framesLost},
-      nowNs);
+  figures_.Add(SampleOf(receiver_.Counters(StreamType::Video).assembler), nowNs);
   std::vector<Command> commands;
   {
     const MutexLock lock(mutex_);
