@@ -6,9 +6,20 @@
 
 namespace Veldrift {
 
+namespace {
+
+constexpr uint32_t kLowestRate = 1'000;
+constexpr uint32_t kHighestRate = 768'000;
+constexpr uint8_t kMostChannels = 64;
+
+}  // namespace
+
 std::optional<SoundFormat> SoundOf(const WholeFrame& block) {
   const std::optional<AudioBlockHead> head = ParseAudioHead(block.data);
-  if (!head) return std::nullopt;
+  if (!head || head->sampleRate < kLowestRate || head->sampleRate > kHighestRate ||
+      head->channels > kMostChannels) {
+    return std::nullopt;
+  }
   return SoundFormat{int(head->sampleRate), head->channels};
 }
 

@@ -16,7 +16,8 @@ struct SoundFormat {
   bool operator==(const SoundFormat&) const = default;
 };
 
-// Of an audio block; nothing for one that isn't whole.
+// Of an audio block; nothing for one that isn't whole, or of a format that no sound has: who forges
+// datagrams mustn't make a receiver set aside memory for it.
 std::optional<SoundFormat> SoundOf(const WholeFrame& block);
 // Interleaved. The block must have a format.
 std::vector<float> SamplesOf(const WholeFrame& block);
