@@ -108,8 +108,8 @@ TEST(LiveOutput, APictureThatNothingFollowsIsShownAtOnceAndSilenceGoesWithPictur
   for (const auto& row : rows) {
     Stage stage;
     ASSERT_NO_FATAL_FAILURE(stage.StartHost(row.host));
-    Pipeline player(stage, row.id, "phone \"$@\" >live.mkv",
-                    {"--codec", "h264", "--gop", "long", "--seconds", "3"});
+    // Of the codec that comes: to a change of it a host that stands still adds no picture.
+    Pipeline player(stage, row.id, "phone \"$@\" >live.mkv", {"--gop", "long", "--seconds", "3"});
     EXPECT_EQ(player.Wait(), kExitGood) << player.Said();
     const VideoFile live = ReadVideoFile(player.File("live.mkv"));
     EXPECT_EQ(live.error, "") << row.id;
