@@ -23,7 +23,6 @@ class Stream {
       const int64_t readyNs = ReadyNs(delayMs(i));
       playout.Note(timeMicros_, readyNs);
       late += playout.DueNs(timeMicros_) < readyNs;
-      latest_ = readyNs;
     }
   }
   // How long after the time of the sender's line the last picture is due.
@@ -40,7 +39,6 @@ class Stream {
   }
 
   int64_t timeMicros_ = 0;
-  int64_t latest_ = 0;
 };
 
 TEST(Playout, WaitsAsLongAsTheUnrestMakesItAndNoLonger) {

@@ -20,13 +20,7 @@ AVCodecID IdOf(StreamCodec codec) {
 
 void CollectParameterSets(std::span<const std::byte> bytes, KeyFrameInfo& info) {
   constexpr std::byte kStartCode[] = {std::byte{0}, std::byte{0}, std::byte{0}, std::byte{1}};
-  for (size_t at = NextStartCode(bytes, 0); at + 3 < bytes.size();) {
-    const size_t from = at + 3;
-    at = NextStartCode(bytes, from);
-    size_t end = at;
-    while (end > from && bytes[end - 1] == std::byte{0}) --end;  // of a four-byte start code
-    if (end == from) continue;
-    const std::span<const std::byte> unit = bytes.subspan(from, end - from);
+  for (auto unit = TakeUnit(bytes); !unit.empty(); unit = TakeUnit(bytes)) {
     const AVCodecID codec = IdOf(ParameterSetOf(unit));
     if (codec == AV_CODEC_ID_NONE || (info.codec != AV_CODEC_ID_NONE && codec != info.codec)) {
       if (info.codec != AV_CODEC_ID_NONE) return;  // the picture itself begins

@@ -115,14 +115,9 @@ void PutFragmentHead(ByteVector& out, uint32_t number, const Sample& sample, siz
 
 // The units behind lengths instead of start codes.
 void PutUnits(ByteVector& out, std::span<const std::byte> bytes) {
-  for (size_t at = NextStartCode(bytes, 0); at + 3 < bytes.size();) {
-    const size_t from = at + 3;
-    at = NextStartCode(bytes, from);
-    size_t end = at;
-    while (end > from && bytes[end - 1] == std::byte{0}) --end;  // of a four-byte start code
-    if (end == from) continue;
-    Put(out, end - from, 4);
-    out.insert(out.end(), bytes.begin() + ptrdiff_t(from), bytes.begin() + ptrdiff_t(end));
+  for (auto unit = TakeUnit(bytes); !unit.empty(); unit = TakeUnit(bytes)) {
+    Put(out, unit.size(), 4);
+    out.insert(out.end(), unit.begin(), unit.end());
   }
 }
 

@@ -16,6 +16,21 @@ size_t NextStartCode(std::span<const std::byte> bytes, size_t from) {
   return bytes.size();
 }
 
+std::span<const std::byte> TakeUnit(std::span<const std::byte>& rest) {
+  for (size_t at = NextStartCode(rest, 0); at + 3 < rest.size();) {
+    const size_t from = at + 3;
+    at = NextStartCode(rest, from);
+    size_t end = at;
+    while (end > from && rest[end - 1] == std::byte{0}) --end;  // of a four-byte start code
+    if (end == from) continue;
+    const auto unit = rest.subspan(from, end - from);
+    rest = rest.subspan(at);
+    return unit;
+  }
+  rest = {};
+  return {};
+}
+
 // H.264's sequence parameter set is type 7 and its picture parameter set type 8; HEVC's three sets
 // are types 32 to 34 in layer 0. No first byte means both.
 StreamCodec ParameterSetOf(std::span<const std::byte> unit) {
@@ -37,16 +52,13 @@ StreamCodec CodecOf(std::span<const std::byte> accessUnit) {
 
 // Type 7 in H.264, 33 in HEVC.
 std::span<const std::byte> SequenceSetOf(std::span<const std::byte> accessUnit) {
-  for (size_t at = NextStartCode(accessUnit, 0); at + 3 < accessUnit.size();) {
-    const auto unit = accessUnit.subspan(at + 3);
-    const size_t next = NextStartCode(unit, 0);
+  for (auto unit = TakeUnit(accessUnit); !unit.empty(); unit = TakeUnit(accessUnit)) {
     const auto head = std::to_integer<unsigned>(unit[0]);
     const StreamCodec codec = ParameterSetOf(unit);
     if ((codec == StreamCodec::H264 && (head & 0x1F) == 7) ||
         (codec == StreamCodec::Hevc && head >> 1 == 33)) {
-      return unit.first(next);
+      return unit;
     }
-    at += 3 + next;
   }
   return {};
 }

@@ -14,6 +14,9 @@ const char* NameOf(StreamCodec codec);
 // Where the next start code (00 00 01) begins, at or behind `from`; the end if there is none.
 size_t NextStartCode(std::span<const std::byte> bytes, size_t from);
 
+// The next unit without its start code, and `rest` behind it; empty if there is none.
+std::span<const std::byte> TakeUnit(std::span<const std::byte>& rest);
+
 // Whose parameter set this unit is; `unit` isn't empty and begins behind its start code.
 StreamCodec ParameterSetOf(std::span<const std::byte> unit);
 
